@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "testutil.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace wft {
+
+std::string tempdir(const std::string &tag) {
+  static std::atomic<int> counter{0};
+  fs::path p = fs::temp_directory_path() /
+               ("wftest_" + std::to_string(getpid()) + "_" + std::to_string(counter++) + "_" + tag);
+  fs::remove_all(p);
+  fs::create_directories(p);
+  return p.string();
+}
+
+std::string readfile(const std::string &path) {
+  std::ifstream f(path, std::ios::binary);
+  std::ostringstream s;
+  s << f.rdbuf();
+  return s.str();
+}
+
+void writefile(const std::string &path, const std::string &content) {
+  std::ofstream f(path, std::ios::binary | std::ios::trunc);
+  f << content;
+}
+
+std::vector<std::string> splitlines(const std::string &text) {
+  std::vector<std::string> out;
+  size_t pos = 0;
+  while (pos < text.size()) {
+    size_t nl = text.find('\n', pos);
+    if (nl == std::string::npos) {
+      out.push_back(text.substr(pos));
+      break;
+    }
+    out.push_back(text.substr(pos, nl - pos));
+    pos = nl + 1;
+  }
+  return out;
+}
+
+bool contains(const std::string &text, const std::string &part) {
+  return text.find(part) != std::string::npos;
+}
+
+RunResult runprogram(const std::string &exe, const std::vector<std::string> &args,
+                     const std::string &cwd, const std::map<std::string, std::string> &env) {
+  RunResult r;
+  std::string outpath = tempdir("out") + "/output.txt";
+  pid_t pid = fork();
+  if (pid == 0) {
+    if (chdir(cwd.c_str()) != 0) _exit(127);
+    int fd = open(outpath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    dup2(fd, 1);
+    dup2(fd, 2);
+    if (env.find("CRVT_TSR_SIM_TMP") == env.end()) {
+      std::string tmp = cwd + "/tmp";
+      setenv("CRVT_TSR_SIM_TMP", tmp.c_str(), 1);
+    }
+    for (const auto &[k, v] : env) {
+      if (v.empty())
+        unsetenv(k.c_str());
+      else
+        setenv(k.c_str(), v.c_str(), 1);
+    }
+    std::vector<char *> argv;
+    argv.push_back(const_cast<char *>(exe.c_str()));
+    for (const auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
+    argv.push_back(nullptr);
+    execv(exe.c_str(), argv.data());
+    _exit(127);
+  }
+  int st = 0;
+  waitpid(pid, &st, 0);
+  r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+  r.out = readfile(outpath);
+  return r;
+}
+
+RunResult runwarpforge(const std::string &deck, const std::string &cwd,
+                       const std::map<std::string, std::string> &env) {
+  return runprogram(WARPFORGE_EXE, {deck}, cwd, env);
+}
+
+RunResult rungenjob(const std::string &folder, const std::vector<std::string> &args) {
+  std::vector<std::string> a{folder};
+  a.insert(a.end(), args.begin(), args.end());
+  return runprogram(GENJOB_EXE, a, folder);
+}
+
+}  // namespace wft

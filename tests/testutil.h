@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Helpers shared by the tests: fresh temporary folders, files, and runs of the built program.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace wft {
+
+// A fresh, empty folder below the system temp folder; names are unique per process and call.
+std::string tempdir(const std::string &tag);
+std::string readfile(const std::string &path);
+void writefile(const std::string &path, const std::string &content);
+std::vector<std::string> splitlines(const std::string &text);
+bool contains(const std::string &text, const std::string &part);
+
+struct RunResult {
+  int status = -1;     // exit status (255 for an aborted run)
+  std::string out;     // standard output and error, interleaved
+};
+// Runs exe with args in folder cwd. CRVT_TSR_SIM_TMP is set to "<cwd>/tmp" unless env names it;
+// env entries with an empty value are removed from the environment.
+RunResult runprogram(const std::string &exe, const std::vector<std::string> &args,
+                     const std::string &cwd, const std::map<std::string, std::string> &env = {});
+// The built warpforge on one deck.
+RunResult runwarpforge(const std::string &deck, const std::string &cwd,
+                       const std::map<std::string, std::string> &env = {});
+// The sample-job generator: writes a job into folder (arguments passed through).
+RunResult rungenjob(const std::string &folder, const std::vector<std::string> &args = {});
+
+}  // namespace wft
