@@ -1,7 +1,154 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Placeholder bodies, replaced as the subsystem lands.
 #include "outputs/vtkwriter.h"
 
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "control/messages.h"
+#include "control/textio.h"
+#include "outputs/outcommon.h"
+
 namespace wf {
-void writevtkstep(RunState &rs) { (void)rs; }
+
+namespace {
+
+// Puts outstlpath back when the step is left.
+struct PathKeeper {
+  RunState &rs;
+  std::string copy;
+  explicit PathKeeper(RunState &r) : rs(r), copy(r.outstlpath) {}
+  ~PathKeeper() { rs.outstlpath = copy; }
+};
+
+inline uint32_t bigendian(uint32_t v) {
+  if constexpr (std::endian::native == std::endian::little) return __builtin_bswap32(v);
+  return v;
+}
+inline uint32_t bigendian(float v) { return bigendian(std::bit_cast<uint32_t>(v)); }
+inline uint32_t bigendian(int32_t v) { return bigendian(static_cast<uint32_t>(v)); }
+
+// One header line; both forms end their lines with a single line feed.
+void vtkline(BlockWriter &out, char form, std::string_view text) {
+  (void)form;
+  out.put(text);
+  out.put("\n");
+}
+
+}  // namespace
+
+void writevtkstep(RunState &rs) {
+  if (!rs.ovtkflag) return;
+  PathKeeper keep(rs);
+  const size_t p = lastdot(keep.copy);
+  rs.outstlpath = keep.copy.substr(0, p) + "vtk";
+  std::vector<float> dispsingle;
+  filldispsingle(rs, dispsingle, "writevtkstep, dispsingle, 1");
+  writevtk(rs, 'b', true, dispsingle);
+  release(dispsingle);
+}
+
+void writevtk(RunState &rs, char form, bool indexed, const std::vector<float> &displacement) {
+  const std::string path = rtrim(rs.outstlpath);
+  const bool text = form == 'a';
+  errno = 0;
+  std::FILE *f = std::fopen(path.c_str(), "wb");
+  checkopen(rs, f ? 0 : (errno ? errno : EIO), path);
+
+  const size_t n = rs.nvrt > 0 ? static_cast<size_t>(rs.nvrt) : 0;
+  const size_t t = rs.ntri > 0 ? static_cast<size_t>(rs.ntri) : 0;
+  const size_t nv = std::min(n, rs.stlvrt.size() / 3);
+  const size_t nt = std::min(t, rs.stltri.size() / 3);
+  const size_t nd = std::min(n, displacement.size() / 3);
+  auto coord = [&](size_t k) { return k < 3 * nv ? rs.stlvrt[k] : 0.0; };
+  auto corner = [&](size_t k) { return k < 3 * nt ? rs.stltri[k] - 1 : -1; };
+  auto disp = [&](size_t k) { return k < 3 * nd ? displacement[k] : 0.0f; };
+
+  BlockWriter out(rs, f, path);
+  vtkline(out, form, "# vtk DataFile Version 4.1");
+  vtkline(out, form, "Corvanta Tessero Thermo Mechanics vtk output");
+  vtkline(out, form, text ? "ASCII" : "BINARY");
+  vtkline(out, form, "DATASET UNSTRUCTURED_GRID");
+  const long long npoints = indexed ? static_cast<long long>(n) : 3LL * static_cast<long long>(t);
+  vtkline(out, form, "POINTS " + std::to_string(npoints) + " float");
+
+  std::vector<uint32_t> block;
+  if (!text) allocate(rs, block, std::max(3 * n, 4 * t), "writevtk, block, 1");
+
+  // Points: the vertices of the surface in both forms.
+  if (text) {
+    for (size_t i = 0; i < n; ++i) {
+      char *p = out.reserve(3 * 16 + 1);
+      for (int k = 0; k < 3; ++k) p = scifield(p, coord(3 * i + k), 16, 6);
+      *p++ = '\n';
+      out.advance(p);
+    }
+  } else {
+    for (size_t k = 0; k < 3 * n; ++k) block[k] = bigendian(static_cast<float>(coord(k)));
+    out.putblock(block.data(), 12 * n);
+  }
+
+  vtkline(out, form, "CELLS " + std::to_string(t) + " " + std::to_string(4 * static_cast<long long>(t)));
+  auto cell = [&](size_t i, int32_t c[4]) {
+    c[0] = 3;
+    if (indexed) {
+      for (int k = 0; k < 3; ++k) c[k + 1] = corner(3 * i + k);
+    } else {
+      for (int k = 0; k < 3; ++k) c[k + 1] = static_cast<int32_t>(3 * i + k);
+    }
+  };
+  if (text) {
+    for (size_t i = 0; i < t; ++i) {
+      int32_t c[4];
+      cell(i, c);
+      char *p = out.reserve(4 * 12 + 1);
+      for (int k = 0; k < 4; ++k) {
+        p = putint(p, c[k]);
+        *p++ = ' ';
+      }
+      *p++ = '\n';
+      out.advance(p);
+    }
+  } else {
+    for (size_t i = 0; i < t; ++i) {
+      int32_t c[4];
+      cell(i, c);
+      for (int k = 0; k < 4; ++k) block[4 * i + k] = bigendian(c[k]);
+    }
+    out.putblock(block.data(), 16 * t);
+  }
+
+  vtkline(out, form, "CELL_TYPES " + std::to_string(t));
+  if (text) {
+    for (size_t i = 0; i < t; ++i) out.put("5\n");
+  } else {
+    std::fill(block.begin(), block.begin() + static_cast<std::ptrdiff_t>(t), bigendian(int32_t{5}));
+    out.putblock(block.data(), 4 * t);
+  }
+
+  if (indexed) {
+    vtkline(out, form, "POINT_DATA " + std::to_string(n));
+    vtkline(out, form, "VECTORS Displacement float");
+    if (text) {
+      for (size_t i = 0; i < n; ++i) {
+        char *p = out.reserve(3 * 16 + 1);
+        for (int k = 0; k < 3; ++k) p = scifield(p, static_cast<double>(disp(3 * i + k)), 16, 6);
+        *p++ = '\n';
+        out.advance(p);
+      }
+    } else {
+      for (size_t k = 0; k < 3 * n; ++k) block[k] = bigendian(disp(k));
+      out.putblock(block.data(), 12 * n);
+    }
+  }
+  out.flush();
+  release(block);
+  closeoutput(rs, f, path);
+  finishedfilesignal(rs, path);
+  say(rs, "Finished writing VTK file " + path);
+}
+
 }  // namespace wf

@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The zip of the 3MF package through minizip, and the zip64 test of a member.
+#include <sys/stat.h>
+#include <zip.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "control/messages.h"
+#include "outputs/package3mf.h"
+
+namespace wf {
+
+namespace {
+
+constexpr size_t transfersize = 16384;
+
+void zipline(RunState &rs, const std::string &text) {
+  sayraw(rs, "zip:  " + text);
+  conflush(rs);
+}
+
+// Last write time of a file as the packed DOS date (high word) and time (low word), local
+// time; 0 when the file is not found or its time has no DOS form.
+unsigned long dosdatetime(const char *path) {
+  struct stat st;
+  if (stat(path, &st) != 0) return 0;
+  std::time_t mtime = st.st_mtime;
+  std::tm local{};
+  if (localtime_r(&mtime, &local) == nullptr) return 0;
+  const int year = local.tm_year + 1900;
+  if (year < 1980 || year > 2107) return 0;
+  const unsigned long date = (static_cast<unsigned long>(year - 1980) << 9) |
+                             (static_cast<unsigned long>(local.tm_mon + 1) << 5) |
+                             static_cast<unsigned long>(local.tm_mday);
+  const unsigned long time = (static_cast<unsigned long>(local.tm_hour) << 11) |
+                             (static_cast<unsigned long>(local.tm_min) << 5) |
+                             static_cast<unsigned long>(local.tm_sec / 2);
+  return (date << 16) | time;
+}
+
+}  // namespace
+
+int iszip64file(const char *path, const char *prefix) {
+  std::FILE *f = std::fopen(path, "rb");
+  if (f == nullptr) return 0;
+  long long size = 0;
+  if (fseeko(f, 0, SEEK_END) == 0) size = static_cast<long long>(ftello(f));
+  std::fclose(f);
+  std::printf("%sfile \"%s\" is %lld bytes\n", prefix, path, size);
+  std::fflush(stdout);
+  return size >= 0xffffffffLL ? 1 : 0;
+}
+
+int zippackage(RunState &rs, const char *zipname, const char *folder, char *filelist) {
+  zipline(rs, "starting");
+  // The list is split in place at its line feeds.
+  std::vector<char *> members;
+  for (char *p = filelist; *p != '\0';) {
+    char *lf = std::strchr(p, '\n');
+    if (lf != nullptr) *lf = '\0';
+    if (*p != '\0') members.push_back(p);
+    if (lf == nullptr) break;
+    p = lf + 1;
+  }
+
+  char *buf = static_cast<char *>(std::malloc(transfersize));
+  if (buf == nullptr) {
+    zipline(rs, "error in allocating memory");
+    return -104;
+  }
+
+  int status = 0;
+  zipFile zf = zipOpen(zipname, APPEND_STATUS_CREATE);
+  if (zf != nullptr) {
+    zipline(rs, std::string("creating \"") + zipname + "\"");
+  } else {
+    zipline(rs, std::string("error opening \"") + zipname + "\"");
+    status = -1;
+  }
+
+  for (size_t m = 0; zf != nullptr && m < members.size() && status == 0; ++m) {
+    const std::string source = std::string(folder) + "/" + members[m];
+    zip_fileinfo info;
+    std::memset(&info, 0, sizeof info);
+    info.dosDate = dosdatetime(source.c_str());
+    const int zip64 = iszip64file(source.c_str(), "zip:  ");
+    const char *entry = members[m];
+    while (*entry == '\\' || *entry == '/') ++entry;
+
+    int err = zipOpenNewFileInZip3_64(zf, entry, &info, nullptr, 0, nullptr, 0, nullptr,
+                                      Z_DEFLATED, Z_DEFAULT_COMPRESSION, 0, -MAX_WBITS,
+                                      DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, zip64);
+    std::FILE *in = nullptr;
+    if (err != ZIP_OK) {
+      zipline(rs, "error in opening \"" + source + "\" in zipfile (" + conint(rs, err) + ")");
+    } else {
+      in = std::fopen(source.c_str(), "rb");
+      if (in == nullptr) {
+        err = ZIP_ERRNO;
+        zipline(rs, "error in opening \"" + source + "\" for reading");
+      }
+    }
+    if (err == ZIP_OK) {
+      size_t got = 0;
+      do {
+        err = ZIP_OK;
+        got = std::fread(buf, 1, transfersize, in);
+        if (got < transfersize && std::feof(in) == 0) {
+          zipline(rs, "error in reading \"" + source + "\"");
+          err = ZIP_ERRNO;
+        }
+        if (got > 0) {
+          err = zipWriteInFileInZip(zf, buf, static_cast<unsigned>(got));
+          if (err < 0)
+            zipline(rs, "error in writing \"" + source + "\" in the zipfile (" + conint(rs, err) + ")");
+        }
+      } while (err == ZIP_OK && got > 0);
+    }
+    if (in != nullptr) std::fclose(in);
+    if (err < 0) {
+      status = ZIP_ERRNO;
+    } else {
+      status = zipCloseFileInZip(zf);
+      if (status != ZIP_OK)
+        zipline(rs, "error in closing \"" + source + "\" in the zipfile (" + conint(rs, status) + ")");
+    }
+  }
+  std::free(buf);
+  // A failed package is left as it stands, not closed.
+  if (status != 0) return status;
+
+  const int err = zipClose(zf, nullptr);
+  if (err == ZIP_OK) {
+    zipline(rs, "done");
+    return 0;
+  }
+  zipline(rs, std::string("error in closing \"") + zipname + "(" + conint(rs, err) + ")");
+  return err;
+}
+
+}  // namespace wf
