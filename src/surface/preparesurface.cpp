@@ -1,7 +1,166 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Placeholder bodies, replaced as the subsystem lands.
+// From STL soup to a mesh: an absolute tolerance taken from the surface itself, every raw
+// vertex snapped to a lattice of that pitch, and identical vertices merged by sorting.
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+#include "control/messages.h"
+#include "control/textio.h"
+#include "surface/sortkit.h"
 #include "surface/surfacemesh.h"
 
 namespace wf {
-void preparesurface(RunState &rs, int &status, bool f1, bool f2, bool &result) { (void)rs; (void)f1; (void)f2; status = 0; result = true; }
+
+namespace {
+
+constexpr double machineprecision = 0x1p-52;  // smallest tolerance ever used
+constexpr double integerprecision = 0x1p-63;  // finest pitch per unit of box size for int64
+
+inline double sqdist(const double *a, const double *b) {
+  double dx = b[0] - a[0], dy = b[1] - a[1], dz = b[2] - a[2];
+  return dx * dx + dy * dy + dz * dz;
+}
+
+// Lattice index through a signed 64-bit integer. Values beyond its range (and values that are
+// not numbers) give the integer's lowest value, as the conversion of the processor does.
+inline double latticeindex(double x) {
+  double q = std::round(x);  // halves away from zero
+  int64_t i = (q > -0x1p63 && q < 0x1p63) ? static_cast<int64_t>(q) : INT64_MIN;
+  return static_cast<double>(i);
+}
+
+}  // namespace
+
+void preparesurface(RunState &rs, int &status, bool flag1, bool flag2, bool &result) {
+  status = 0;
+  const BBox &box = rs.stlbbox;
+  const double dmax = std::max({box.size[0], box.size[1], box.size[2]});
+  double minsq = (2.0 * dmax) * (2.0 * dmax);
+  const size_t ntri = rs.ntri > 0 ? static_cast<size_t>(rs.ntri) : 0;
+  const double *raw = rs.rawvrt.data();
+  if (rs.rawvrt.size() >= 9 * ntri) {
+    for (size_t t = 0; t < ntri; ++t) {
+      const double *c = raw + 9 * t;
+      // sides 1-2, 2-3, 3-1; a side of length zero does not count
+      double d = sqdist(c, c + 3);
+      if (d != 0.0 && d < minsq) minsq = d;
+      d = sqdist(c + 3, c + 6);
+      if (d != 0.0 && d < minsq) minsq = d;
+      d = sqdist(c + 6, c);
+      if (d != 0.0 && d < minsq) minsq = d;
+    }
+  }
+  rs.minedgelen = std::sqrt(minsq);
+  say(rs, "Minimum edge length = " + numtext(rs.minedgelen));
+
+  snapvertices(rs);
+  equivertices(rs);
+  int code = 0;
+  (void)flag1;  // handed on to the edges, where it has no effect
+  equiedges(rs, code);
+  if (code == 0) {
+    checkorientation(rs, flag2, result);
+    return;
+  }
+  printwarning(rs);
+  printline(rs, "STL file " + rs.warnstlname + " has non-manifold edges");
+  printline(rs, "");
+  printline(rs, "Use a larger tolerance multiplier, or repair the geometry in Tessero");
+  printline(rs, "");
+  status = -1;
+}
+
+void snapvertices(RunState &rs) {
+  const BBox &box = rs.stlbbox;
+  const double dx = box.size[0], dy = box.size[1], dz = box.size[2];
+  const double dmax = std::max({dx, dy, dz});
+  const double t1 = rs.reltoledge * rs.minedgelen;
+  const double t2 = rs.reltolbox * dmax;
+  double tol = rs.tolbyedge ? t1 : (rs.tolbybox ? t2 : std::min(t1, t2));
+  say(rs, "Machine precision = " + numtext(machineprecision));
+  say(rs, "STL precision for 8-byte integers = " + numtext(integerprecision * dmax));
+  say(rs, "Absolute tolerance = " + numtext(tol));
+  sayblank(rs);
+
+  const double floor = std::max({machineprecision, integerprecision * dx, integerprecision * dy,
+                                 integerprecision * dz});
+  if (floor > tol) {
+    printwarning(rs);
+    printline(rs, "Absolute tolerance must be greater than:");
+    printline(rs, numtext(floor));
+    printline(rs, "");
+    printline(rs, "Increasing tolerance to " + numtext(floor));
+    printline(rs, "");
+    tol = floor;
+  }
+
+  // The lattice is centred on the box, so the bound above depends on its size alone.
+  double centre[3];
+  for (int k = 0; k < 3; ++k) centre[k] = (box.min[k] + box.max[k]) * 0.5;
+  const size_t n = std::min(rs.rawvrt.size() / 3, static_cast<size_t>(std::max(rs.nrawvrt, 0)));
+  double *v = rs.rawvrt.data();
+  for (size_t j = 0; j < n; ++j) {
+    for (int k = 0; k < 3; ++k) {
+      double q = latticeindex((v[3 * j + k] - centre[k]) / tol);
+      v[3 * j + k] = q * tol + centre[k];
+    }
+  }
+}
+
+void equivertices(RunState &rs) {
+  say(rs, "Equivalencing vertices");
+  const int32_t nraw = rs.nrawvrt;
+  const size_t n = nraw > 0 ? static_cast<size_t>(nraw) : 0;
+  const size_t ntri = rs.ntri > 0 ? static_cast<size_t>(rs.ntri) : 0;
+
+  std::vector<int32_t> p;
+  allocate(rs, p, n, "equivertices, p, 1");
+  for (size_t i = 0; i < n; ++i) p[i] = static_cast<int32_t>(i + 1);
+  dmatsort(rs, rs.rawvrt.data(), p.data(), 3, nraw);
+  std::vector<int32_t> longrun, iuniq;
+  uniq_include(rs, rs.rawvrt.data(), p.data(), longrun, 3, nraw, rs.nvrt, iuniq, false);
+  release(iuniq);
+  say(rs, "Number of unique vertices = " + inttext(rs.nvrt, true));
+
+  // Corner k of triangle t is raw vertex 3(t-1)+k: it keeps its place and takes the number
+  // of its run. Walking the sorted positions sets each raw vertex once.
+  allocate(rs, rs.stltri, 3 * ntri, "equivertices, stltri, 1");
+  const size_t nset = std::min(n, 3 * ntri);
+  for (size_t i = 0; i < n; ++i) {
+    size_t j = static_cast<size_t>(p[i] - 1);
+    if (j < nset) rs.stltri[j] = longrun[i];
+  }
+  release(p);
+  release(longrun);
+
+  // Members of a run are identical, so the last writer in file order makes no difference.
+  allocate(rs, rs.stlvrt, 3 * static_cast<size_t>(std::max(rs.nvrt, 0)), "equivertices, stlvrt, 1");
+  const double *raw = rs.rawvrt.data();
+  for (size_t j = 0; j < nset; ++j) {
+    size_t col = static_cast<size_t>(rs.stltri[j] - 1);
+    double *dst = rs.stlvrt.data() + 3 * col;
+    dst[0] = raw[3 * j];
+    dst[1] = raw[3 * j + 1];
+    dst[2] = raw[3 * j + 2];
+  }
+
+  // Squared side lengths of the snapped geometry: corners 2-1, 3-2, 1-3.
+  allocate(rs, rs.triedgesq, 3 * ntri, "equivertices, triedgesq, 1");
+  const double *vrt = rs.stlvrt.data();
+  for (size_t t = 0; t < ntri; ++t) {
+    const int32_t *c = rs.stltri.data() + 3 * t;
+    const double *p1 = vrt + 3 * static_cast<size_t>(c[0] - 1);
+    const double *p2 = vrt + 3 * static_cast<size_t>(c[1] - 1);
+    const double *p3 = vrt + 3 * static_cast<size_t>(c[2] - 1);
+    rs.triedgesq[3 * t] = sqdist(p1, p2);
+    rs.triedgesq[3 * t + 1] = sqdist(p2, p3);
+    rs.triedgesq[3 * t + 2] = sqdist(p3, p1);
+  }
+  release(rs.rawvrt);
+  say(rs, "Finished vertex equivalencing");
+  sayblank(rs);
+}
+
 }  // namespace wf
