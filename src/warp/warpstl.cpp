@@ -1,7 +1,94 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Placeholder bodies, replaced as the subsystem lands.
+// The warp of one surface: the node-count check, the STL scaling, the copy of the unwarped
+// vertices, the build plane, the parallel vertex loop; then the refinement walk.
 #include "warp/warpstl.h"
 
+#include <omp.h>
+#include <xmmintrin.h>
+
+#include <vector>
+
+#include "control/messages.h"
+#include "warp/refine.h"
+
 namespace wf {
-void warpstl(RunState &rs) { (void)rs; }
+
+namespace {
+
+// Moves every vertex; one thread per chunk of one vertex, each thread with its own work arrays
+// made once, and each running with flush-to-zero and denormals-are-zero like the main thread.
+void warpvertices(RunState &rs) {
+  const RunState &crs = rs;
+  const int navg = rs.navgnodes > 0 ? rs.navgnodes : 1;
+  const int32_t nvrt = rs.nvrt;
+  double *vrt = rs.stlvrt.data();
+#pragma omp parallel default(none) shared(crs, vrt) firstprivate(navg, nvrt)
+  {
+    _mm_setcsr(_mm_getcsr() | 0x8040);
+    std::vector<double> dist2(static_cast<size_t>(navg));
+    std::vector<int32_t> nodes(static_cast<size_t>(navg));
+    std::vector<double> weights(static_cast<size_t>(navg));
+#pragma omp for schedule(dynamic, 1)
+    for (int32_t i = 0; i < nvrt; ++i)
+      warpvertex(crs, vrt + 3 * static_cast<size_t>(i), dist2.data(), nodes.data(),
+                 weights.data(), navg);
+  }
+}
+
+}  // namespace
+
+void warpstl(RunState &rs) {
+  // 1. The refinement does not keep the triangle-to-edge table.
+  release(rs.triedge);
+
+  // 2. Node-count check (simulation jobs only).
+  if (rs.inpuflag) {
+    if (rs.navgnodes > rs.nnodes) {
+      postmessage(rs, 1, 174);
+      abortrun(rs);
+    }
+    const float limit = 0.1f * static_cast<float>(rs.nnodes);
+    if (static_cast<float>(rs.navgnodes) > limit) {
+      sayblank(rs);
+      say(rs, "WARNING:  number of nodes for weighted averaging is");
+      say(rs, "          greater than 10% of the total number of");
+      say(rs, "          nodes");
+      sayblank(rs);
+    }
+  }
+
+  // 3.
+  say(rs, "Displacing original STL vertices ...");
+
+  // 4. The main thread's work arrays (the refinement uses them for the midpoints).
+  const int navg = rs.navgnodes > 0 ? rs.navgnodes : 1;
+  std::vector<double> dist2(static_cast<size_t>(navg));
+  std::vector<int32_t> nodes(static_cast<size_t>(navg));
+  std::vector<double> weights(static_cast<size_t>(navg));
+
+  // 5. STL scaling of the vertices and of the initial edge lengths.
+  const size_t nv = 3 * static_cast<size_t>(rs.nvrt);
+  if (rs.stlvrt.size() < nv) rs.stlvrt.resize(nv);
+  for (size_t k = 0; k < nv; ++k) rs.stlvrt[k] *= rs.stlscale;
+  const size_t ne = static_cast<size_t>(rs.nedge);
+  if (rs.edgelen.size() < ne) rs.edgelen.resize(ne);
+  for (size_t k = 0; k < ne; ++k) rs.edgelen[k] *= rs.stlscale;
+
+  // 6. The scaled vertices before warping.
+  rs.prewarpvertices.assign(rs.stlvrt.begin(), rs.stlvrt.begin() + static_cast<std::ptrdiff_t>(nv));
+
+  // 7. The build plane stays in raw surface units.
+  rs.buildplane = rs.refgflag ? rs.refminz : rs.stlbbox.min[2];
+
+  // 8. A simulation job needs its mesh arrays; a mesh without them moves nothing.
+  if (!rs.scngflag && (rs.nodeactive.size() < static_cast<size_t>(rs.nnodes) ||
+                       rs.nodedisp.size() < 3 * static_cast<size_t>(rs.nnodes))) {
+    rs.nodeactive.resize(static_cast<size_t>(rs.nnodes), 0);
+    rs.nodedisp.resize(3 * static_cast<size_t>(rs.nnodes), 0.0);
+  }
+  warpvertices(rs);
+
+  refinesurface(rs, dist2.data(), nodes.data(), weights.data(), navg);
+}
+
 }  // namespace wf

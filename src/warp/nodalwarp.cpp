@@ -1,0 +1,239 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The displacement of one point: the inverse-distance-weighted average over the nearest active
+// mesh nodes found by a ring search in the node grid (nodalwarp), or the pull towards the
+// scanned surface (warpvertex, scan path). Nothing here allocates; the caller owns the three
+// work arrays, so the routines run unchanged on any thread.
+#include <cmath>
+#include <cstdlib>
+
+#include "warp/initgrid.h"
+#include "warp/warpstl.h"
+
+namespace wf {
+
+namespace {
+
+// Search state of one point.
+struct Search {
+  double px, py, pz;
+  double snaptolsq;
+  const double *xyz;
+  const uint8_t *active;
+  const int32_t *cellnodes;
+  double *dist2;
+  int32_t *nodes;
+  int navg;
+  int32_t count = 0;
+  double dmax = 0.0;
+  int32_t snap = 0;
+};
+
+// The nodes of one cell in their stored order. Returns true when a node within the snap
+// tolerance ends the search.
+inline bool visitcell(Search &st, int32_t first, int32_t last) {
+  for (int32_t pos = first; pos <= last; ++pos) {
+    const int32_t n = st.cellnodes[pos - 1];
+    if (!st.active[n - 1]) continue;
+    ++st.count;
+    const double *q = st.xyz + 3 * static_cast<size_t>(n - 1);
+    const double dx = st.px - q[0], dy = st.py - q[1], dz = st.pz - q[2];
+    const double d2 = dx * dx + dy * dy + dz * dz;
+    if (d2 <= st.snaptolsq) {
+      st.snap = n;
+      return true;
+    }
+    if (st.count <= st.navg) {
+      st.dist2[st.count - 1] = d2;
+      st.nodes[st.count - 1] = n;
+      st.dmax = st.count == 1 ? d2 : (d2 > st.dmax ? d2 : st.dmax);
+    } else if (d2 < st.dmax) {
+      // Replace the first position holding the largest distance; a tie keeps the old node.
+      int worst = 0;
+      for (int m = 1; m < st.navg; ++m)
+        if (st.dist2[m] > st.dist2[worst]) worst = m;
+      st.dist2[worst] = d2;
+      st.nodes[worst] = n;
+      double mx = st.dist2[0];
+      for (int m = 1; m < st.navg; ++m)
+        if (st.dist2[m] > mx) mx = st.dist2[m];
+      st.dmax = mx;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes, double *weights,
+               int navg) {
+  const int32_t nx = rs.gridnx, ny = rs.gridny, nz = rs.gridnz;
+  const int32_t ix = gridcell(point[0], rs.gridorigin[0], rs.gridcellsize[0], nx);
+  const int32_t iy = gridcell(point[1], rs.gridorigin[1], rs.gridcellsize[1], ny);
+  const int32_t iz = gridcell(point[2], rs.gridorigin[2], rs.gridcellsize[2], nz);
+
+  Search st;
+  st.px = point[0];
+  st.py = point[1];
+  st.pz = point[2];
+  st.snaptolsq = rs.snaptolsq;
+  st.xyz = rs.nodexyz.data();
+  st.active = rs.nodeactive.data();
+  st.cellnodes = rs.jcellnodes.data();
+  st.dist2 = dist2;
+  st.nodes = nodes;
+  st.navg = navg;
+
+  double h = rs.gridcellsize[0];
+  if (rs.gridcellsize[1] < h) h = rs.gridcellsize[1];
+  if (rs.gridcellsize[2] < h) h = rs.gridcellsize[2];
+
+  // Beyond this ring nothing of the grid is left to see: the search then ends whatever it holds,
+  // which changes no result but keeps a search with too few active nodes from running forever.
+  int32_t rcover = ix - 1;
+  if (nx - ix > rcover) rcover = nx - ix;
+  if (iy - 1 > rcover) rcover = iy - 1;
+  if (ny - iy > rcover) rcover = ny - iy;
+  if (iz - 1 > rcover) rcover = iz - 1;
+  if (nz - iz > rcover) rcover = nz - iz;
+
+  const int32_t *j0 = rs.j0cellnodes.data();
+  const size_t sx = static_cast<size_t>(nx), sxy = sx * static_cast<size_t>(ny);
+  auto cellbase = [&](int32_t i, int32_t j, int32_t k) {
+    return 2 * (static_cast<size_t>(k - 1) * sxy + static_cast<size_t>(j - 1) * sx +
+                static_cast<size_t>(i - 1));
+  };
+
+  int32_t r = -1;
+  bool snapped = false;
+  for (;;) {
+    // The squared distance is compared with a plain length on purpose.
+    if (st.count >= navg && st.dmax <= r * h) break;
+    if (st.count >= rs.nnodes) break;
+    if (r >= rcover) break;
+    ++r;
+    const int32_t klo = iz - r > 1 ? iz - r : 1, khi = iz + r < nz ? iz + r : nz;
+    const int32_t jlo = iy - r > 1 ? iy - r : 1, jhi = iy + r < ny ? iy + r : ny;
+    const int32_t ilo = ix - r > 1 ? ix - r : 1, ihi = ix + r < nx ? ix + r : nx;
+    for (int32_t k = klo; k <= khi && !snapped; ++k) {
+      const bool kface = std::abs(k - iz) == r;
+      for (int32_t j = jlo; j <= jhi && !snapped; ++j) {
+        if (kface || std::abs(j - iy) == r) {
+          // A whole row of the ring's shell.
+          size_t base = cellbase(ilo, j, k);
+          for (int32_t i = ilo; i <= ihi; ++i, base += 2) {
+            if (visitcell(st, j0[base], j0[base + 1])) {
+              snapped = true;
+              break;
+            }
+          }
+        } else {
+          // Only the two ends of the row belong to the ring, low end first.
+          if (ix - r >= 1) {
+            size_t base = cellbase(ix - r, j, k);
+            if (visitcell(st, j0[base], j0[base + 1])) {
+              snapped = true;
+              break;
+            }
+          }
+          if (ix + r <= nx) {
+            size_t base = cellbase(ix + r, j, k);
+            if (visitcell(st, j0[base], j0[base + 1])) {
+              snapped = true;
+              break;
+            }
+          }
+        }
+      }
+    }
+    if (snapped) break;
+  }
+
+  double u[3] = {0.0, 0.0, 0.0};
+  const double *disp = rs.nodedisp.data();
+  if (snapped) {
+    const double *dn = disp + 3 * static_cast<size_t>(st.snap - 1);
+    u[0] = dn[0];
+    u[1] = dn[1];
+    u[2] = dn[2];
+  } else {
+    // Only the positions actually filled enter the average; with no node at all the
+    // displacement stays zero.
+    const int nfill = st.count < navg ? static_cast<int>(st.count) : navg;
+    if (nfill > 0) {
+      double wsum = 0.0;
+      for (int m = 0; m < nfill; ++m) {
+        weights[m] = 1.0 / std::pow(dist2[m], rs.halfexponent);
+        wsum += weights[m];
+      }
+      double sx0 = 0.0, sy0 = 0.0, sz0 = 0.0;
+      for (int m = 0; m < nfill; ++m) {
+        const double *dn = disp + 3 * static_cast<size_t>(nodes[m] - 1);
+        sx0 += weights[m] * dn[0];
+        sy0 += weights[m] * dn[1];
+        sz0 += weights[m] * dn[2];
+      }
+      u[0] = sx0 / wsum;
+      u[1] = sy0 / wsum;
+      u[2] = sz0 / wsum;
+    }
+  }
+
+  // Z rules.
+  const double z = point[2];
+  const bool onplane = rs.fixzflag && std::fabs(z - rs.buildplane) <= rs.ztol;
+  if (onplane) u[2] = 0.0;
+  if (rs.norelflag) u[2] = 0.0;
+
+  const double ws = rs.warpscale;
+  if (!rs.refgflag) {
+    point[0] = point[0] + ws * u[0];
+    point[1] = point[1] + ws * u[1];
+    point[2] = point[2] + ws * u[2];
+    return;
+  }
+
+  // Reference correction: the displaced point is pulled onto the reference surface.
+  double q[3], c[3];
+  q[0] = point[0] - ws * u[0];
+  q[1] = point[1] - ws * u[1];
+  q[2] = point[2] - ws * u[2];
+  closestpoint(q, c, rs.ref.ntri, rs.ref);
+  point[0] = point[0] - ws * (c[0] - q[0]);
+  point[1] = point[1] - ws * (c[1] - q[1]);
+  if (rs.norelflag) {
+    // z unchanged
+  } else if (onplane) {
+    point[2] = rs.buildplane;
+  } else {
+    point[2] = z - ws * (c[2] - q[2]);
+  }
+}
+
+void warpvertex(const RunState &rs, double *point, double *dist2, int32_t *nodes, double *weights,
+                int navg) {
+  if (!rs.scngflag) {
+    nodalwarp(rs, point, dist2, nodes, weights, navg);
+    return;
+  }
+  // Scan path: 27 queries over three points on the diagonal (offsets -0.1, 0, 0.1 on all three
+  // coordinates), nine of each. The closest point of one offset is the same for all nine, so it
+  // is found once and its pull added nine times, in the same order of additions.
+  double s[3] = {0.0, 0.0, 0.0};
+  for (int k = 0; k < 3; ++k) {
+    const double o = (2 * k - 2) * 0.05;
+    double q[3] = {point[0] + o, point[1] + o, point[2] + o};
+    double c[3];
+    closestpoint(q, c, rs.scn.ntri, rs.scn);
+    const double dx = c[0] - q[0], dy = c[1] - q[1], dz = c[2] - q[2];
+    for (int rep = 0; rep < 9; ++rep) {
+      s[0] += dx;
+      s[1] += dy;
+      s[2] += dz;
+    }
+  }
+  point[0] = point[0] + rs.warpscale * s[0] / 27.0;
+  point[1] = point[1] + rs.warpscale * s[1] / 27.0;
+  point[2] = point[2] + rs.warpscale * s[2] / 27.0;
+}
+
+}  // namespace wf
