@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The repair passes of the mesh-repair component on an admesh stl_file, and the soundness count.
+// Facets travel as 9 floats each (corner 1 x, y, z, corner 2, corner 3).
+#pragma once
+
+#include <admesh/stl.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace wf::meshfix {
+
+// Fills a zeroed stl_file with n facets, normals computed from the corner order, -0 made +0.
+// False when memory runs out (the file is then closed again).
+bool loadfacets(stl_file &stl, const float *xyz, int64_t n);
+// The facets of stl as 9 floats each.
+void takefacets(const stl_file &stl, std::vector<float> &xyz);
+// Frees what loadfacets and the passes allocated (also with admesh's error flag up).
+void freestl(stl_file &stl);
+
+struct Soundness {
+  int64_t facets = 0;
+  int64_t connected3 = 0;  // facets connected on all three edges
+  int64_t backwards = 0;   // facet edges whose neighbour runs the same way
+  int64_t degenerate = 0;  // facets with two equal corners
+  bool sound() const {
+    return facets > 0 && connected3 == facets && backwards == 0 && degenerate == 0;
+  }
+};
+// Exact check on a scratch copy; false when memory runs out.
+bool soundness(const float *xyz, int64_t n, Soundness &result);
+
+// Boundary loops of stl closed by fans of new facets; bounded by the number of open edges.
+// Returns the number of facets added. Neighbours are rebuilt afterwards.
+int64_t fillholes(stl_file &stl);
+// The default and the extended pass (see meshrepair.h).
+void defaultpass(stl_file &stl, float tolerance);
+void extendedpass(stl_file &stl, float tolerance);
+
+}  // namespace wf::meshfix
