@@ -1,8 +1,144 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Placeholder bodies, replaced as the subsystem lands.
+// The case file gives two time sets, the result increments first and the meshes second; only
+// their file numbers and times are taken. The words are matched at column 1 of each line, and
+// every search looks at the line in hand before it reads on.
 #include "simresults/readcase.h"
 
+#include <filesystem>
+#include <fstream>
+#include <string_view>
+
+#include <nlohmann/json.hpp>
+
+#include "control/messages.h"
+#include "control/textio.h"
+
 namespace wf {
-void readcase(RunState &rs, const std::string &path) { (void)rs; (void)path; }
-std::string prefixbefore(const std::string &t, const std::string &w) { (void)t; (void)w; return {}; }
+
+namespace {
+
+bool startswith(const std::string &line, std::string_view word) {
+  return line.compare(0, word.size(), word) == 0;
+}
+
+struct CaseReader {
+  RunState &rs;
+  LineReader in;
+  std::string name;
+  std::string line;  // the line in hand
+  long long filesize = 0;
+
+  // Reads on until the line in hand starts with word (or with word2 when given).
+  void search(std::string_view word, std::string_view word2 = {}) {
+    while (!startswith(line, word) && (word2.empty() || !startswith(line, word2)))
+      checkread(rs, in.readline(line), name);
+  }
+
+  // A free-form integer from the line in hand behind its first skip characters.
+  int32_t intbehind(const std::string &text, size_t skip) {
+    int32_t v = 0;
+    size_t pos = 0;
+    std::string_view rest = text.size() > skip ? std::string_view(text).substr(skip) : std::string_view();
+    int st = readint(rest, pos, v);
+    // A line that holds no number at that place is a bad value, not the end of the file.
+    checkread(rs, st == IOSTAT_EOF ? IOSTAT_BADVALUE : st, name);
+    return v;
+  }
+
+  // One time set: the count, the file numbers and the times.
+  void timeset(int32_t &count, std::vector<int32_t> &nums, std::vector<double> &times,
+               const char *countlabel, const char *kind, const char *numslabel,
+               const char *timeslabel) {
+    search("time set:");
+    search("number of steps:");
+    count = intbehind(line, 16);
+    // Each time stands on a line of its own: a count beyond the size of the file is no count.
+    if (count < 0 || count > filesize) checkread(rs, IOSTAT_IOERR, name);
+    say(rs, std::string(countlabel) + conint(rs, count));
+    search("filename start number:", "filename numbers:");
+    const size_t n = static_cast<size_t>(count);
+    allocate(rs, nums, n, numslabel);
+    if (startswith(line, "filename start number:")) {
+      say(rs, std::string("Implicit ") + kind + " indexing");
+      const int32_t start = intbehind(line, 22);
+      say(rs, "Start number = " + conint(rs, start));
+      checkread(rs, in.readline(line), name);
+      const int32_t step = intbehind(line, 19);  // the words in front are not looked at
+      say(rs, "Increment = " + conint(rs, step));
+      uint32_t v = static_cast<uint32_t>(start);
+      for (size_t i = 0; i < n; ++i, v += static_cast<uint32_t>(step))
+        nums[i] = static_cast<int32_t>(v);
+    } else {
+      say(rs, std::string("Explicit ") + kind + " indexing");
+      // The numbers follow on the next lines; any on the keyword line itself are not taken.
+      std::string numline;
+      size_t k = 0;
+      while (k < n) {
+        checkread(rs, in.readline(numline), name);
+        size_t pos = 0;
+        while (k < n) {
+          int st = readint(numline, pos, nums[k]);
+          if (st == IOSTAT_EOF) break;
+          checkread(rs, st, name);
+          ++k;
+        }
+      }
+    }
+    search("time values:");
+    allocate(rs, times, n, timeslabel);
+    for (size_t i = 0; i < n; ++i) checkread(rs, readrealline(in, times[i]), name);
+  }
+};
+
+}  // namespace
+
+std::string prefixbefore(const std::string &text, const std::string &word) {
+  if (word.empty()) return {};
+  const size_t at = text.rfind(word);
+  if (at == std::string::npos || at == 0) return {};
+  return text.substr(0, at);
+}
+
+void readcase(RunState &rs, const std::string &path) {
+  rs.cloudprefix = ".";
+  rs.cloudlayout = false;
+  std::string name = path;
+  if (!fileexists(path)) {
+    say(rs, "Could not find case file \"" + path + "\".");
+    say(rs, "Checking for *.awskel file for cloud solves...");
+    sayblank(rs);
+    const std::string suffix = path.find("_c.case") != std::string::npos ? "_c.case" : ".case";
+    const std::string descriptor = prefixbefore(path, "_mechanical") + ".awskel";
+    if (fileexists(descriptor)) {
+      std::string outputdir;
+      std::ifstream f(descriptor, std::ios::binary);
+      nlohmann::json tree = nlohmann::json::parse(f, nullptr, false);
+      if (!tree.is_discarded() && tree.is_object()) {
+        auto it = tree.find("outputDir");
+        if (it != tree.end() && it->is_string()) outputdir = it->get<std::string>();
+      }
+      rs.cloudlayout = true;
+      rs.cloudprefix = outputdir + "/sim/";
+      rs.cloudstem = std::string("kel") + "mechanical";
+      name = rs.cloudprefix + rs.cloudstem + suffix;
+    }
+  }
+  checkexists(rs, name);
+
+  CaseReader cr{rs, {}, name, {}, 0};
+  checkopen(rs, cr.in.open(name), name);
+  {
+    std::error_code ec;
+    const auto size = std::filesystem::file_size(name, ec);
+    cr.filesize = ec ? 0 : static_cast<long long>(size);
+  }
+  say(rs, "Reading case file " + name);
+  cr.timeset(rs.ninc, rs.resultnums, rs.resulttimes, "Number of increments = ", "result",
+             "readcase, resultnums, 1", "readcase, resulttimes, 2");
+  cr.timeset(rs.nmesh, rs.meshnums, rs.meshtimes, "Number of meshes     = ", "mesh",
+             "readcase, meshnums, 3", "readcase, meshtimes, 4");
+  // The reader is closed here: nothing reads the case file again.
+  cr.in.close();
+}
+
 }  // namespace wf

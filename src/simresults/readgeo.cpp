@@ -1,8 +1,153 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Placeholder bodies, replaced as the subsystem lands.
+// The geometry file of one mesh: one part, one block of 8-node elements. The first record tells
+// the form: "Fortran Binary" or "C Binary" means sequential records with length markers (both
+// alike: the solver writes markers in either case), anything else, or a failed read, text.
 #include "simresults/readgeo.h"
 
+#include <algorithm>
+#include <cstdlib>
+
+#include "control/messages.h"
+#include "simresults/resultfile.h"
+
 namespace wf {
-void readgeo(RunState &rs, const std::string &s) { (void)rs; (void)s; }
-std::string findresultfile(RunState &rs, const std::string &p, int n, const std::string &s) { (void)rs; return p + std::to_string(n) + s; }
+
+namespace {
+
+// The number as plain digits, or zero-padded to at least width digits (the sign in front).
+std::string numberdigits(int number, int width) {
+  std::string digits = std::to_string(std::llabs(static_cast<long long>(number)));
+  if (width > 0 && digits.size() < static_cast<size_t>(width))
+    digits.insert(0, static_cast<size_t>(width) - digits.size(), '0');
+  return number < 0 ? "-" + digits : digits;
+}
+
+// id -> position (1-based), 0 for unused ids. The index reaches the largest id, which for the
+// ascending ids the solver writes is the last one. Ids below 1 are not indexed, and a file
+// whose ids stand far beyond its count (an index that would dwarf the mesh) has those ids left
+// out rather than an index allocated to the size of a stray value.
+void buildindex(RunState &rs, const std::vector<int32_t> &ids, std::vector<int32_t> &index,
+                const char *label) {
+  int32_t maxid = 0;
+  for (int32_t id : ids) maxid = std::max(maxid, id);
+  const long long bound = 64LL * static_cast<long long>(ids.size()) + 1000000LL;
+  const size_t size = static_cast<size_t>(std::min<long long>(maxid, bound));
+  allocate(rs, index, size, label);
+  const int32_t n = static_cast<int32_t>(ids.size());
+  for (int32_t i = 0; i < n; ++i) {
+    const int32_t id = ids[static_cast<size_t>(i)];
+    if (id >= 1 && static_cast<size_t>(id) <= size) index[static_cast<size_t>(id - 1)] = i + 1;
+  }
+}
+
+}  // namespace
+
+std::string findresultfile(RunState &rs, const std::string &prefix, int number,
+                           const std::string &suffix) {
+  const std::string p = rtrim(prefix), s = rtrim(suffix);
+  std::string name = p + numberdigits(number, 0) + s;
+  if (fileexists(name)) return name;
+  for (int width = 1; width <= 10; ++width) {
+    name = p + numberdigits(number, width) + s;
+    if (fileexists(name)) return name;
+  }
+  checkexists(rs, name);
+  return name;
+}
+
+void readgeo(RunState &rs, const std::string &suffix) {
+  const std::string prefix = rs.cloudlayout
+                                 ? rs.cloudprefix + "results/" + rtrim(rs.cloudstem) + "_"
+                                 : "results/" + rtrim(rs.casestem) + "_";
+  const std::string name = findresultfile(rs, prefix, rs.meshfilenumber, suffix);
+  say(rs, "Mesh file           =   " + name);
+
+  ResultFile file;
+  checkopen(rs, file.open(name, true), name);
+  std::string line;
+  // The first record decides the form; whatever this read returns is not looked at.
+  if (file.text80(line) == 0) {
+    const std::string first = rtrim(line);
+    rs.resultsbinary = first == "Fortran Binary" || first == "C Binary";
+  } else {
+    rs.resultsbinary = false;
+  }
+  if (!rs.resultsbinary) {
+    file.close();
+    checkopen(rs, file.open(name, false), name);
+  }
+
+  // Two description lines, the id lines, and "extents" or the part line; all five are tested.
+  bool nodeidson = false, elemidson = false, extents = false;
+  for (int k = 0; k < 5; ++k) {
+    checkread(rs, file.text80(line), name);
+    if (line.compare(0, 7, "node id") == 0) nodeidson = line.compare(8, 3, "off") != 0;
+    if (line.compare(0, 10, "element id") == 0) elemidson = line.compare(11, 3, "off") != 0;
+    if (line.compare(0, 7, "extents") == 0) extents = true;
+  }
+  if (extents) {
+    float box[6];
+    if (rs.resultsbinary)
+      checkread(rs, file.rec.read(box, sizeof box, false), name);
+    else
+      checkread(rs, file.floats(box, 6), name);
+    checkread(rs, file.text80(line), name);  // the part line
+  }
+
+  int32_t partno = 0;
+  checkread(rs, file.int1(partno), name);
+  checkread(rs, file.text80(line), name);  // part description
+  checkread(rs, file.text80(line), name);  // "coordinates"
+  int32_t nnodes = 0;
+  checkread(rs, file.int1(nnodes), name);
+  const uint64_t n = nnodes < 0 ? 0 : static_cast<uint64_t>(nnodes);
+  if (nnodes < 0 || !file.fits(n * (nodeidson ? 4 : 3), nodeidson ? 4 : 3))
+    checkread(rs, IOSTAT_IOERR, name);
+  rs.nnodes = nnodes;
+
+  allocate(rs, rs.nodeid, n, "readgeo, nodeid, 1");
+  allocate(rs, rs.nodexyz, 3 * n, "readgeo, nodexyz, 2");
+  std::vector<float> work;
+  allocate(rs, work, 3 * n, "readgeo, work, 3");
+  if (nodeidson) {
+    checkread(rs, file.ints(rs.nodeid.data(), n), name);
+  } else {
+    for (uint64_t i = 0; i < n; ++i) rs.nodeid[i] = static_cast<int32_t>(i + 1);
+  }
+  // One record per coordinate, each straight into its block of the work array, then widened
+  // into the node-major layout of nodexyz.
+  for (uint64_t c = 0; c < 3; ++c) checkread(rs, file.floats(work.data() + c * n, n), name);
+  {
+    const float *wx = work.data(), *wy = wx + n, *wz = wy + n;
+    double *xyz = rs.nodexyz.data();
+    for (uint64_t i = 0; i < n; ++i) {
+      xyz[3 * i] = wx[i];
+      xyz[3 * i + 1] = wy[i];
+      xyz[3 * i + 2] = wz[i];
+    }
+  }
+  release(work);
+
+  checkread(rs, file.text80(line), name);  // element type, not checked
+  int32_t nelems = 0;
+  checkread(rs, file.int1(nelems), name);
+  const uint64_t m = nelems < 0 ? 0 : static_cast<uint64_t>(nelems);
+  if (nelems < 0 || !file.fits(m * (elemidson ? 9 : 8), elemidson ? 2 : 1))
+    checkread(rs, IOSTAT_IOERR, name);
+  rs.nelems = nelems;
+
+  allocate(rs, rs.elemconn, 8 * m, "readgeo, elemconn, 4");
+  allocate(rs, rs.elemid, m, "readgeo, elemid, 5");
+  if (elemidson) {
+    checkread(rs, file.ints(rs.elemid.data(), m), name);
+  } else {
+    for (uint64_t i = 0; i < m; ++i) rs.elemid[i] = static_cast<int32_t>(i + 1);
+  }
+  checkread(rs, file.ints(rs.elemconn.data(), 8 * m), name);
+  file.close();
+
+  buildindex(rs, rs.nodeid, rs.nodeindex, "readgeo, nodeindex, 6");
+  buildindex(rs, rs.elemid, rs.elemindex, "readgeo, elemindex, 7");
+}
+
 }  // namespace wf
