@@ -9,7 +9,11 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <queue>
+#include <tuple>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace wf::meshfix {
 
@@ -92,24 +96,6 @@ void nearby(stl_file &stl, float tolerance) {
   stl_check_facets_nearby(&stl, tolerance);
 }
 
-// Drops every facet that meets a neighbour running the same way along their common edge: what
-// stl_fix_normal_directions could not settle is a twist that no direction of these facets fixes.
-void dropbackwards(stl_file &stl) {
-  exact(stl);
-  int n = nfacets(stl), k = 0;
-  for (int i = 0; i < n; ++i) {
-    bool bad = false;
-    for (int j = 0; j < 3; ++j)
-      if (stl.neighbors_start[i].neighbor[j] != -1 && stl.neighbors_start[i].which_vertex_not[j] > 2)
-        bad = true;
-    if (!bad) stl.facet_start[k++] = stl.facet_start[i];
-  }
-  if (k == n) return;
-  stl.stats.facets_removed += n - k;
-  stl.stats.number_of_facets = k;
-  exact(stl);
-}
-
 struct VertexKey {
   uint32_t w[3];
   bool operator==(const VertexKey &o) const {
@@ -124,6 +110,43 @@ struct VertexKeyHash {
     return size_t(h ^ (h >> 32));
   }
 };
+
+
+// Numbers the distinct corners (exact float bits) of n facets: id of corner k of facet i at
+// [3i + k]. Returns the number of distinct corners.
+int32_t cornerids(const stl_facet *facets, int n, std::vector<int32_t> &id,
+                  std::vector<stl_vertex> *where = nullptr) {
+  std::unordered_map<VertexKey, int32_t, VertexKeyHash> ids;
+  ids.reserve(size_t(n) + 16);
+  id.resize(3 * size_t(n));
+  int32_t next = 0;
+  for (int i = 0; i < n; ++i)
+    for (int k = 0; k < 3; ++k) {
+      VertexKey key;
+      std::memcpy(key.w, &facets[i].vertex[k], sizeof key.w);
+      auto [it, fresh] = ids.try_emplace(key, next);
+      if (fresh) {
+        ++next;
+        if (where) where->push_back(facets[i].vertex[k]);
+      }
+      id[3 * size_t(i) + size_t(k)] = it->second;
+    }
+  return next;
+}
+
+uint64_t edgekey(int32_t a, int32_t b) {
+  if (a > b) std::swap(a, b);
+  return uint64_t(uint32_t(a)) << 32 | uint32_t(b);
+}
+
+// Undirected edge keys of all facet sides, sorted.
+void sortededges(const std::vector<int32_t> &id, std::vector<uint64_t> &keys) {
+  size_t n = id.size() / 3;
+  keys.resize(3 * n);
+  for (size_t i = 0; i < n; ++i)
+    for (size_t k = 0; k < 3; ++k) keys[3 * i + k] = edgekey(id[3 * i + k], id[3 * i + (k + 1) % 3]);
+  std::sort(keys.begin(), keys.end());
+}
 
 }  // namespace
 
@@ -176,8 +199,49 @@ bool soundness(const float *xyz, int64_t n, Soundness &result) {
     for (int j = 0; j < 3; ++j)
       if (stl.neighbors_start[i].neighbor[j] != -1 && stl.neighbors_start[i].which_vertex_not[j] > 2)
         ++result.backwards;
+  std::vector<int32_t> id;
+  std::vector<uint64_t> keys;
+  cornerids(stl.facet_start, stl.stats.number_of_facets, id);
+  sortededges(id, keys);
+  for (size_t i = 0; i < keys.size();) {
+    size_t j = i;
+    while (j < keys.size() && keys[j] == keys[i]) ++j;
+    if (j - i > 2) ++result.overloaded;
+    i = j;
+  }
   closestl(stl);
   return true;
+}
+
+int64_t dropconflicts(stl_file &stl) {
+  exact(stl);
+  const int n = nfacets(stl);
+  if (n == 0) return 0;
+  std::vector<int32_t> id;
+  std::vector<uint64_t> keys;
+  cornerids(stl.facet_start, n, id);
+  sortededges(id, keys);
+  auto overloaded = [&](int32_t a, int32_t b) {
+    uint64_t key = edgekey(a, b);
+    auto lo = std::lower_bound(keys.begin(), keys.end(), key);
+    return lo + 2 < keys.end() && *(lo + 2) == key;
+  };
+  int k = 0;
+  for (int i = 0; i < n; ++i) {
+    bool bad = false;
+    for (int j = 0; j < 3; ++j) {
+      if (stl.neighbors_start[i].neighbor[j] != -1 && stl.neighbors_start[i].which_vertex_not[j] > 2)
+        bad = true;
+      if (overloaded(id[3 * size_t(i) + size_t(j)], id[3 * size_t(i) + size_t(j + 1) % 3]))
+        bad = true;
+    }
+    if (!bad) stl.facet_start[k++] = stl.facet_start[i];
+  }
+  if (k == n) return 0;
+  stl.stats.facets_removed += n - k;
+  stl.stats.number_of_facets = k;
+  exact(stl);
+  return n - k;
 }
 
 int64_t fillholes(stl_file &stl) {
@@ -185,80 +249,135 @@ int64_t fillholes(stl_file &stl) {
   exact(stl);
   const int n = nfacets(stl);
 
-  // Open half-edges, in the direction of their facet, between numbered corner positions.
-  std::unordered_map<VertexKey, int32_t, VertexKeyHash> ids;
+  // Corners numbered by position; every edge of the mesh known, to keep new edges off them.
+  std::vector<int32_t> id;
   std::vector<stl_vertex> where;
+  const int32_t nv = cornerids(stl.facet_start, n, id, &where);
+  std::unordered_set<uint64_t> edges;
+  edges.reserve(3 * size_t(n));
+  for (size_t i = 0; i < size_t(n); ++i)
+    for (size_t k = 0; k < 3; ++k) edges.insert(edgekey(id[3 * i + k], id[3 * i + (k + 1) % 3]));
+
+  // Open half-edges, in the direction of their facet.
   std::vector<int32_t> from, to;
-  auto idof = [&](const stl_vertex &v) {
-    VertexKey key;
-    std::memcpy(key.w, &v, sizeof key.w);
-    auto [it, fresh] = ids.try_emplace(key, int32_t(where.size()));
-    if (fresh) where.push_back(v);
-    return it->second;
-  };
-  for (int i = 0; i < n; ++i)
-    for (int j = 0; j < 3; ++j)
+  for (size_t i = 0; i < size_t(n); ++i)
+    for (size_t j = 0; j < 3; ++j)
       if (stl.neighbors_start[i].neighbor[j] == -1) {
-        from.push_back(idof(stl.facet_start[i].vertex[j]));
-        to.push_back(idof(stl.facet_start[i].vertex[(j + 1) % 3]));
+        from.push_back(id[3 * i + j]);
+        to.push_back(id[3 * i + (j + 1) % 3]);
       }
   const int32_t nhalf = int32_t(from.size());
   if (nhalf == 0) return 0;
 
   // Outgoing half-edges per corner (counting sort), a cursor into each list.
-  const int32_t nv = int32_t(where.size());
-  std::vector<int32_t> first(size_t(nv) + 1, 0), order(nhalf), cursor(nv);
-  for (int32_t h = 0; h < nhalf; ++h) ++first[from[h] + 1];
-  for (int32_t v = 0; v < nv; ++v) first[v + 1] += first[v];
-  for (int32_t v = 0; v < nv; ++v) cursor[v] = first[v];
+  std::vector<int32_t> first(size_t(nv) + 1, 0);
+  std::vector<int32_t> order(static_cast<size_t>(nhalf)), cursor(static_cast<size_t>(nv));
+  for (int32_t h = 0; h < nhalf; ++h) ++first[size_t(from[h]) + 1];
+  for (int32_t v = 0; v < nv; ++v) first[size_t(v) + 1] += first[size_t(v)];
+  for (int32_t v = 0; v < nv; ++v) cursor[size_t(v)] = first[size_t(v)];
   {
-    std::vector<int32_t> fill(first.begin(), first.end() - 1);
-    for (int32_t h = 0; h < nhalf; ++h) order[fill[from[h]]++] = h;
+    std::vector<int32_t> slot(first.begin(), first.end() - 1);
+    for (int32_t h = 0; h < nhalf; ++h) order[size_t(slot[size_t(from[h])]++)] = h;
   }
-  std::vector<char> used(nhalf, 0);
+  std::vector<char> used(size_t(nhalf), 0);
   auto nextout = [&](int32_t v) {
-    while (cursor[v] < first[v + 1]) {
-      int32_t h = order[cursor[v]++];
-      if (!used[h]) return h;
+    while (cursor[size_t(v)] < first[size_t(v) + 1]) {
+      int32_t h = order[size_t(cursor[size_t(v)]++)];
+      if (!used[size_t(h)]) return h;
     }
     return int32_t(-1);
   };
 
-  // Walk the boundary; a corner met again closes a loop, which is cut off and filled by a fan
-  // that runs against the boundary's direction. A walk that cannot go on is left open.
   std::vector<stl_facet> added;
-  std::vector<int32_t> path, pos(nv, -1);
-  auto fan = [&](size_t p) {
-    size_t k = path.size() - p;
-    for (size_t i = 1; i + 1 < k; ++i) {
-      stl_facet f{};
-      f.vertex[0] = where[path[p]];
-      f.vertex[1] = where[path[p + i + 1]];
-      f.vertex[2] = where[path[p + i]];
-      setnormal(f);
-      added.push_back(f);
-    }
+  auto addfacet = [&](int32_t a, int32_t b, int32_t c) {
+    stl_facet f{};
+    f.vertex[0] = where[size_t(a)];
+    f.vertex[1] = where[size_t(b)];
+    f.vertex[2] = where[size_t(c)];
+    setnormal(f);
+    added.push_back(f);
+    edges.insert(edgekey(a, b));
   };
+  auto dist2 = [&](int32_t a, int32_t b) {
+    const stl_vertex &p = where[size_t(a)], &q = where[size_t(b)];
+    double dx = double(p.x) - q.x, dy = double(p.y) - q.y, dz = double(p.z) - q.z;
+    return dx * dx + dy * dy + dz * dz;
+  };
+
+  // One loop, corners in the direction of the open half-edges: ears are cut off, the one with
+  // the shortest new edge first, and an ear whose new edge exists already only when no other
+  // ear is left. Each ear (p, c, q) becomes the facet (p, q, c), which runs against the loop.
+  std::vector<int32_t> prev, next, stamp;
+  auto clip = [&](const std::vector<int32_t> &loop) {
+    const size_t k = loop.size();
+    prev.resize(k);
+    next.resize(k);
+    stamp.assign(k, 0);
+    for (size_t i = 0; i < k; ++i) {
+      prev[i] = int32_t((i + k - 1) % k);
+      next[i] = int32_t((i + 1) % k);
+    }
+    using Ear = std::tuple<int, double, int32_t, int32_t>;  // blocked, length, corner, stamp
+    std::priority_queue<Ear, std::vector<Ear>, std::greater<Ear>> heap;
+    auto push = [&](int32_t i) {
+      int32_t p = loop[size_t(prev[size_t(i)])], q = loop[size_t(next[size_t(i)])];
+      int blocked = edges.count(edgekey(p, q)) ? 1 : 0;
+      heap.emplace(blocked, dist2(p, q), i, ++stamp[size_t(i)]);
+    };
+    for (size_t i = 0; i < k; ++i) push(int32_t(i));
+    size_t left = k;
+    while (left > 3 && !heap.empty()) {
+      auto [blocked, len, i, st] = heap.top();
+      heap.pop();
+      if (st != stamp[size_t(i)]) continue;  // stale entry
+      int32_t pi = prev[size_t(i)], qi = next[size_t(i)];
+      int32_t p = loop[size_t(pi)], q = loop[size_t(qi)];
+      if (!blocked && edges.count(edgekey(p, q))) {  // became blocked meanwhile
+        push(i);
+        continue;
+      }
+      addfacet(p, q, loop[size_t(i)]);
+      stamp[size_t(i)] = -1;
+      next[size_t(pi)] = qi;
+      prev[size_t(qi)] = pi;
+      --left;
+      push(pi);
+      push(qi);
+    }
+    for (size_t i = 0; i < k; ++i)
+      if (stamp[i] >= 0) {
+        int32_t pi = prev[i], qi = next[i];
+        addfacet(loop[size_t(pi)], loop[size_t(qi)], loop[i]);
+        break;
+      }
+  };
+
+  // Walk the boundary; a corner met again closes a loop, which is cut off and filled. A walk
+  // that cannot go on is left open.
+  std::vector<int32_t> path, pos(size_t(nv), -1), loop;
   for (int32_t h0 = 0; h0 < nhalf; ++h0) {
-    if (used[h0]) continue;
-    path.assign(1, from[h0]);
-    pos[from[h0]] = 0;
+    if (used[size_t(h0)]) continue;
+    path.assign(1, from[size_t(h0)]);
+    pos[size_t(from[size_t(h0)])] = 0;
     int32_t cur = h0;
     while (cur >= 0) {
-      used[cur] = 1;
-      int32_t v = to[cur];
-      if (pos[v] >= 0) {
-        size_t p = size_t(pos[v]);
-        if (path.size() - p >= 3) fan(p);
-        for (size_t q = p + 1; q < path.size(); ++q) pos[path[q]] = -1;
+      used[size_t(cur)] = 1;
+      int32_t v = to[size_t(cur)];
+      if (pos[size_t(v)] >= 0) {
+        size_t p = size_t(pos[size_t(v)]);
+        if (path.size() - p >= 3) {
+          loop.assign(path.begin() + long(p), path.end());
+          clip(loop);
+        }
+        for (size_t q = p + 1; q < path.size(); ++q) pos[size_t(path[q])] = -1;
         path.resize(p + 1);
       } else {
-        pos[v] = int32_t(path.size());
+        pos[size_t(v)] = int32_t(path.size());
         path.push_back(v);
       }
       cur = nextout(path.back());
     }
-    for (int32_t v : path) pos[v] = -1;
+    for (int32_t v : path) pos[size_t(v)] = -1;
   }
   if (added.empty()) return 0;
 
@@ -305,7 +424,7 @@ void extendedpass(stl_file &stl, float tolerance) {
     nearby(stl, t);
     removeunconnected(stl);
     orient(stl);
-    dropbackwards(stl);
+    dropconflicts(stl);
     removeunconnected(stl);
     fillholes(stl);
     orient(stl);

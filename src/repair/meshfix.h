@@ -24,16 +24,22 @@ struct Soundness {
   int64_t connected3 = 0;  // facets connected on all three edges
   int64_t backwards = 0;   // facet edges whose neighbour runs the same way
   int64_t degenerate = 0;  // facets with two equal corners
+  int64_t overloaded = 0;  // edges shared by more than two facets (admesh pairs them up)
   bool sound() const {
-    return facets > 0 && connected3 == facets && backwards == 0 && degenerate == 0;
+    return facets > 0 && connected3 == facets && backwards == 0 && degenerate == 0 &&
+           overloaded == 0;
   }
 };
 // Exact check on a scratch copy; false when memory runs out.
 bool soundness(const float *xyz, int64_t n, Soundness &result);
 
-// Boundary loops of stl closed by fans of new facets; bounded by the number of open edges.
+// Boundary loops of stl closed by new facets, ear by ear, shortest new edge first and never along
+// an edge the mesh has already where another ear will do; bounded by the number of open edges.
 // Returns the number of facets added. Neighbours are rebuilt afterwards.
 int64_t fillholes(stl_file &stl);
+// Drops every facet on an edge with more than two facets, or meeting a neighbour that runs the
+// same way along their common edge. Returns the number dropped.
+int64_t dropconflicts(stl_file &stl);
 // The default and the extended pass (see meshrepair.h).
 void defaultpass(stl_file &stl, float tolerance);
 void extendedpass(stl_file &stl, float tolerance);

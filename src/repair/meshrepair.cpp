@@ -218,7 +218,8 @@ int repair(MeshRepairMesh *mesh, float tolerance, RepairPass pass, const char *w
     return fail(mesh->context, MESHREPAIR_EARG, text);
   }
   if (mesh->xyz.empty())
-    return fail(mesh->context, MESHREPAIR_EEMPTY, std::string("empty mesh: nothing to ") + what);
+    return fail(mesh->context, MESHREPAIR_EEMPTY,
+                std::string(what) + ": empty mesh, no facets left to repair");
   std::string error;
   int status = runisolated(mesh->xyz, pass, tolerance, error);
   if (status != 0) return fail(mesh->context, status, std::string(what) + ": " + error);

@@ -150,6 +150,11 @@ TEST_F(Component, SoundnessRules) {
   Mesh other = box(20, 0, 0, 5, 5, 5);
   two.insert(two.end(), other.begin(), other.end());
   EXPECT_EQ(sanity(two), 1);
+  // Two parts that meet along one edge: four facets there, which admesh would pair up.
+  Mesh touching = cube();
+  Mesh diagonal = box(10, 10, 0, 10, 10, 10);
+  touching.insert(touching.end(), diagonal.begin(), diagonal.end());
+  EXPECT_EQ(sanity(touching), 0);
 }
 
 TEST_F(Component, DefaultRepairMendsCommonFaults) {
