@@ -308,6 +308,29 @@ int64_t fillholes(stl_file &stl) {
   // the shortest new edge first, and an ear whose new edge exists already only when no other
   // ear is left. Each ear (p, c, q) becomes the facet (p, q, c), which runs against the loop.
   std::vector<int32_t> prev, next, stamp;
+  // The rest of a loop (left corners, from corner i on) closed by facets round its centre,
+  // a new corner, so that no new edge can run along an old one.
+  auto star = [&](const std::vector<int32_t> &loop, int32_t i, size_t left) {
+    double c[3] = {0, 0, 0};
+    int32_t j = i;
+    for (size_t m = 0; m < left; ++m, j = next[size_t(j)]) {
+      const stl_vertex &v = where[size_t(loop[size_t(j)])];
+      c[0] += v.x;
+      c[1] += v.y;
+      c[2] += v.z;
+    }
+    stl_vertex centre = {float(c[0] / double(left)), float(c[1] / double(left)),
+                         float(c[2] / double(left))};
+    where.push_back(centre);
+    const int32_t cid = int32_t(where.size() - 1);
+    j = i;
+    for (size_t m = 0; m < left; ++m, j = next[size_t(j)]) {
+      int32_t a = loop[size_t(j)], b = loop[size_t(next[size_t(j)])];
+      addfacet(b, a, cid);
+      edges.insert(edgekey(a, cid));
+    }
+  };
+
   auto clip = [&](const std::vector<int32_t> &loop) {
     const size_t k = loop.size();
     prev.resize(k);
@@ -335,6 +358,10 @@ int64_t fillholes(stl_file &stl) {
       if (!blocked && edges.count(edgekey(p, q))) {  // became blocked meanwhile
         push(i);
         continue;
+      }
+      if (blocked) {  // every ear left would double an edge: a star round a new centre
+        star(loop, i, left);
+        return;
       }
       addfacet(p, q, loop[size_t(i)]);
       stamp[size_t(i)] = -1;

@@ -33,8 +33,9 @@ struct Soundness {
 // Exact check on a scratch copy; false when memory runs out.
 bool soundness(const float *xyz, int64_t n, Soundness &result);
 
-// Boundary loops of stl closed by new facets, ear by ear, shortest new edge first and never along
-// an edge the mesh has already where another ear will do; bounded by the number of open edges.
+// Boundary loops of stl closed by new facets, ear by ear, shortest new edge first; where every ear
+// left would run along an edge the mesh has already, the rest is closed round a new centre
+// corner. Bounded by the number of open edges.
 // Returns the number of facets added. Neighbours are rebuilt afterwards.
 int64_t fillholes(stl_file &stl);
 // Drops every facet on an edge with more than two facets, or meeting a neighbour that runs the

@@ -258,6 +258,33 @@ TEST(MeshFix, HolesAreFilledAgainstTheBoundary) {
   EXPECT_TRUE(s.sound()) << s.connected3 << " " << s.backwards << " " << s.degenerate;
 }
 
+TEST(MeshFix, HoleWhoseDiagonalsExistIsClosedRoundACentre) {
+  // A flat quad A B C D split along A-C, and a closed tetrahedron on B-D: either diagonal of
+  // the hole would give an edge three facets.
+  const float A[3] = {0, 0, 0}, B[3] = {4, 0, 0}, C[3] = {4, 4, 0}, D[3] = {0, 4, 0};
+  const float E[3] = {2, 2, 3}, F[3] = {3, 3, 5};
+  auto tri = [](const float *a, const float *b, const float *c) {
+    return Tri{{a[0], a[1], a[2], b[0], b[1], b[2], c[0], c[1], c[2]}};
+  };
+  Mesh m = {tri(A, B, C), tri(A, C, D), tri(B, D, E), tri(B, E, F), tri(D, F, E), tri(B, F, D)};
+  std::vector<float> xyz;
+  for (const Tri &t : m) xyz.insert(xyz.end(), t.c.begin(), t.c.end());
+  stl_file stl;
+  ASSERT_TRUE(meshfix::loadfacets(stl, xyz.data(), int64_t(m.size())));
+  EXPECT_EQ(meshfix::fillholes(stl), 4);
+  meshfix::takefacets(stl, xyz);
+  meshfix::freestl(stl);
+  meshfix::Soundness s;
+  ASSERT_TRUE(meshfix::soundness(xyz.data(), int64_t(xyz.size() / 9), s));
+  EXPECT_EQ(s.overloaded, 0);
+  EXPECT_TRUE(s.sound()) << s.connected3 << " " << s.backwards << " " << s.degenerate;
+  // The new corner is the centre of the quad.
+  bool centre = false;
+  for (size_t k = 0; k + 2 < xyz.size(); k += 3)
+    if (xyz[k] == 2 && xyz[k + 1] == 2 && xyz[k + 2] == 0) centre = true;
+  EXPECT_TRUE(centre);
+}
+
 namespace {
 void loopforever(stl_file &, float) {
   for (;;) pause();
