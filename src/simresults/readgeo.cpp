@@ -107,8 +107,7 @@ void readgeo(RunState &rs, const std::string &suffix) {
 
   allocate(rs, rs.nodeid, n, "readgeo, nodeid, 1");
   allocate(rs, rs.nodexyz, 3 * n, "readgeo, nodexyz, 2");
-  std::vector<float> work;
-  allocate(rs, work, 3 * n, "readgeo, work, 3");
+  std::unique_ptr<float[]> work = allocatework(rs, 3 * n, "readgeo, work, 3");
   if (nodeidson) {
     checkread(rs, file.ints(rs.nodeid.data(), n), name);
   } else {
@@ -116,9 +115,9 @@ void readgeo(RunState &rs, const std::string &suffix) {
   }
   // One record per coordinate, each straight into its block of the work array, then widened
   // into the node-major layout of nodexyz.
-  for (uint64_t c = 0; c < 3; ++c) checkread(rs, file.floats(work.data() + c * n, n), name);
+  for (uint64_t c = 0; c < 3; ++c) checkread(rs, file.floats(work.get() + c * n, n), name);
   {
-    const float *wx = work.data(), *wy = wx + n, *wz = wy + n;
+    const float *wx = work.get(), *wy = wx + n, *wz = wy + n;
     double *xyz = rs.nodexyz.data();
     for (uint64_t i = 0; i < n; ++i) {
       xyz[3 * i] = wx[i];
@@ -126,7 +125,7 @@ void readgeo(RunState &rs, const std::string &suffix) {
       xyz[3 * i + 2] = wz[i];
     }
   }
-  release(work);
+  work.reset();
 
   checkread(rs, file.text80(line), name);  // element type, not checked
   int32_t nelems = 0;

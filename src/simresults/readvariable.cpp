@@ -37,13 +37,12 @@ void readvariablevalues(RunState &rs, int ncomp, std::vector<double> &values) {
     const size_t nc = static_cast<size_t>(ncomp);
     release(values);
     allocate(rs, values, nc * n, "readvariable, values, 1");
-    std::vector<float> work;
-    allocate(rs, work, nc * n, "readvariable, work, 2");
+    std::unique_ptr<float[]> work = allocatework(rs, nc * n, "readvariable, work, 2");
     // One record per component, each straight into its block of the work array.
-    for (size_t c = 0; c < nc; ++c) checkvarread(rs, file.floats(work.data() + c * n, n), name);
+    for (size_t c = 0; c < nc; ++c) checkvarread(rs, file.floats(work.get() + c * n, n), name);
     // Widened node by node, so that the writes run through values in order.
     double *out = values.data();
-    const float *w = work.data();
+    const float *w = work.get();
     for (size_t i = 0; i < n; ++i)
       for (size_t c = 0; c < nc; ++c) out[nc * i + c] = w[c * n + i];
   } else {

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <new>
 #include <type_traits>
 
 #include "control/messages.h"
@@ -134,6 +135,15 @@ int ResultFile::ints(int32_t *out, size_t n) {
 int ResultFile::floats(float *out, size_t n) {
   if (binary) return rec.read(out, n * sizeof(float), true);
   return readtextvalues(txt, out, n);
+}
+
+std::unique_ptr<float[]> allocatework(RunState &rs, size_t n, const char *label) {
+  try {
+    return std::unique_ptr<float[]>(new float[n > 0 ? n : 1]);
+  } catch (const std::bad_alloc &) {
+    checkalloc(rs, 1, label);
+  }
+  return nullptr;
 }
 
 bool ResultFile::fits(uint64_t nvalues, uint64_t nrecords) const {

@@ -8,8 +8,10 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 
+#include "control/runstate.h"
 #include "control/textio.h"
 
 namespace wf {
@@ -59,5 +61,9 @@ class ResultFile {
   // count read from the file is used to allocate.
   bool fits(uint64_t nvalues, uint64_t nrecords) const;
 };
+
+// A single-precision work block of n values, left uninitialised (every value is read into it
+// before use); a failed allocation goes to checkalloc with the label.
+std::unique_ptr<float[]> allocatework(RunState &rs, size_t n, const char *label);
 
 }  // namespace wf
