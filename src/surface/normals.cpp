@@ -55,7 +55,9 @@ void normals(RunState &rs, bool quiet, bool full, bool indexed) {
   auto column = [&](size_t j) { return j < nvcols ? vrt + 3 * j : origin; };
   for (size_t t = 0; t < ntri; ++t) {
     const double *p1, *p2, *p3;
-    if (indexed) {
+    if (indexed && 3 * t + 2 >= rs.stltri.size()) {
+      p1 = p2 = p3 = origin;  // a triangle beyond the table has no corners
+    } else if (indexed) {
       const int32_t *tri = rs.stltri.data() + 3 * t;
       p1 = column(static_cast<size_t>(tri[0] - 1));
       p2 = column(static_cast<size_t>(tri[1] - 1));

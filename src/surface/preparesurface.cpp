@@ -111,9 +111,15 @@ void snapvertices(RunState &rs) {
 
 void equivertices(RunState &rs) {
   say(rs, "Equivalencing vertices");
+  // The soup holds three raw vertices per triangle; a soup shorter than its counts is taken
+  // as far as it goes.
+  if (rs.ntri < 0) rs.ntri = 0;
+  if (rs.rawvrt.size() < 9 * static_cast<size_t>(rs.ntri))
+    rs.ntri = static_cast<int32_t>(rs.rawvrt.size() / 9);
+  rs.nrawvrt = 3 * rs.ntri;
   const int32_t nraw = rs.nrawvrt;
-  const size_t n = nraw > 0 ? static_cast<size_t>(nraw) : 0;
-  const size_t ntri = rs.ntri > 0 ? static_cast<size_t>(rs.ntri) : 0;
+  const size_t n = static_cast<size_t>(nraw);
+  const size_t ntri = static_cast<size_t>(rs.ntri);
 
   std::vector<int32_t> p;
   allocate(rs, p, n, "equivertices, p, 1");
@@ -127,18 +133,14 @@ void equivertices(RunState &rs) {
   // Corner k of triangle t is raw vertex 3(t-1)+k: it keeps its place and takes the number
   // of its run. Walking the sorted positions sets each raw vertex once.
   allocate(rs, rs.stltri, 3 * ntri, "equivertices, stltri, 1");
-  const size_t nset = std::min(n, 3 * ntri);
-  for (size_t i = 0; i < n; ++i) {
-    size_t j = static_cast<size_t>(p[i] - 1);
-    if (j < nset) rs.stltri[j] = longrun[i];
-  }
+  for (size_t i = 0; i < n; ++i) rs.stltri[static_cast<size_t>(p[i] - 1)] = longrun[i];
   release(p);
   release(longrun);
 
   // Members of a run are identical, so the last writer in file order makes no difference.
   allocate(rs, rs.stlvrt, 3 * static_cast<size_t>(std::max(rs.nvrt, 0)), "equivertices, stlvrt, 1");
   const double *raw = rs.rawvrt.data();
-  for (size_t j = 0; j < nset; ++j) {
+  for (size_t j = 0; j < n; ++j) {
     size_t col = static_cast<size_t>(rs.stltri[j] - 1);
     double *dst = rs.stlvrt.data() + 3 * col;
     dst[0] = raw[3 * j];

@@ -9,12 +9,21 @@
 // chasing rows of the table through the permutation. The order of operations, and so the
 // result, is the same as for a merge of bare row numbers: the same comparisons are made on
 // the same values in the same sequence.
+//
+// Where the comparison is a strict weak order (integer rows, and double rows without a value
+// that is not a number) a stable order is unique: any sort that ranks ties by their incoming
+// position yields the very permutation of the merge sort. Those tables take a quicker road:
+// the keys become unsigned integers that order as the values do, the incoming position is the
+// last key, and the records are sorted in place. Rows with a NaN take the merge passes, whose
+// outcome then depends on the exact sequence of comparisons.
 #include "surface/sortkit.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <type_traits>
 
 #include "control/messages.h"
 
@@ -112,9 +121,101 @@ bool sortrows(const K *a, int32_t *p, int ncols, int32_t n, Smaller smaller) {
   return true;
 }
 
+// Keys that order as unsigned integers exactly as the values do.
+inline uint64_t orderkey(double x) {
+  if (x == 0.0) x = 0.0;  // negative zero equals zero
+  uint64_t b = std::bit_cast<uint64_t>(x);
+  return (b >> 63) ? ~b : (b | (uint64_t{1} << 63));
+}
+inline uint32_t orderkey(int32_t x) { return static_cast<uint32_t>(x) ^ 0x80000000u; }
+
+// The quick road for rows of at most three columns whose comparison is a strict weak order:
+// a least-significant-digit radix sort of key records on the first column (stable, so ties
+// keep their incoming order), then each run of equal first keys put in order by the other
+// columns with a stable sort. Returns false when the scratch could not be had.
+template <class K>
+bool sortkeyed(const K *a, int32_t *p, int ncols, int32_t n) {
+  using Key = std::conditional_t<(sizeof(K) > 4), uint64_t, uint32_t>;
+  struct R {
+    Key k[3];
+    int32_t row;
+  };
+  const size_t nn = static_cast<size_t>(n);
+  std::unique_ptr<R[]> buf(new (std::nothrow) R[2 * nn]);
+  if (!buf) return false;
+  R *src = buf.get(), *dst = src + nn;
+
+  constexpr int bits = 11, nbucket = 1 << bits;
+  constexpr int ndigit = (8 * static_cast<int>(sizeof(Key)) + bits - 1) / bits;
+  std::vector<uint32_t> count(static_cast<size_t>(ndigit) * nbucket, 0);
+  const size_t nc = static_cast<size_t>(ncols);
+  for (size_t i = 0; i < nn; ++i) {
+    const K *row = a + nc * static_cast<size_t>(p[i] - 1);
+    for (int c = 0; c < 3; ++c) src[i].k[c] = c < ncols ? static_cast<Key>(orderkey(row[c])) : 0;
+    src[i].row = p[i];
+    Key k0 = src[i].k[0];
+    for (int d = 0; d < ndigit; ++d) ++count[static_cast<size_t>(d) * nbucket + ((k0 >> (bits * d)) & (nbucket - 1))];
+  }
+  for (int d = 0; d < ndigit; ++d) {
+    uint32_t *cnt = count.data() + static_cast<size_t>(d) * nbucket;
+    if (cnt[(src[0].k[0] >> (bits * d)) & (nbucket - 1)] == nn) continue;  // one digit for all
+    uint32_t sum = 0;
+    for (int b = 0; b < nbucket; ++b) {
+      uint32_t c = cnt[b];
+      cnt[b] = sum;
+      sum += c;
+    }
+    for (size_t i = 0; i < nn; ++i) dst[cnt[(src[i].k[0] >> (bits * d)) & (nbucket - 1)]++] = src[i];
+    std::swap(src, dst);
+  }
+
+  auto before = [](const R &l, const R &r) {
+    if (l.k[1] != r.k[1]) return l.k[1] < r.k[1];
+    return l.k[2] < r.k[2];
+  };
+  if (ncols > 1) {
+    for (size_t i = 0; i < nn;) {
+      size_t j = i + 1;
+      while (j < nn && src[j].k[0] == src[i].k[0]) ++j;
+      if (j - i > 24) {
+        std::stable_sort(src + i, src + j, before);
+      } else {
+        for (size_t m = i + 1; m < j; ++m) {  // insertion: a tie stays behind its elder
+          R x = src[m];
+          size_t q = m;
+          while (q > i && before(x, src[q - 1])) {
+            src[q] = src[q - 1];
+            --q;
+          }
+          src[q] = x;
+        }
+      }
+      i = j;
+    }
+  }
+  for (size_t i = 0; i < nn; ++i) p[i] = src[i].row;
+  return true;
+}
+
+// Whether any value of the rows in p is not a number.
+bool anynan(const double *a, const int32_t *p, int ncols, int32_t n) {
+  const size_t nc = static_cast<size_t>(ncols);
+  for (int32_t i = 0; i < n; ++i) {
+    const double *row = a + nc * static_cast<size_t>(p[i] - 1);
+    for (size_t c = 0; c < nc; ++c)
+      if (row[c] != row[c]) return true;
+  }
+  return false;
+}
+
 template <class K, class Smaller>
 bool sorttable(const K *a, int32_t *p, int ncols, int32_t n, Smaller smaller) {
   if (n < 2) return true;
+  if (ncols >= 1 && ncols <= 3) {
+    bool weakorder = true;
+    if constexpr (std::is_floating_point_v<K>) weakorder = !anynan(a, p, ncols, n);
+    if (weakorder && sortkeyed(a, p, ncols, n)) return true;
+  }
   switch (ncols) {
     case 1: if (sortrecords<K, 1>(a, p, n, smaller)) return true; break;
     case 2: if (sortrecords<K, 2>(a, p, n, smaller)) return true; break;

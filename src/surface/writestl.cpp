@@ -34,7 +34,9 @@ inline const double *corner(const RunState &rs, bool indexed, size_t t, int k) {
   static const double origin[3] = {0, 0, 0};
   size_t col;
   if (indexed) {
-    int32_t v = rs.stltri[3 * t + static_cast<size_t>(k)];
+    const size_t h = 3 * t + static_cast<size_t>(k);
+    if (h >= rs.stltri.size()) return origin;
+    int32_t v = rs.stltri[h];
     if (v < 1) return origin;
     col = static_cast<size_t>(v - 1);
   } else {
@@ -113,7 +115,7 @@ void writestlbinaryform(RunState &rs, bool indexed, bool nonnative) {
   if (nonnative) {
     // The bits of the count through a 4-byte field, written as raw bytes.
     unsigned char field[4];
-    std::memcpy(field, &rs.ntri, 4);
+    std::memcpy(field, &count, 4);
     std::memcpy(b + 80, field, 4);
   } else {
     std::memcpy(b + 80, &count, 4);
