@@ -103,34 +103,60 @@ struct VertexKey {
   }
 };
 struct VertexKeyHash {
+  static uint64_t mix(uint64_t x) {  // splitmix64 finaliser
+    x += 0x9E3779B97F4A7C15ull;
+    x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ull;
+    x = (x ^ (x >> 27)) * 0x94D049BB133111EBull;
+    return x ^ (x >> 31);
+  }
   size_t operator()(const VertexKey &k) const {
-    uint64_t h = k.w[0] * 0x9E3779B97F4A7C15ull;
-    h ^= (h >> 29) + k.w[1] * 0xBF58476D1CE4E5B9ull;
-    h ^= (h >> 31) + k.w[2] * 0x94D049BB133111EBull;
-    return size_t(h ^ (h >> 32));
+    return size_t(mix((uint64_t(k.w[0]) << 32 | k.w[1]) ^ mix(k.w[2])));
   }
 };
 
 
 // Numbers the distinct corners (exact float bits) of n facets: id of corner k of facet i at
-// [3i + k]. Returns the number of distinct corners.
+// [3i + k]. Returns the number of distinct corners. Open addressing with the key in the slot, so
+// that a lookup touches one place in memory; the table doubles at half load.
 int32_t cornerids(const stl_facet *facets, int n, std::vector<int32_t> &id,
                   std::vector<stl_vertex> *where = nullptr) {
-  std::unordered_map<VertexKey, int32_t, VertexKeyHash> ids;
-  ids.reserve(size_t(n) + 16);
-  id.resize(3 * size_t(n));
+  struct Slot {
+    VertexKey key;
+    int32_t id;  // -1: empty
+  };
+  const size_t m = 3 * size_t(std::max(n, 0));
+  size_t cap = 1024;
+  while (cap < m / 2) cap <<= 1;
+  std::vector<Slot> table(cap, Slot{{{0, 0, 0}}, -1});
+  size_t used = 0;
+  const VertexKeyHash hash;
+  auto place = [&](std::vector<Slot> &t, const VertexKey &key) -> Slot & {
+    size_t mask = t.size() - 1, h = hash(key) & mask;
+    while (t[h].id >= 0 && !(t[h].key == key)) h = (h + 1) & mask;
+    return t[h];
+  };
+  id.resize(m);
   int32_t next = 0;
-  for (int i = 0; i < n; ++i)
-    for (int k = 0; k < 3; ++k) {
-      VertexKey key;
-      std::memcpy(key.w, &facets[i].vertex[k], sizeof key.w);
-      auto [it, fresh] = ids.try_emplace(key, next);
-      if (fresh) {
-        ++next;
-        if (where) where->push_back(facets[i].vertex[k]);
+  for (size_t c = 0; c < m; ++c) {
+    VertexKey key;
+    const stl_vertex &v = facets[c / 3].vertex[c % 3];
+    std::memcpy(key.w, &v, sizeof key.w);
+    Slot &slot = place(table, key);
+    if (slot.id < 0) {
+      slot.key = key;
+      slot.id = next++;
+      if (where) where->push_back(v);
+      if (++used * 2 > table.size()) {
+        std::vector<Slot> bigger(table.size() * 2, Slot{{{0, 0, 0}}, -1});
+        for (const Slot &old : table)
+          if (old.id >= 0) place(bigger, old.key) = old;
+        table.swap(bigger);
       }
-      id[3 * size_t(i) + size_t(k)] = it->second;
+      id[c] = next - 1;
+    } else {
+      id[c] = slot.id;
     }
+  }
   return next;
 }
 
@@ -253,10 +279,12 @@ int64_t fillholes(stl_file &stl) {
   std::vector<int32_t> id;
   std::vector<stl_vertex> where;
   const int32_t nv = cornerids(stl.facet_start, n, id, &where);
-  std::unordered_set<uint64_t> edges;
-  edges.reserve(3 * size_t(n));
-  for (size_t i = 0; i < size_t(n); ++i)
-    for (size_t k = 0; k < 3; ++k) edges.insert(edgekey(id[3 * i + k], id[3 * i + (k + 1) % 3]));
+  std::vector<uint64_t> oldedges;
+  sortededges(id, oldedges);
+  std::unordered_set<uint64_t> newedges;
+  auto known = [&](uint64_t key) {
+    return std::binary_search(oldedges.begin(), oldedges.end(), key) || newedges.count(key) > 0;
+  };
 
   // Open half-edges, in the direction of their facet.
   std::vector<int32_t> from, to;
@@ -296,7 +324,7 @@ int64_t fillholes(stl_file &stl) {
     f.vertex[2] = where[size_t(c)];
     setnormal(f);
     added.push_back(f);
-    edges.insert(edgekey(a, b));
+    newedges.insert(edgekey(a, b));
   };
   auto dist2 = [&](int32_t a, int32_t b) {
     const stl_vertex &p = where[size_t(a)], &q = where[size_t(b)];
@@ -327,7 +355,7 @@ int64_t fillholes(stl_file &stl) {
     for (size_t m = 0; m < left; ++m, j = next[size_t(j)]) {
       int32_t a = loop[size_t(j)], b = loop[size_t(next[size_t(j)])];
       addfacet(b, a, cid);
-      edges.insert(edgekey(a, cid));
+      newedges.insert(edgekey(a, cid));
     }
   };
 
@@ -344,7 +372,7 @@ int64_t fillholes(stl_file &stl) {
     std::priority_queue<Ear, std::vector<Ear>, std::greater<Ear>> heap;
     auto push = [&](int32_t i) {
       int32_t p = loop[size_t(prev[size_t(i)])], q = loop[size_t(next[size_t(i)])];
-      int blocked = edges.count(edgekey(p, q)) ? 1 : 0;
+      int blocked = known(edgekey(p, q)) ? 1 : 0;
       heap.emplace(blocked, dist2(p, q), i, ++stamp[size_t(i)]);
     };
     for (size_t i = 0; i < k; ++i) push(int32_t(i));
@@ -355,7 +383,7 @@ int64_t fillholes(stl_file &stl) {
       if (st != stamp[size_t(i)]) continue;  // stale entry
       int32_t pi = prev[size_t(i)], qi = next[size_t(i)];
       int32_t p = loop[size_t(pi)], q = loop[size_t(qi)];
-      if (!blocked && edges.count(edgekey(p, q))) {  // became blocked meanwhile
+      if (!blocked && known(edgekey(p, q))) {  // became blocked meanwhile
         push(i);
         continue;
       }
