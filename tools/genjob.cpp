@@ -541,7 +541,7 @@ int main(int argc, char **argv) {
                        "*MAXE\n"
                        "5.0\n"
                        "*MINE\n"
-                       "1.0\n"
+                       "2.0\n"
                        "*IOFF\n"
                        "-1\n");
   if (!ok) {

@@ -146,6 +146,15 @@ TEST_F(ReadGeo, BinaryIdsOffAndTextForms) {
   EXPECT_EQ(rs.elemid, iota(2));
   EXPECT_EQ(rs.nodeindex, iota(12));
 
+  // Text records padded with NUL characters, as C writers leave them, read as blank-padded.
+  std::string nul = g.binary();
+  for (size_t at : {4u + 8u, 88u * 3 + 4 + 11})  // behind "C Binary" and "node id off"
+    std::fill(nul.begin() + static_cast<long>(at), nul.begin() + static_cast<long>(88 * (at / 88) + 84), '\0');
+  wft::writefile("results/job_3.geo", nul);
+  readgeo(rs, ".geo");
+  expectmesh(g);
+  EXPECT_TRUE(rs.resultsbinary);
+
   // Text, ids off, with extents.
   Geo t;
   wft::writefile("results/job_3.geo", t.text());
