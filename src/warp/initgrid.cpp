@@ -22,6 +22,17 @@ int32_t cellcount(double estimate) {
   return static_cast<int32_t>(t);
 }
 
+// Cube root rounded correctly in practice: the library's value polished by one Newton step in
+// extended precision, so that a perfect cube gives its integer root exactly (the library alone
+// can land one unit below, and the count would then truncate to one cell less).
+double cuberoot(double x) {
+  if (!(x > 0.0) || !std::isfinite(x)) return std::cbrt(x);
+  long double r = std::cbrt(x);
+  const long double lx = x;
+  r = r - (r * r * r - lx) / (3.0L * r * r);
+  return static_cast<double>(r);
+}
+
 }  // namespace
 
 int32_t gridcell(double c, double o, double s, int32_t n) {
@@ -54,9 +65,9 @@ void initgrid(RunState &rs) {
 
   // 2. Cell counts aiming at nnodes near-cubic cells; products in this order of multiplication.
   const double dn = static_cast<double>(nn);
-  rs.gridnx = cellcount(std::cbrt(dn * lx * lx / (ly * lz)));
-  rs.gridny = cellcount(std::cbrt(dn * ly * ly / (lx * lz)));
-  rs.gridnz = cellcount(std::cbrt(dn * lz * lz / (lx * ly)));
+  rs.gridnx = cellcount(cuberoot(dn * lx * lx / (ly * lz)));
+  rs.gridny = cellcount(cuberoot(dn * ly * ly / (lx * lz)));
+  rs.gridnz = cellcount(cuberoot(dn * lz * lz / (lx * ly)));
 
   // 3. The partition line.
   say(rs, " Number of nodal partitions = " + inttext(rs.gridnx) + " x " + inttext(rs.gridny) +
