@@ -282,6 +282,8 @@ void dvecsort(const double *a, int32_t *p, int32_t n) {
   if (n < 2) return;
   // The left value is taken when right >= left, so a value that is not a number on the right
   // comes first.
+  // Without a NaN the rule is a plain less-than, and the stable order is unique.
+  if (!anynan(a, p, 1, n) && sortkeyed(a, p, 1, n)) return;
   auto smaller = [](const double *r, const double *l, int) { return !(r[0] >= l[0]); };
   if (!sortrecords<double, 1>(a, p, n, smaller)) {
     if (!sortrows(a, p, 1, n, smaller)) throw std::bad_alloc();

@@ -153,6 +153,10 @@ TEST(ReadStl, ByteOrdersAndTheirMemory) {
   EXPECT_EQ(formatlines(out), std::vector<std::string>({" Reading in native format..."}));
   EXPECT_TRUE(hasline(out, " Binary STL file"));
   EXPECT_TRUE(hasline(out, " Number of triangles = 12"));
+  // The next little-endian surface: a single format line.
+  out = readcapture(rs);
+  EXPECT_EQ(formatlines(out), std::vector<std::string>({" Reading in native format..."}));
+  expectsoup(rs, s, true);
 
   // Big-endian: the count read in the wrong order exceeds the file, so orders 1 and 2 fail.
   rs.stlpath = dir + "/be.stl";

@@ -109,6 +109,20 @@ TEST(SortKit, StableAndLexicographicAgainstReference) {
     wf::dvecsort(v.data(), pv.data(), n);
     EXPECT_EQ(pv, stablereference(v, identity(n), 1));
   }
+  // Wide values: both signs, both zeros, tiny and huge magnitudes, repeated in all columns.
+  std::vector<double> pool = {0.0, -0.0, 1e-310, -1e-310, 1e300, -1e300, 3.5, -3.5, 1.0, 2.0};
+  std::uniform_real_distribution<double> expo(-300, 300);
+  for (int i = 0; i < 200; ++i) pool.push_back((i % 2 ? -1 : 1) * std::pow(10.0, expo(gen)));
+  std::uniform_int_distribution<size_t> pick(0, pool.size() - 1);
+  const int32_t nw = 30000;
+  std::vector<double> wide(3 * static_cast<size_t>(nw));
+  for (auto &x : wide) x = pool[pick(gen)] * (pick(gen) % 3 == 0 ? 1.0 : 0.0);
+  std::vector<int32_t> pw = identity(nw);
+  std::shuffle(pw.begin(), pw.end(), gen);
+  std::vector<int32_t> expect = stablereference(wide, pw, 3);
+  wf::dmatsort(rs, wide.data(), pw.data(), 3, nw);
+  EXPECT_EQ(pw, expect);
+
   // Integer rows compare as signed numbers.
   std::vector<int32_t> neg = {-5, 0, 7, -2147483647 - 1};
   std::vector<int32_t> pn(4);
