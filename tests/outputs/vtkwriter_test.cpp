@@ -26,7 +26,7 @@ void putbe(std::string &s, float f) {
   putbe(s, v);
 }
 
-// The file the description asks for, built piece by piece.
+// The expected file, built piece by piece from the layout of the format.
 std::string expectedbinary(const wf::RunState &rs) {
   std::string s =
       "# vtk DataFile Version 4.1\nCorvanta Tessero Thermo Mechanics vtk output\nBINARY\n"
