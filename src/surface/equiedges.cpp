@@ -77,66 +77,72 @@ void equiedges(RunState &rs, int &status) {
   allocate(rs, rs.edgesurf, ne, "equiedges, edgesurf, 1");
   allocate(rs, rs.edgelen, ne, "equiedges, edgelen, 1");
   allocate(rs, rs.triedge, nside, "equiedges, triedge, 1");
-  std::vector<int32_t> ntouch, nslot;  // triangles per edge, edgenbr slots used
-  allocate(rs, ntouch, ne, "equiedges, count, 1");
-  allocate(rs, nslot, ne, "equiedges, count, 2");
 
   // Side h of the sorted position i gets the run number: the edge of that side.
   for (size_t i = 0; i < nside; ++i) rs.triedge[static_cast<size_t>(p[i] - 1)] = longrun[i];
-  release(p);
-  release(longrun);
-
-  int32_t *triedge = rs.triedge.data();
-  for (size_t t = 0; t < ntri; ++t) {
-    const int32_t s = surfaceoftriangle(rs, static_cast<int32_t>(t + 1));
-    const int32_t *te = triedge + 3 * t;
-    const int32_t *c = tri + 3 * t;
-    // The three counts rise together, each from its old value: a triangle with two sides on
-    // one edge adds 1 to it, not 2.
-    int32_t next[3];
-    for (int k = 0; k < 3; ++k) next[k] = ntouch[static_cast<size_t>(te[k] - 1)] + 1;
-    for (int k = 0; k < 3; ++k) ntouch[static_cast<size_t>(te[k] - 1)] = next[k];
-    for (int k = 0; k < 3; ++k) {
-      const size_t e = static_cast<size_t>(te[k] - 1);
-      const size_t h = 3 * t + static_cast<size_t>(k);
-      rs.edgelen[e] = std::sqrt(rs.triedgesq[h]);
-      rs.edgevrt[2 * e] = c[sidea[k]];
-      rs.edgevrt[2 * e + 1] = c[sideb[k]];
-      rs.edgesurf[e] = s;
-      const int32_t ce = ntouch[e];
-      if (ce <= 2) {
-        rs.edgetri[2 * e + static_cast<size_t>(ce - 1)] = static_cast<int32_t>(t + 1);
-        rs.edgeopp[2 * e + static_cast<size_t>(ce - 1)] = c[opposite[k]];
-      }
-      const int32_t m = nslot[e];
-      if (m + 1 <= 4) rs.edgenbr[4 * e + static_cast<size_t>(m)] = te[other1[k]];
-      if (m + 2 <= 4) rs.edgenbr[4 * e + static_cast<size_t>(m) + 1] = te[other2[k]];
-      if (m <= 4) nslot[e] = m + 2;
-    }
-  }
 
   const size_t nsurf = surfacecount(rs);
   if (rs.surfwatertight.size() < nsurf) rs.surfwatertight.resize(nsurf);
   std::fill(rs.surfwatertight.begin(), rs.surfwatertight.end(), -1);
 
+  // One walk over the sides in sorted order fills the tables edge by edge. The sides of an
+  // edge stand together there, in triangle order (the sort is stable), so each edge sees the
+  // same sequence of sides as a walk over the triangles would give it, while its tables are
+  // written in ascending order. The triangle count of an edge rises once per triangle: a
+  // triangle with two sides on one edge adds 1, not 2, and both sides see the raised count.
+  const int32_t *triedge = rs.triedge.data();
+  const double *sidesq = rs.triedgesq.data();
   long long nopen = 0, ngood = 0, nover = 0;
   size_t firstbad = ne;
-  for (size_t e = 0; e < ne; ++e) {
-    const int32_t ce = ntouch[e];
-    if (ce == 2) {
+  for (size_t i = 0; i < nside;) {
+    const size_t e = static_cast<size_t>(longrun[i] - 1);
+    int32_t count = 0, slots = 0;
+    size_t lastt = ntri;
+    for (; i < nside && static_cast<size_t>(longrun[i] - 1) == e; ++i) {
+      if (i + 8 < nside) {
+        const size_t ahead = static_cast<size_t>(p[i + 8] - 1);
+        __builtin_prefetch(tri + ahead - ahead % 3);
+        __builtin_prefetch(triedge + ahead - ahead % 3);
+        __builtin_prefetch(sidesq + ahead);
+      }
+      const size_t h = static_cast<size_t>(p[i] - 1);
+      const size_t t = h / 3;
+      const int k = static_cast<int>(h % 3);
+      const int32_t *c = tri + 3 * t;
+      const int32_t *te = triedge + 3 * t;
+      if (t != lastt) {
+        ++count;
+        lastt = t;
+      }
+      rs.edgelen[e] = std::sqrt(sidesq[h]);
+      rs.edgevrt[2 * e] = c[sidea[k]];
+      rs.edgevrt[2 * e + 1] = c[sideb[k]];
+      rs.edgesurf[e] = surfaceoftriangle(rs, static_cast<int32_t>(t + 1));
+      if (count <= 2) {
+        rs.edgetri[2 * e + static_cast<size_t>(count - 1)] = static_cast<int32_t>(t + 1);
+        rs.edgeopp[2 * e + static_cast<size_t>(count - 1)] = c[opposite[k]];
+      }
+      if (slots + 1 <= 4) rs.edgenbr[4 * e + static_cast<size_t>(slots)] = te[other1[k]];
+      if (slots + 2 <= 4) rs.edgenbr[4 * e + static_cast<size_t>(slots) + 1] = te[other2[k]];
+      if (slots <= 4) slots += 2;
+    }
+    // c = 1 is an open edge, c = 2 a good one, anything else an overloaded one.
+    if (count == 2) {
       ++ngood;
       continue;
     }
-    if (ce == 1) {
+    if (count == 1) {
       ++nopen;
     } else {
       ++nover;
     }
-    const int32_t s = rs.edgesurf[e];
-    if (s >= 1 && static_cast<size_t>(s) <= rs.surfwatertight.size())
-      rs.surfwatertight[static_cast<size_t>(s) - 1] = 0;
+    const int32_t sf = rs.edgesurf[e];
+    if (sf >= 1 && static_cast<size_t>(sf) <= rs.surfwatertight.size())
+      rs.surfwatertight[static_cast<size_t>(sf) - 1] = 0;
     if (firstbad == ne) firstbad = e;
   }
+  release(p);
+  release(longrun);
 
   if (firstbad != ne) {
     status = -1;
