@@ -12,9 +12,10 @@
 //
 // Where the comparison is a strict weak order (integer rows, and double rows without a value
 // that is not a number) a stable order is unique: any sort that ranks ties by their incoming
-// position yields the very permutation of the merge sort. Those tables take a quicker road:
-// the keys become unsigned integers that order as the values do, the incoming position is the
-// last key, and the records are sorted in place. Rows with a NaN take the merge passes, whose
+// position yields the very permutation of the merge sort. Those tables of up to three columns
+// take a quicker road: the keys become unsigned integers that order as the values do, a
+// radix sort orders the records by the first column, and the runs of equal first keys are
+// put in order by the rest with a stable sort. Rows with a NaN take the merge passes, whose
 // outcome then depends on the exact sequence of comparisons.
 #include "surface/sortkit.h"
 
