@@ -12,13 +12,6 @@ namespace {
 
 const std::string kIndent(30, ' ');
 
-// A list starts empty with room for ten entries.
-template <class T>
-void startlist(List<T> &list) {
-  list.v.clear();
-  list.v.resize(10);
-  list.n = 0;
-}
 
 template <class T>
 void pushvalue(RunState &rs, List<T> &list, const T &value, int *status) {

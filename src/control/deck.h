@@ -27,5 +27,12 @@ void pushname(RunState &rs, List<std::string> &list, const std::string &value, i
 void pushreal(RunState &rs, List<float> &list, float value, int *status = nullptr);
 // Capacity after one growth step from cap (0 or less when it overflows).
 int32_t growcapacity(int32_t cap);
+// A list starts empty with room for ten entries.
+template <class T>
+void startlist(List<T> &list) {
+  list.v.clear();
+  list.v.resize(10);
+  list.n = 0;
+}
 
 }  // namespace wf

@@ -16,13 +16,6 @@ namespace wf {
 
 namespace {
 
-// A list starts empty with room for ten entries.
-template <class T>
-void startlist(List<T> &list) {
-  list.v.clear();
-  list.v.resize(10);
-  list.n = 0;
-}
 
 // The value line of *OFNS or *STLS: the first free-form token of the next line that is no
 // comment. A missing line or a line without a number is a read error of the file.
