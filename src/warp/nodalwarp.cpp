@@ -28,7 +28,8 @@ struct Search {
   int32_t snap = 0;
 };
 
-// The nodes of one cell in their stored order. Returns true when a node within the snap
+// The nodes at positions first..last of the bucket list (one cell, or a row of cells), in
+// their stored order. Returns true when a node within the snap
 // tolerance ends the search.
 inline bool visitcell(Search &st, int32_t first, int32_t last) {
   for (int32_t pos = first; pos <= last; ++pos) {
@@ -48,15 +49,22 @@ inline bool visitcell(Search &st, int32_t first, int32_t last) {
       st.dmax = st.count == 1 ? d2 : (d2 > st.dmax ? d2 : st.dmax);
     } else if (d2 < st.dmax) {
       // Replace the first position holding the largest distance; a tie keeps the old node.
+      // One pass finds it and the largest of the others, which with d2 is the new maximum.
       int worst = 0;
-      for (int m = 1; m < st.navg; ++m)
-        if (st.dist2[m] > st.dist2[worst]) worst = m;
+      double top = st.dist2[0], rest = -1.0;
+      for (int m = 1; m < st.navg; ++m) {
+        const double v = st.dist2[m];
+        if (v > top) {
+          rest = top;
+          top = v;
+          worst = m;
+        } else if (v > rest) {
+          rest = v;
+        }
+      }
       st.dist2[worst] = d2;
       st.nodes[worst] = n;
-      double mx = st.dist2[0];
-      for (int m = 1; m < st.navg; ++m)
-        if (st.dist2[m] > mx) mx = st.dist2[m];
-      st.dmax = mx;
+      st.dmax = d2 > rest ? d2 : rest;
     }
   }
   return false;
@@ -116,15 +124,15 @@ void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes,
     const int32_t ilo = ix - r > 1 ? ix - r : 1, ihi = ix + r < nx ? ix + r : nx;
     for (int32_t k = klo; k <= khi && !snapped; ++k) {
       const bool kface = std::abs(k - iz) == r;
-      for (int32_t j = jlo; j <= jhi && !snapped; ++j) {
+      for (int32_t j = jlo; j <= jhi; ++j) {
         if (kface || std::abs(j - iy) == r) {
-          // A whole row of the ring's shell.
-          size_t base = cellbase(ilo, j, k);
-          for (int32_t i = ilo; i <= ihi; ++i, base += 2) {
-            if (visitcell(st, j0[base], j0[base + 1])) {
-              snapped = true;
-              break;
-            }
+          // A whole row of the ring's shell. The cells of a row follow each other in the
+          // bucket list, so their nodes form one run: first of the low cell to last of the
+          // high cell, visited in the same order as cell by cell.
+          const size_t b0 = cellbase(ilo, j, k), b1 = cellbase(ihi, j, k);
+          if (visitcell(st, j0[b0], j0[b1 + 1])) {
+            snapped = true;
+            break;
           }
         } else {
           // Only the two ends of the row belong to the ring, low end first.

@@ -3,21 +3,25 @@
 // vertices, the build plane, the parallel vertex loop; then the refinement walk.
 #include "warp/warpstl.h"
 
-#include <omp.h>
 #include <xmmintrin.h>
 
 #include <vector>
 
 #include "control/messages.h"
 #include "warp/refine.h"
+#include "warp/vertexloop.h"
 
 namespace wf {
-
-namespace {
 
 // Moves every vertex; one thread per chunk of one vertex, each thread with its own work arrays
 // made once, and each running with flush-to-zero and denormals-are-zero like the main thread.
 void warpvertices(RunState &rs) {
+  // A simulation job without its mesh arrays (never so from the driver) moves nothing.
+  if (!rs.scngflag && (rs.nodeactive.size() < static_cast<size_t>(rs.nnodes) ||
+                       rs.nodedisp.size() < 3 * static_cast<size_t>(rs.nnodes))) {
+    rs.nodeactive.resize(static_cast<size_t>(rs.nnodes), 0);
+    rs.nodedisp.resize(3 * static_cast<size_t>(rs.nnodes), 0.0);
+  }
   const RunState &crs = rs;
   const int navg = rs.navgnodes > 0 ? rs.navgnodes : 1;
   const int32_t nvrt = rs.nvrt;
@@ -35,13 +39,11 @@ void warpvertices(RunState &rs) {
   }
 }
 
-}  // namespace
-
-void warpstl(RunState &rs) {
-  // 1. The refinement does not keep the triangle-to-edge table.
+void beginwarp(RunState &rs) {
+  // The refinement does not keep the triangle-to-edge table.
   release(rs.triedge);
 
-  // 2. Node-count check (simulation jobs only).
+  // Node-count check (simulation jobs only).
   if (rs.inpuflag) {
     if (rs.navgnodes > rs.nnodes) {
       postmessage(rs, 1, 174);
@@ -57,16 +59,9 @@ void warpstl(RunState &rs) {
     }
   }
 
-  // 3.
   say(rs, "Displacing original STL vertices ...");
 
-  // 4. The main thread's work arrays (the refinement uses them for the midpoints).
-  const int navg = rs.navgnodes > 0 ? rs.navgnodes : 1;
-  std::vector<double> dist2(static_cast<size_t>(navg));
-  std::vector<int32_t> nodes(static_cast<size_t>(navg));
-  std::vector<double> weights(static_cast<size_t>(navg));
-
-  // 5. STL scaling of the vertices and of the initial edge lengths.
+  // STL scaling of the vertices and of the initial edge lengths.
   const size_t nv = 3 * static_cast<size_t>(rs.nvrt);
   if (rs.stlvrt.size() < nv) rs.stlvrt.resize(nv);
   for (size_t k = 0; k < nv; ++k) rs.stlvrt[k] *= rs.stlscale;
@@ -74,18 +69,23 @@ void warpstl(RunState &rs) {
   if (rs.edgelen.size() < ne) rs.edgelen.resize(ne);
   for (size_t k = 0; k < ne; ++k) rs.edgelen[k] *= rs.stlscale;
 
-  // 6. The scaled vertices before warping.
+  // The scaled vertices before warping.
   rs.prewarpvertices.assign(rs.stlvrt.begin(), rs.stlvrt.begin() + static_cast<std::ptrdiff_t>(nv));
 
-  // 7. The build plane stays in raw surface units.
+  // The build plane stays in raw surface units.
   rs.buildplane = rs.refgflag ? rs.refminz : rs.stlbbox.min[2];
+}
 
-  // 8. A simulation job needs its mesh arrays; a mesh without them moves nothing.
-  if (!rs.scngflag && (rs.nodeactive.size() < static_cast<size_t>(rs.nnodes) ||
-                       rs.nodedisp.size() < 3 * static_cast<size_t>(rs.nnodes))) {
-    rs.nodeactive.resize(static_cast<size_t>(rs.nnodes), 0);
-    rs.nodedisp.resize(3 * static_cast<size_t>(rs.nnodes), 0.0);
-  }
+void warpstl(RunState &rs) {
+  beginwarp(rs);
+
+  // The main thread's work arrays (the refinement uses them for the midpoints); each thread of
+  // the vertex loop makes its own.
+  const int navg = rs.navgnodes > 0 ? rs.navgnodes : 1;
+  std::vector<double> dist2(static_cast<size_t>(navg));
+  std::vector<int32_t> nodes(static_cast<size_t>(navg));
+  std::vector<double> weights(static_cast<size_t>(navg));
+
   warpvertices(rs);
 
   refinesurface(rs, dist2.data(), nodes.data(), weights.data(), navg);
