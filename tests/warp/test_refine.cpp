@@ -39,10 +39,6 @@ void trianglesurface(wf::RunState &rs) {
   wft::setbox(rs.stlbbox, rs.stlvrt);
 }
 
-std::vector<int32_t> slice(const std::vector<int32_t> &v, int e, int width) {
-  return std::vector<int32_t>(v.begin() + (e - 1) * width, v.begin() + e * width);
-}
-
 // A mesh round the square, [-1, 3] x [-1, 3] x [-1, 1], with the given field.
 void squaremesh(wf::RunState &rs, const wft::Field &f) {
   testing::internal::CaptureStdout();
@@ -119,39 +115,20 @@ TEST(Refine, InteriorSplitRecords) {
             (std::vector<int32_t>{1, 3, 5, 3, 4, 5, 2, 1, 5, 4, 2, 5}));
   EXPECT_EQ(std::vector<uint8_t>(rs.triactive.begin(), rs.triactive.begin() + 6),
             (std::vector<uint8_t>{0, 0, 1, 1, 1, 1}));
-  // The four neighbours now border the new triangles and the new vertex.
-  EXPECT_EQ(slice(rs.edgetri, 1, 2), (std::vector<int32_t>{5, 0}));
-  EXPECT_EQ(slice(rs.edgeopp, 1, 2), (std::vector<int32_t>{5, 0}));
-  EXPECT_EQ(slice(rs.edgenbr, 1, 4), (std::vector<int32_t>{6, 9, 0, 0}));
-  EXPECT_EQ(slice(rs.edgetri, 2, 2), (std::vector<int32_t>{3, 0}));
-  EXPECT_EQ(slice(rs.edgeopp, 2, 2), (std::vector<int32_t>{5, 0}));
-  EXPECT_EQ(slice(rs.edgenbr, 2, 4), (std::vector<int32_t>{8, 6, 0, 0}));
-  EXPECT_EQ(slice(rs.edgetri, 4, 2), (std::vector<int32_t>{6, 0}));
-  EXPECT_EQ(slice(rs.edgeopp, 4, 2), (std::vector<int32_t>{5, 0}));
-  EXPECT_EQ(slice(rs.edgenbr, 4, 4), (std::vector<int32_t>{9, 7, 0, 0}));
-  EXPECT_EQ(slice(rs.edgetri, 5, 2), (std::vector<int32_t>{4, 0}));
-  EXPECT_EQ(slice(rs.edgeopp, 5, 2), (std::vector<int32_t>{5, 0}));
-  EXPECT_EQ(slice(rs.edgenbr, 5, 4), (std::vector<int32_t>{7, 8, 0, 0}));
-  // The split edge keeps its record.
-  EXPECT_EQ(slice(rs.edgevrt, 3, 2), (std::vector<int32_t>{1, 4}));
-  EXPECT_EQ(slice(rs.edgenbr, 3, 4), (std::vector<int32_t>{2, 5, 4, 1}));
-  // New edges: halves a-m, m-b, cross edges m-c, d-m.
-  EXPECT_EQ(slice(rs.edgevrt, 6, 2), (std::vector<int32_t>{1, 5}));
-  EXPECT_EQ(slice(rs.edgeopp, 6, 2), (std::vector<int32_t>{3, 2}));
-  EXPECT_EQ(slice(rs.edgetri, 6, 2), (std::vector<int32_t>{3, 5}));
-  EXPECT_EQ(slice(rs.edgenbr, 6, 4), (std::vector<int32_t>{2, 8, 9, 1}));
-  EXPECT_EQ(slice(rs.edgevrt, 7, 2), (std::vector<int32_t>{5, 4}));
-  EXPECT_EQ(slice(rs.edgeopp, 7, 2), (std::vector<int32_t>{3, 2}));
-  EXPECT_EQ(slice(rs.edgetri, 7, 2), (std::vector<int32_t>{4, 6}));
-  EXPECT_EQ(slice(rs.edgenbr, 7, 4), (std::vector<int32_t>{8, 5, 4, 9}));
-  EXPECT_EQ(slice(rs.edgevrt, 8, 2), (std::vector<int32_t>{5, 3}));
-  EXPECT_EQ(slice(rs.edgeopp, 8, 2), (std::vector<int32_t>{1, 4}));
-  EXPECT_EQ(slice(rs.edgetri, 8, 2), (std::vector<int32_t>{3, 4}));
-  EXPECT_EQ(slice(rs.edgenbr, 8, 4), (std::vector<int32_t>{6, 2, 5, 7}));
-  EXPECT_EQ(slice(rs.edgevrt, 9, 2), (std::vector<int32_t>{2, 5}));
-  EXPECT_EQ(slice(rs.edgeopp, 9, 2), (std::vector<int32_t>{1, 4}));
-  EXPECT_EQ(slice(rs.edgetri, 9, 2), (std::vector<int32_t>{5, 6}));
-  EXPECT_EQ(slice(rs.edgenbr, 9, 4), (std::vector<int32_t>{1, 6, 7, 4}));
+  // Edges 1, 2, 4, 5 (the neighbours) now border the new triangles and the new vertex; edge 3
+  // keeps its record; 6 to 9 are the halves a-m, m-b and the cross edges m-c, d-m.
+  auto upto = [](const std::vector<int32_t> &v, size_t n) {
+    return std::vector<int32_t>(v.begin(), v.begin() + n);
+  };
+  EXPECT_EQ(upto(rs.edgevrt, 18),
+            (std::vector<int32_t>{2, 1, 1, 3, 1, 4, 4, 2, 3, 4, 1, 5, 5, 4, 5, 3, 2, 5}));
+  EXPECT_EQ(upto(rs.edgetri, 18),
+            (std::vector<int32_t>{5, 0, 3, 0, 1, 2, 6, 0, 4, 0, 3, 5, 4, 6, 3, 4, 5, 6}));
+  EXPECT_EQ(upto(rs.edgeopp, 18),
+            (std::vector<int32_t>{5, 0, 5, 0, 3, 2, 5, 0, 5, 0, 3, 2, 3, 2, 1, 4, 1, 4}));
+  EXPECT_EQ(upto(rs.edgenbr, 36),
+            (std::vector<int32_t>{6, 9, 0, 0, 8, 6, 0, 0, 2, 5, 4, 1, 9, 7, 0, 0, 7, 8, 0, 0,
+                                  2, 8, 9, 1, 8, 5, 4, 9, 6, 2, 5, 7, 1, 6, 7, 4}));
   for (int e = 6; e <= 9; ++e) EXPECT_EQ(rs.edgelevel[e - 1], 1);
   // Lengths of the new edges between warped ends.
   EXPECT_DOUBLE_EQ(rs.edgelen[5], std::sqrt(4.75));
@@ -169,8 +146,10 @@ TEST(Refine, InteriorSplitRecords) {
   EXPECT_EQ(rs.edgenbr.size(), 44u);
   EXPECT_EQ(rs.edgelevel.size(), 11u);
   // New edge columns beyond the count are zero in the triangle and opposite tables.
-  EXPECT_EQ(slice(rs.edgetri, 10, 2), (std::vector<int32_t>{0, 0}));
-  EXPECT_EQ(slice(rs.edgeopp, 11, 2), (std::vector<int32_t>{0, 0}));
+  EXPECT_EQ(std::vector<int32_t>(rs.edgetri.begin() + 18, rs.edgetri.end()),
+            std::vector<int32_t>(4, 0));
+  EXPECT_EQ(std::vector<int32_t>(rs.edgeopp.begin() + 18, rs.edgeopp.end()),
+            std::vector<int32_t>(4, 0));
 }
 
 TEST(Refine, BoundarySplitRecords) {
@@ -187,24 +166,13 @@ TEST(Refine, BoundarySplitRecords) {
             (std::vector<int32_t>{3, 1, 4, 1, 2, 4}));
   EXPECT_EQ(std::vector<uint8_t>(rs.triactive.begin(), rs.triactive.begin() + 3),
             (std::vector<uint8_t>{0, 1, 1}));
-  EXPECT_EQ(slice(rs.edgetri, 1, 2), (std::vector<int32_t>{2, 0}));
-  EXPECT_EQ(slice(rs.edgeopp, 1, 2), (std::vector<int32_t>{4, 0}));
-  EXPECT_EQ(slice(rs.edgenbr, 1, 4), (std::vector<int32_t>{6, 4, 0, 0}));
-  EXPECT_EQ(slice(rs.edgetri, 2, 2), (std::vector<int32_t>{3, 0}));
-  EXPECT_EQ(slice(rs.edgeopp, 2, 2), (std::vector<int32_t>{4, 0}));
-  EXPECT_EQ(slice(rs.edgenbr, 2, 4), (std::vector<int32_t>{5, 6, 0, 0}));
-  EXPECT_EQ(slice(rs.edgevrt, 4, 2), (std::vector<int32_t>{3, 4}));
-  EXPECT_EQ(slice(rs.edgeopp, 4, 2), (std::vector<int32_t>{1, 0}));
-  EXPECT_EQ(slice(rs.edgetri, 4, 2), (std::vector<int32_t>{2, 0}));
-  EXPECT_EQ(slice(rs.edgenbr, 4, 4), (std::vector<int32_t>{1, 6, 0, 0}));
-  EXPECT_EQ(slice(rs.edgevrt, 5, 2), (std::vector<int32_t>{4, 2}));
-  EXPECT_EQ(slice(rs.edgeopp, 5, 2), (std::vector<int32_t>{1, 0}));
-  EXPECT_EQ(slice(rs.edgetri, 5, 2), (std::vector<int32_t>{3, 0}));
-  EXPECT_EQ(slice(rs.edgenbr, 5, 4), (std::vector<int32_t>{6, 2, 0, 0}));
-  EXPECT_EQ(slice(rs.edgevrt, 6, 2), (std::vector<int32_t>{4, 1}));
-  EXPECT_EQ(slice(rs.edgeopp, 6, 2), (std::vector<int32_t>{3, 2}));
-  EXPECT_EQ(slice(rs.edgetri, 6, 2), (std::vector<int32_t>{2, 3}));
-  EXPECT_EQ(slice(rs.edgenbr, 6, 4), (std::vector<int32_t>{4, 1, 2, 5}));
+  // Edges 1 and 2 (the neighbours) updated, 3 kept, 4 to 6 new: halves 3-4, 4-2, cross 4-1.
+  EXPECT_EQ(rs.edgevrt, (std::vector<int32_t>{2, 1, 1, 3, 3, 2, 3, 4, 4, 2, 4, 1, 0, 0, 0, 0}));
+  EXPECT_EQ(rs.edgetri, (std::vector<int32_t>{2, 0, 3, 0, 1, 0, 2, 0, 3, 0, 2, 3, 0, 0, 0, 0}));
+  EXPECT_EQ(rs.edgeopp, (std::vector<int32_t>{4, 0, 4, 0, 1, 0, 1, 0, 1, 0, 3, 2, 0, 0, 0, 0}));
+  EXPECT_EQ(std::vector<int32_t>(rs.edgenbr.begin(), rs.edgenbr.begin() + 24),
+            (std::vector<int32_t>{6, 4, 0, 0, 5, 6, 0, 0, 1, 2, 0, 0, 1, 6, 0, 0, 6, 2, 0, 0,
+                                  4, 1, 2, 5}));
   for (int e = 4; e <= 6; ++e) EXPECT_EQ(rs.edgelevel[e - 1], 3);
   EXPECT_DOUBLE_EQ(rs.edgelen[3], std::sqrt(3.0));  // (2,0,0) to (1,1,1)
 }
