@@ -6,92 +6,65 @@
 #include "simtest.h"
 
 using namespace wf;
-using simtest::Records;
-using simtest::SimTest;
 
 namespace {
 
 // Component c of node i.
 float value(int c, int i) { return 0.1f * static_cast<float>(c + 1) - 0.37f * static_cast<float>(i); }
 
-std::string binaryvar(int ncomp, int n, int extra = 0) {
-  Records r;
-  r.text("Displacement of increment 2");
-  r.text("part");
-  r.i(1);
-  r.text("coordinates");
+// Five nodes, ncomp components; binary records (one value more than the nodes with extra), or
+// text with perline values to a line.
+std::string varfile(bool binary, int ncomp, int perline = 1, int extra = 0) {
+  simtest::Records r;
+  std::string s = "Displacement of increment 2\npart\n         1\ncoordinates\n";
+  r.text("Displacement of increment 2"), r.text("part"), r.i(1), r.text("coordinates");
+  char b[32];
   for (int c = 0; c < ncomp; ++c) {
     std::vector<float> v;
-    for (int i = 0; i < n + extra; ++i) v.push_back(value(c, i));
-    r.floats(v);
-  }
-  return r.b;
-}
-
-std::string textvar(int ncomp, int n, int perline) {
-  std::string s = "Displacement of increment 2\npart\n         1\ncoordinates\n";
-  char b[32];
-  for (int c = 0; c < ncomp; ++c)
-    for (int i = 0; i < n; ++i) {
-      std::snprintf(b, sizeof b, " %12.9g", static_cast<double>(value(c, i)));
-      s += b;
-      s += (i + 1) % perline == 0 || i + 1 == n ? "\n" : "";
+    for (int i = 0; i < 5 + extra; ++i) {
+      v.push_back(value(c, i));
+      s.append(b, static_cast<size_t>(std::snprintf(b, sizeof b, " %12.9g", double(v.back()))));
+      if ((i + 1) % perline == 0 || i == 4) s += "\n";
     }
-  return s;
+    r.vals(v);
+  }
+  return binary ? r.b : s;
 }
 
-struct ReadVariable : SimTest {
+struct ReadVariable : simtest::SimTest {
   void SetUp() override {
     SimTest::SetUp();
     std::filesystem::create_directories("results");
     rs.dispfile = "results/job00_2.dis.ens";
     rs.nnodes = 5;
   }
-  void expectvalues(const std::vector<double> &v, int ncomp) {
-    ASSERT_EQ(v.size(), static_cast<size_t>(ncomp * rs.nnodes));
-    for (int i = 0; i < rs.nnodes; ++i)
-      for (int c = 0; c < ncomp; ++c)
-        EXPECT_EQ(v[static_cast<size_t>(ncomp * i + c)], static_cast<double>(value(c, i)));
-  }
 };
 
 }  // namespace
 
-TEST_F(ReadVariable, ThreeComponentsInBothForms) {
-  rs.resultsbinary = true;
-  wft::writefile(rs.dispfile, binaryvar(3, 5));
-  rs.nodedisp.assign(3, 9.0);  // an earlier field is replaced
-  readvariable(rs, 3);
-  expectvalues(rs.nodedisp, 3);
-  EXPECT_EQ(console(), "     Variable file   = results/job00_2.dis.ens\n");
-
-  rs.resultsbinary = false;
-  for (int perline : {1, 2, 6}) {
+TEST_F(ReadVariable, OneThreeAndSixComponentsInBothForms) {
+  for (auto [binary, perline] : {std::pair{true, 1}, {false, 1}, {false, 2}, {false, 6}}) {
     SCOPED_TRACE(perline);
-    wft::writefile(rs.dispfile, textvar(3, 5, perline));
-    readvariable(rs, 3);
-    expectvalues(rs.nodedisp, 3);
-  }
-  EXPECT_TRUE(messages().empty());
-}
-
-TEST_F(ReadVariable, OneAndSixComponentsAndOthers) {
-  std::vector<double> v;
-  for (bool binary : {true, false}) {
-    SCOPED_TRACE(binary);
     rs.resultsbinary = binary;
-    for (int ncomp : {1, 6}) {
-      wft::writefile(rs.dispfile, binary ? binaryvar(ncomp, 5) : textvar(ncomp, 5, 4));
+    for (int ncomp : {1, 3, 6}) {  // node-major, whatever the line breaks of the text
+      std::vector<double> v, want;
+      for (int i = 0; i < 5; ++i)
+        for (int c = 0; c < ncomp; ++c) want.push_back(value(c, i));
+      wft::writefile(rs.dispfile, varfile(binary, ncomp, perline));
       readvariablevalues(rs, ncomp, v);
-      expectvalues(v, ncomp);
+      EXPECT_EQ(v, want) << ncomp;
+      if (ncomp != 3) continue;
+      rs.nodedisp.assign(3, 9.0);  // an earlier field is replaced
+      console();
+      readvariable(rs, 3);
+      EXPECT_EQ(rs.nodedisp, want);
+      EXPECT_EQ(console(), "     Variable file   = results/job00_2.dis.ens\n");
     }
-    // Any other count reads the header only.
-    wft::writefile(rs.dispfile, binary ? binaryvar(0, 5) : textvar(0, 5, 1));
+    // Any other count reads the header only; the run's one call then leaves the displacements.
+    std::vector<double> v = {1};
     readvariablevalues(rs, 2, v);
     EXPECT_TRUE(v.empty());
-    // The run's one call with other counts leaves the displacements alone.
     rs.nodedisp = {1, 2, 3};
-    wft::writefile(rs.dispfile, binary ? binaryvar(1, 5) : textvar(1, 5, 4));
     readvariable(rs, 1);
     EXPECT_EQ(rs.nodedisp, (std::vector<double>{1, 2, 3}));
   }
@@ -99,41 +72,26 @@ TEST_F(ReadVariable, OneAndSixComponentsAndOthers) {
 }
 
 TEST_F(ReadVariable, EarlyEndsAndBrokenRecords) {
-  const std::string good = binaryvar(3, 5);
+  const std::string good = varfile(true, 3), text = varfile(false, 3);
   std::string badtrail = good;
-  const int32_t wrong = 7;
-  std::memcpy(&badtrail[88 + 88 + 12 + 88 + 4 + 20], &wrong, 4);  // behind the x values
-  struct Case {
-    const char *what;
-    bool binary;
-    std::string body;
-    int code;
-  } cases[] = {
-      {"empty", true, "", 362},
-      {"cut in the header", true, good.substr(0, 100), 362},
-      {"cut in the z values", true, good.substr(0, good.size() - 6), 362},
-      {"z values missing", true, good.substr(0, good.size() - 28), 362},
-      {"record of another length", true, binaryvar(3, 5, 1), 29},
-      {"trailing marker differs", true, badtrail, 29},
-      {"text: too few values", false, textvar(3, 5, 1).substr(0, textvar(3, 5, 1).size() - 15), 362},
-      {"text: a word among the values", false, textvar(3, 5, 1).replace(80, 3, "xyz"), 29},
-      {"text: no part number", false, "desc\npart\n", 362},
-  };
-  for (const Case &c : cases) {
-    SCOPED_TRACE(c.what);
-    rs.resultsbinary = c.binary;
-    wft::writefile(rs.dispfile, c.body);
-    EXPECT_THROW(readvariable(rs, 3), RunAborted);
-    simtest::Message m = lastmessage();
-    EXPECT_EQ(m.code, c.code);
-    ASSERT_FALSE(m.vars.empty());
-    EXPECT_EQ(m.vars[0], rs.dispfile);
+  badtrail[88 + 88 + 12 + 88 + 4 + 20] ^= 1;  // the marker behind the x values
+  for (auto [what, binary, body, code] : std::vector<std::tuple<const char *, bool, std::string, const char *>>{
+           {"empty", true, "", "362"},
+           {"cut in the header", true, good.substr(0, 100), "362"},
+           {"cut in the z values", true, good.substr(0, good.size() - 6), "362"},
+           {"z values missing", true, good.substr(0, good.size() - 28), "362"},
+           {"record of another length", true, varfile(true, 3, 1, 1), "29"},
+           {"trailing marker differs", true, badtrail, "29"},
+           {"text: too few values", false, text.substr(0, text.size() - 15), "362"},
+           {"text: a word among the values", false, std::string(text).replace(80, 3, "xyz"), "29"},
+           {"text: no part number", false, "desc\npart\n", "362"}}) {
+    SCOPED_TRACE(what);
+    rs.resultsbinary = binary;
+    wft::writefile(rs.dispfile, body);
+    aborts([&] { readvariable(rs, 3); }, code + (" " + rs.dispfile));
   }
   std::remove(rs.dispfile.c_str());
-  EXPECT_THROW(readvariable(rs, 3), RunAborted);
-  EXPECT_EQ(lastmessage().code, 30);
-  // Without *INPU there is no file name at all.
-  rs.dispfile.clear();
-  EXPECT_THROW(readvariable(rs, 3), RunAborted);
-  EXPECT_EQ(lastmessage().code, 30);
+  aborts([&] { readvariable(rs, 3); }, "30 " + rs.dispfile);
+  rs.dispfile.clear();  // without *INPU there is no file name at all
+  aborts([&] { readvariable(rs, 3); }, "30");
 }
