@@ -2,7 +2,7 @@
 // Warp benchmark: a job of about a million mesh nodes and a million surface triangles built in
 // process, timed per phase: the node grid, the surface preparation, the vertex loop on one and
 // on two threads, the refinement walk, and the whole warp.
-//   bench_warp [nodes-per-axis (100)] [cells-per-cube-face (289)] [minedge (0.1)]
+//   bench_warp [nodes-per-axis (100)] [cells-per-cube-face (289)] [minedge (0.1)] [repeats (3)]
 #include <omp.h>
 #include <unistd.h>
 
@@ -75,6 +75,7 @@ int main(int argc, char **argv) {
   const int nodesperaxis = argc > 1 ? std::atoi(argv[1]) : 100;
   const int facecells = argc > 2 ? std::atoi(argv[2]) : 289;
   const double minedge = argc > 3 ? std::atof(argv[3]) : 0.1;
+  const int repeats = argc > 4 ? std::atoi(argv[4]) : 3;
   const int maxthreads = omp_get_num_procs() >= 2 ? 2 : 1;
 
   static wf::RunState rs;
@@ -166,20 +167,25 @@ int main(int argc, char **argv) {
   double tloop[3] = {0, 0, 0};
   std::vector<double> warped[3];
   for (int threads = 1; threads <= maxthreads; ++threads) {
-    pristine.restore(rs);
-    {
-      Quiet q;
-      wf::beginwarp(rs);
+    // Best of a few runs: the figure of a loaded machine is its quietest moment.
+    double best = 1e30, bestcpu = 0;
+    for (int rep = 0; rep < repeats; ++rep) {
+      pristine.restore(rs);
+      {
+        Quiet q;
+        wf::beginwarp(rs);
+      }
+      omp_set_num_threads(threads);
+      t0 = now();
+      double c0 = cpu();
+      wf::warpvertices(rs);
+      double t = now() - t0, c = cpu() - c0;
+      if (t < best) best = t, bestcpu = c;
     }
-    omp_set_num_threads(threads);
-    t0 = now();
-    double c0 = cpu();
-    wf::warpvertices(rs);
-    tloop[threads] = now() - t0;
-    double cloop = cpu() - c0;
+    tloop[threads] = best;
     warped[threads] = rs.stlvrt;
-    std::printf("vertex loop %d thread%s  %8.3f s  %6.3f M vertices/s  (cpu %.3f s)\n", threads,
-                threads > 1 ? "s" : " ", tloop[threads], rs.nvrt / tloop[threads] / 1e6, cloop);
+    std::printf("vertex loop %d thread%s  %8.3f s  %6.3f M vertices/s  (cpu %.3f s, best of %d)\n",
+                threads, threads > 1 ? "s" : " ", best, rs.nvrt / best / 1e6, bestcpu, repeats);
   }
   if (maxthreads > 1) {
     std::printf("vertex loop speed-up  %8.2f on %d threads (%s results)\n", tloop[1] / tloop[2],
