@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Small surfaces made in code for the repair and recheck tests, STL writers and readers for
-// them, the summary of the admesh command on a file, and a scope that changes the folder.
+// Small surfaces made in code for the repair and recheck tests, their STL bytes, the verdict of
+// the admesh command on a file, and a fixture that works in a fresh folder with a signal file.
 #pragma once
 
-#include <unistd.h>
+#include <gtest/gtest.h>
 
 #include <array>
 #include <cmath>
@@ -11,13 +11,12 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <map>
-#include <sstream>
-#include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
+
+#include "control/messages.h"
+#include "control/runstate.h"
+#include "testutil.h"
 
 namespace wft {
 
@@ -26,169 +25,170 @@ struct Tri {
 };
 using Mesh = std::vector<Tri>;
 
-// Axis-aligned box, outward facing, 12 triangles.
+// Axis-aligned box, outward facing, 12 triangles: bottom, top, then the sides.
 inline Mesh box(float x0, float y0, float z0, float sx, float sy, float sz) {
-  const float p[8][3] = {{x0, y0, z0},           {x0 + sx, y0, z0},      {x0 + sx, y0 + sy, z0},
-                         {x0, y0 + sy, z0},      {x0, y0, z0 + sz},      {x0 + sx, y0, z0 + sz},
-                         {x0 + sx, y0 + sy, z0 + sz}, {x0, y0 + sy, z0 + sz}};
-  const int f[12][3] = {{0, 2, 1}, {0, 3, 2}, {4, 5, 6}, {4, 6, 7}, {0, 1, 5}, {0, 5, 4},
-                        {1, 2, 6}, {1, 6, 5}, {2, 3, 7}, {2, 7, 6}, {3, 0, 4}, {3, 4, 7}};
-  Mesh m;
-  for (const auto &t : f) {
-    Tri tri;
-    for (int k = 0; k < 3; ++k)
-      for (int d = 0; d < 3; ++d) tri.c[3 * k + d] = p[t[k]][d];
-    m.push_back(tri);
-  }
+  const int f[12][3] = {{0, 3, 1}, {0, 2, 3}, {4, 5, 7}, {4, 7, 6}, {0, 1, 5}, {0, 5, 4},
+                        {1, 3, 7}, {1, 7, 5}, {3, 2, 6}, {3, 6, 7}, {2, 0, 4}, {2, 4, 6}};
+  Mesh m(12);
+  for (int i = 0; i < 12; ++i)
+    for (int k = 0; k < 3; ++k) {  // corner bits: 1 is +sx, 2 is +sy, 4 is +sz
+      const int p = f[i][k];
+      m[i].c[3 * k] = x0 + (p & 1) * sx;
+      m[i].c[3 * k + 1] = y0 + (p >> 1 & 1) * sy;
+      m[i].c[3 * k + 2] = z0 + (p >> 2) * sz;
+    }
   return m;
 }
 inline Mesh cube(float size = 10.0f) { return box(0, 0, 0, size, size, size); }
-
-// A Moebius strip of n quads (2n triangles): open, and no direction of its facets agrees
-// across every edge.
-inline Mesh mobius(int n = 12) {
-  auto at = [&](int i, int side) {
-    double a = 2 * M_PI * i / n, w = side ? 3.0 : -3.0, tw = a / 2;
-    return std::array<float, 3>{float((20 + w * std::cos(tw)) * std::cos(a)),
-                                float((20 + w * std::cos(tw)) * std::sin(a)),
-                                float(w * std::sin(tw))};
-  };
-  Mesh m;
-  auto add = [&](std::array<float, 3> a, std::array<float, 3> b, std::array<float, 3> c) {
-    Tri t;
-    for (int d = 0; d < 3; ++d) {
-      t.c[d] = a[d];
-      t.c[3 + d] = b[d];
-      t.c[6 + d] = c[d];
-    }
-    m.push_back(t);
-  };
-  for (int i = 0; i < n; ++i) {
-    int j = (i + 1) % n;
-    auto a0 = at(i, 0), a1 = at(i, 1);
-    auto b0 = j == 0 ? at(0, 1) : at(j, 0);
-    auto b1 = j == 0 ? at(0, 0) : at(j, 1);
-    add(a0, b0, b1);
-    add(a0, b1, a1);
-  }
+// m after edit(m), for tables of faulty variants.
+template <class F>
+Mesh edited(Mesh m, F edit) {
+  edit(m);
   return m;
 }
-
+inline Mesh join(Mesh a, const Mesh &b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+inline Mesh opencube() {
+  return edited(cube(), [](Mesh &m) { m.pop_back(); });
+}
+inline Mesh lonetriangles() {
+  return {Tri{{0, 0, 0, 1, 0, 0, 0, 1, 0}}, Tri{{5, 5, 5, 6, 5, 5, 5, 6, 5}}};
+}
 inline void flip(Tri &t) {
   for (int d = 0; d < 3; ++d) std::swap(t.c[3 + d], t.c[6 + d]);
 }
 
-inline void putword(std::string &s, uint32_t w, bool bigendian) {
-  for (int k = 0; k < 4; ++k) {
-    int shift = bigendian ? 8 * (3 - k) : 8 * k;
-    s.push_back(char((w >> shift) & 0xff));
-  }
+// A Moebius strip of n quads (2n triangles): open, and no direction of its facets agrees
+// across every edge.
+inline Mesh mobius(int n = 12) {
+  auto at = [&](int i, int side, int d) {
+    double a = 2 * M_PI * (i % n) / n, w = (side ^ (i == n)) ? 3.0 : -3.0;
+    double r = 20 + w * std::cos(a / 2);
+    return float(d == 0 ? r * std::cos(a) : d == 1 ? r * std::sin(a) : w * std::sin(a / 2));
+  };
+  Mesh m(2 * size_t(n));
+  for (int i = 0; i < n; ++i)
+    for (int d = 0; d < 3; ++d) {
+      const float a0 = at(i, 0, d), a1 = at(i, 1, d), b0 = at(i + 1, 0, d), b1 = at(i + 1, 1, d);
+      auto &s = m[2 * size_t(i)].c, &t = m[2 * size_t(i) + 1].c;
+      s[d] = a0, s[3 + d] = b0, s[6 + d] = b1;  // quad a0 b0 b1 a1
+      t[d] = a0, t[3 + d] = b1, t[6 + d] = a1;
+    }
+  return m;
 }
 
-// Binary STL: 84 + 50 n bytes (plus `trailing` extra bytes), normals from the corner order.
-inline void writebinary(const std::string &path, const Mesh &m, bool bigendian = false,
-                        int trailing = 0) {
-  std::string s(80, ' ');
-  std::memcpy(&s[0], "test surface", 12);
-  putword(s, uint32_t(m.size()), bigendian);
+// Binary STL bytes: 84 + 50 n, normals left zero (no reader here uses them).
+inline std::string stlbytes(const Mesh &m, bool bigendian = false) {
+  std::string s = "test surface";
+  s.resize(80, ' ');
+  auto put = [&](const void *p) {
+    uint32_t w;
+    std::memcpy(&w, p, 4);
+    for (int k = 0; k < 4; ++k) s.push_back(char(w >> (bigendian ? 24 - 8 * k : 8 * k)));
+  };
+  const uint32_t n = uint32_t(m.size());
+  put(&n);
   for (const Tri &t : m) {
-    const float *c = t.c.data();
-    float u[3] = {c[3] - c[0], c[4] - c[1], c[5] - c[2]};
-    float v[3] = {c[6] - c[0], c[7] - c[1], c[8] - c[2]};
-    float n[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
-    float len = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
-    for (float x : n) {
-      float y = len > 0 ? x / len : 0.0f;
-      uint32_t w;
-      std::memcpy(&w, &y, 4);
-      putword(s, w, bigendian);
-    }
-    for (float x : t.c) {
-      uint32_t w;
-      std::memcpy(&w, &x, 4);
-      putword(s, w, bigendian);
-    }
+    s.append(12, '\0');
+    for (const float &x : t.c) put(&x);
     s.append(2, '\0');
   }
-  s.append(size_t(trailing), '\0');
-  std::ofstream(path, std::ios::binary) << s;
+  return s;
 }
+inline void writebinary(const std::string &path, const Mesh &m) { writefile(path, stlbytes(m)); }
 
-inline void writeascii(const std::string &path, const Mesh &m) {
-  std::ostringstream o;
-  o.precision(9);
-  o << "solid test\n";
+inline std::string asciibytes(const Mesh &m) {
+  std::string s = "solid test\n";
   for (const Tri &t : m) {
-    o << "  facet normal 0 0 0\n    outer loop\n";
-    for (int k = 0; k < 3; ++k)
-      o << "      vertex " << t.c[3 * k] << " " << t.c[3 * k + 1] << " " << t.c[3 * k + 2] << "\n";
-    o << "    endloop\n  endfacet\n";
+    s += "  facet normal 0 0 0\n    outer loop\n";
+    for (int k = 0; k < 9; ++k)
+      s += (k % 3 ? " " : "      vertex ") + std::to_string(t.c[k]) + (k % 3 == 2 ? "\n" : "");
+    s += "    endloop\n  endfacet\n";
   }
-  o << "endsolid test\n";
-  std::ofstream(path, std::ios::binary) << o.str();
+  return s + "endsolid test\n";
 }
 
-// A little-endian binary STL read back (no checks beyond the length).
+// The facets of a little-endian binary STL (as many as its length holds).
 inline Mesh readbinary(const std::string &path) {
-  std::ifstream f(path, std::ios::binary);
-  std::string s((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-  if (s.size() < 84) throw std::runtime_error("short STL " + path);
-  uint32_t n;
-  std::memcpy(&n, &s[80], 4);
-  if (s.size() < 84 + 50 * size_t(n)) throw std::runtime_error("truncated STL " + path);
-  Mesh m(n);
-  for (uint32_t i = 0; i < n; ++i) std::memcpy(m[i].c.data(), &s[84 + 50 * i + 12], 36);
+  const std::string s = readfile(path);
+  Mesh m(s.size() >= 84 ? (s.size() - 84) / 50 : 0);
+  for (size_t i = 0; i < m.size(); ++i) std::memcpy(m[i].c.data(), &s[84 + 50 * i + 12], 36);
   return m;
 }
 
 inline double volume(const Mesh &m) {
   double v = 0;
   for (const Tri &t : m) {
-    const float *a = &t.c[0], *b = &t.c[3], *c = &t.c[6];
-    v += double(a[0]) * (double(b[1]) * c[2] - double(b[2]) * c[1]) +
-         double(a[1]) * (double(b[2]) * c[0] - double(b[0]) * c[2]) +
-         double(a[2]) * (double(b[0]) * c[1] - double(b[1]) * c[0]);
+    const auto &c = t.c;
+    v += c[0] * (double(c[4]) * c[8] - double(c[5]) * c[7]) +
+         c[1] * (double(c[5]) * c[6] - double(c[3]) * c[8]) +
+         c[2] * (double(c[3]) * c[7] - double(c[4]) * c[6]);
   }
   return v / 6;
 }
 
-// The admesh command's exact check of a file: original facet count, disconnected facets,
-// degenerate facets and backwards edges.
-struct AdmeshSummary {
-  int facets = -1, disconnected = -1, degenerate = -1, backwards = -1;
-  bool sound() const {
-    return facets > 0 && disconnected == 0 && degenerate == 0 && backwards == 0;
-  }
-};
-inline AdmeshSummary admeshcheck(const std::string &path) {
-  AdmeshSummary s;
-  std::string cmd = "admesh --exact '" + path + "' 2>&1";
-  std::FILE *p = popen(cmd.c_str(), "r");
-  if (!p) return s;
+// "" when the admesh command's exact check finds the file closed and oriented (facets, none
+// disconnected or degenerate, no backwards edge); otherwise the counts it gave.
+inline std::string admeshfaults(const std::string &path) {
+  static const char *const keys[] = {"Number of facets", "Total disconnected facets",
+                                     "Degenerate facets", "Backwards edges"};
+  int v[4] = {-1, -1, -1, -1};
+  std::FILE *p = popen(("admesh --exact '" + path + "' 2>&1").c_str(), "r");
   char line[512];
-  auto number = [](const char *l) {
-    const char *c = std::strchr(l, ':');
-    return c ? std::atoi(c + 1) : -1;
-  };
-  while (std::fgets(line, sizeof line, p)) {
-    if (std::strncmp(line, "Number of facets", 16) == 0) s.facets = number(line);
-    if (std::strncmp(line, "Total disconnected facets", 25) == 0) s.disconnected = number(line);
-    if (std::strncmp(line, "Degenerate facets", 17) == 0) s.degenerate = number(line);
-    if (std::strncmp(line, "Backwards edges", 15) == 0) s.backwards = number(line);
-  }
-  pclose(p);
-  return s;
+  while (p && std::fgets(line, sizeof line, p))
+    for (int k = 0; k < 4; ++k)
+      if (std::strncmp(line, keys[k], std::strlen(keys[k])) == 0 && std::strchr(line, ':'))
+        v[k] = std::atoi(std::strchr(line, ':') + 1);
+  if (p) pclose(p);
+  if (v[0] > 0 && v[1] == 0 && v[2] == 0 && v[3] == 0) return "";
+  return "facets " + std::to_string(v[0]) + " disconnected " + std::to_string(v[1]) +
+         " degenerate " + std::to_string(v[2]) + " backwards " + std::to_string(v[3]);
 }
 
-// Changes the current folder for the life of the scope.
-struct InFolder {
-  std::filesystem::path old;
-  explicit InFolder(const std::string &folder) : old(std::filesystem::current_path()) {
-    std::filesystem::current_path(folder);
+// A run record working in a fresh folder (the current one for the test), with a signal file
+// and the message catalogue.
+struct InFolderTest : ::testing::Test {
+  wf::RunState rs;
+  std::string dir;
+  std::filesystem::path old = std::filesystem::current_path();
+  void SetUp() override {
+    dir = tempdir("repair");
+    std::filesystem::current_path(dir);
+    rs.signalunit = std::tmpfile();
+    rs.messagecatalogue =
+        nlohmann::json::parse(readfile(std::string(WARPFORGE_SOURCE_DIR) + "/data/simsolver.arb"));
+    rs.catalogueok = true;
   }
-  ~InFolder() { std::filesystem::current_path(old); }
-  InFolder(const InFolder &) = delete;
-  InFolder &operator=(const InFolder &) = delete;
+  void TearDown() override {
+    std::fclose(rs.signalunit);
+    std::filesystem::current_path(old);
+  }
+  std::string signals() {  // read through a fresh opening, so the unit's own position stays
+    std::fflush(rs.signalunit);
+    return readfile("/proc/self/fd/" + std::to_string(fileno(rs.signalunit)));
+  }
+  // The console text of f(); an exception passes through with the text dropped.
+  template <class F>
+  std::string console(F f) {
+    ::testing::internal::CaptureStdout();
+    try {
+      f();
+    } catch (...) {
+      ::testing::internal::GetCapturedStdout();
+      throw;
+    }
+    return ::testing::internal::GetCapturedStdout();
+  }
+  void setlist(const std::vector<std::string> &files, const std::vector<int32_t> &types,
+               const std::vector<int32_t> &watertight) {
+    rs.stlfiles.v = files;
+    rs.stlfiles.n = int32_t(files.size());
+    rs.stltype.v = types;
+    rs.stltype.n = int32_t(types.size());
+    rs.surfwatertight = watertight;
+  }
 };
 
 }  // namespace wft
