@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// What the output steps share: nothing happens without their card, file names come from the
+// last dot of the whole path, and a file that cannot be opened ends the run with message 31.
+// Then the displacement text report (*WRTU).
+#include "outtest.h"
+
+namespace {
+
+TEST(OutputSteps, OffWritesAndPrintsNothing) {
+  wfo::InTempDir dir("out_off");
+  wf::RunState rs;
+  wfo::tetra(rs);
+  rs.o3dmflag = false;
+  rs.outstlpath = "part_warp.stl";
+  rs.wrtupath = "part_warp.stl_wrtu.txt";
+  for (auto step : {wf::writetextreport, wf::writevtkstep, wf::write3mfstep, wf::convert3mfstep})
+    EXPECT_EQ(wfo::captured([&] { step(rs); }), "");
+  EXPECT_TRUE(fs::is_empty(fs::current_path()));
+}
+
+TEST(OutputSteps, NamesTakeTheLastDotOfTheWholePath) {
+  const struct { void (*step)(wf::RunState &); const char *outstlpath, *made; } cases[] = {
+      {wf::writevtkstep, "nodot", "vtk"},
+      {wf::writevtkstep, "a.b/c", "a.vtk"},
+      {wf::write3mfstep, "nodot", "_color/3D/3dmodel.model"},
+      {wf::write3mfstep, ".stl", "_color.3mf"},
+      {wf::write3mfstep, "x.d/part", "x_color.3mf"}};
+  for (const auto &c : cases) {
+    wfo::InTempDir dir("out_names");
+    wf::RunState rs;
+    wfo::tetra(rs);
+    rs.ovtkflag = true;
+    rs.outstlpath = c.outstlpath;
+    if (fs::path(c.outstlpath).has_parent_path()) fs::create_directories(fs::path(c.outstlpath).parent_path());
+    wfo::captured([&] { c.step(rs); });
+    EXPECT_TRUE(fs::exists(c.made)) << c.outstlpath << " -> " << c.made;
+    EXPECT_EQ(rs.outstlpath, c.outstlpath);
+  }
+}
+
+// The coloured package names its model member in the message whichever member failed.
+TEST(OutputSteps, FailedOpenEndsTheRunWith31) {
+  const struct { void (*step)(wf::RunState &); const char *outstlpath, *named; } cases[] = {
+      {wf::writetextreport, "", "nofolder/report.txt"},
+      {wf::writevtkstep, "missing/part.stl", "missing/part.vtk"},
+      {wf::write3mfstep, "q.stl", "q_color/3D/3dmodel.model"}};
+  for (const auto &c : cases) {
+    wfo::InTempDir dir("out_fail");
+    wf::RunState rs;
+    wfo::Signals sig(rs);
+    rs.messagecatalogue = {{"errors", {{"31", "cannot open %1 (status %2)"}}}};
+    rs.catalogueok = rs.wrtuflag = rs.ovtkflag = true;
+    wfo::tetra(rs);
+    rs.wrtupath = "nofolder/report.txt";
+    rs.outstlpath = c.outstlpath;
+    fs::create_directories("q_color");
+    wft::writefile("q_color/_rels", "a file where a folder belongs");
+    testing::internal::CaptureStdout();
+    EXPECT_THROW(c.step(rs), wf::RunAborted) << c.named;
+    EXPECT_FALSE(wft::contains(testing::internal::GetCapturedStdout(), "Finished writing file"));
+    std::string s = sig.text();
+    EXPECT_TRUE(wft::contains(s, "\"code\": 31, \"variables\": [\"" + std::string(c.named) + "\"")) << s;
+    EXPECT_FALSE(wft::contains(s, ".rels")) << s;
+  }
+}
+
+TEST(TextReport, OneLineOf84CharactersPerVertex) {
+  wfo::InTempDir dir("wrtu_lines");
+  wf::RunState rs;
+  wfo::Signals sig(rs);
+  wfo::tetra(rs);
+  rs.wrtuflag = true;
+  rs.wrtupath = "job_1_warp.stl_wrtu.txt";
+  EXPECT_EQ(wfo::captured([&] { wf::writetextreport(rs); }), " Finished writing file job_1_warp.stl_wrtu.txt\n");
+  EXPECT_EQ(sig.text(), "") << "the text report sends no signal event";
+  EXPECT_EQ(wft::readfile(rs.wrtupath),
+            "  0.000000E+00  0.000000E+00  0.000000E+00  0.000000E+00  0.000000E+00  0.000000E+00\n"
+            "  1.000000E+01  0.000000E+00  0.000000E+00  1.000000E+00  0.000000E+00  0.000000E+00\n"
+            "  0.000000E+00  1.000000E+01  0.000000E+00  0.000000E+00  2.000000E+00  0.000000E+00\n"
+            "  0.000000E+00  0.000000E+00  1.000000E+01  0.000000E+00  0.000000E+00  4.000000E+00\n");
+
+  // 60000 vertices make about 5 MB, more than one block of the writer; the earlier, longer
+  // file is replaced; unmoved vertices have zeros in their last three fields.
+  wfo::grid(rs, 300, 200);
+  rs.stlvrt = rs.prewarpvertices;
+  rs.stlvrt[3 * 59999 + 1] -= 0.125;
+  wft::writefile(rs.wrtupath, std::string(7000000, 'x'));
+  wfo::captured([&] { wf::writetextreport(rs); });
+  std::string text = wft::readfile(rs.wrtupath);
+  ASSERT_EQ(text.size(), 60000u * 85u);
+  auto lines = wft::splitlines(text);
+  EXPECT_EQ(lines[49344], "  7.200000E+01  4.100000E+01  0.000000E+00  0.000000E+00  0.000000E+00  0.000000E+00");
+  EXPECT_EQ(lines.back(), "  1.495000E+02  4.975000E+01  0.000000E+00  0.000000E+00 -1.250000E-01  0.000000E+00");
+}
+
+}  // namespace
