@@ -34,19 +34,6 @@ void releaseedges(RunState &rs) {
   rs.edgecap = 0;
 }
 
-void releasenormals(RunState &rs) {
-  release(rs.nrgtri);
-  release(rs.ugtri);
-  release(rs.vgtri);
-  release(rs.nnsqgtri);
-  release(rs.uugtri);
-  release(rs.uvgtri);
-  release(rs.vvgtri);
-  release(rs.detgtri);
-  release(rs.dengtri);
-  rs.fullnormals = false;
-}
-
 // The job's surface list, kept aside while the step works on its own.
 struct SurfaceList {
   List<std::string> stlfiles;

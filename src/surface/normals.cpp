@@ -25,17 +25,12 @@ inline double dot(const double *a, const double *b) { return a[0] * b[0] + a[1] 
 void normals(RunState &rs, bool quiet, bool full, bool indexed) {
   if (!quiet) say(rs, "Calculating surface normals");
   const size_t ntri = rs.ntri > 0 ? static_cast<size_t>(rs.ntri) : 0;
-  release(rs.nrgtri);
+  if (full)
+    releasenormals(rs);
+  else
+    release(rs.nrgtri);
   allocate(rs, rs.nrgtri, 3 * ntri, "normals, nrgtri, 1");
   if (full) {
-    release(rs.ugtri);
-    release(rs.vgtri);
-    release(rs.nnsqgtri);
-    release(rs.uugtri);
-    release(rs.uvgtri);
-    release(rs.vvgtri);
-    release(rs.detgtri);
-    release(rs.dengtri);
     allocate(rs, rs.ugtri, 3 * ntri, "normals, ugtri, 1");
     allocate(rs, rs.vgtri, 3 * ntri, "normals, ugtri, 1");
     allocate(rs, rs.nnsqgtri, ntri, "normals, ugtri, 1");
@@ -85,6 +80,19 @@ void normals(RunState &rs, bool quiet, bool full, bool indexed) {
       rs.dengtri[t] = uu - 2.0 * uv + vv;
     }
   }
+}
+
+void releasenormals(RunState &rs) {
+  release(rs.nrgtri);
+  release(rs.ugtri);
+  release(rs.vgtri);
+  release(rs.nnsqgtri);
+  release(rs.uugtri);
+  release(rs.uvgtri);
+  release(rs.vvgtri);
+  release(rs.detgtri);
+  release(rs.dengtri);
+  rs.fullnormals = false;
 }
 
 }  // namespace wf

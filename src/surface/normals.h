@@ -8,5 +8,7 @@
 namespace wf {
 
 void normals(RunState &rs, bool quiet, bool full, bool indexed);
+// Releases the facet normals and the eight full-mode arrays.
+void releasenormals(RunState &rs);
 
 }  // namespace wf
