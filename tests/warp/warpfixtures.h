@@ -1,24 +1,31 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Small builders for the warp tests: node lattices with a displacement field, triangle query
-// sets, a hand-built two-triangle square with its edge tables, and closed cube surfaces
-// taken through the surface preparation.
+// sets, hand-built surfaces with their edge tables, and a closed cube through the surface
+// preparation.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <functional>
+#include <string>
 #include <vector>
 
 #include "control/runstate.h"
 #include "surface/normals.h"
 #include "surface/surfacemesh.h"
 #include "warp/initgrid.h"
+#include "warp/warpstl.h"
 
 namespace wft {
 
 using P3 = std::array<double, 3>;
 using Field = std::function<P3(const P3 &)>;
+using Tri = std::array<P3, 3>;
+
+inline P3 zerofield(const P3 &) { return {0, 0, 0}; }
 
 // Settings as initrun derives them.
 inline void derive(wf::RunState &rs) {
@@ -27,8 +34,9 @@ inline void derive(wf::RunState &rs) {
   rs.halfexponent = 0.5 * rs.avgexponent;
 }
 
-// Nodes as given, all active, displacements from the field, grid built.
-inline void setnodes(wf::RunState &rs, const std::vector<P3> &xyz, const Field &field) {
+// Nodes as given, all active, displacements from the field, grid built; returns the console.
+inline std::string setnodes(wf::RunState &rs, const std::vector<P3> &xyz, const Field &field) {
+  derive(rs);
   rs.nnodes = static_cast<int32_t>(xyz.size());
   rs.nodexyz.clear();
   rs.nodedisp.clear();
@@ -38,40 +46,34 @@ inline void setnodes(wf::RunState &rs, const std::vector<P3> &xyz, const Field &
     rs.nodedisp.insert(rs.nodedisp.end(), d.begin(), d.end());
   }
   rs.nodeactive.assign(xyz.size(), 255);
+  testing::internal::CaptureStdout();
   wf::initgrid(rs);
+  return testing::internal::GetCapturedStdout();
 }
 
-// A lattice of n[0] x n[1] x n[2] nodes from lo with the given spacing.
-inline std::vector<P3> lattice(const P3 &lo, double spacing, const std::array<int, 3> &n) {
+// A lattice of n[0] x n[1] x n[2] nodes from lo with unit spacing, i fastest.
+inline std::vector<P3> lattice(const P3 &lo, const std::array<int, 3> &n) {
   std::vector<P3> out;
   for (int k = 0; k < n[2]; ++k)
     for (int j = 0; j < n[1]; ++j)
-      for (int i = 0; i < n[0]; ++i)
-        out.push_back({lo[0] + i * spacing, lo[1] + j * spacing, lo[2] + k * spacing});
+      for (int i = 0; i < n[0]; ++i) out.push_back({lo[0] + i, lo[1] + j, lo[2] + k});
   return out;
 }
 
 // A query set from triangles given by their corners, terms made by the normals step.
-inline wf::TriData queryset(const std::vector<std::array<P3, 3>> &tris) {
-  wf::RunState tmp;
-  tmp.ntri = static_cast<int32_t>(tris.size());
-  tmp.nvrt = 3 * tmp.ntri;
-  for (const auto &t : tris)
-    for (const P3 &c : t) tmp.stlvrt.insert(tmp.stlvrt.end(), c.begin(), c.end());
-  wf::normals(tmp, true, true, false);
+inline wf::TriData queryset(const std::vector<Tri> &tris) {
+  wf::RunState t;
+  t.ntri = static_cast<int32_t>(tris.size());
+  t.nvrt = 3 * t.ntri;
+  for (const Tri &tri : tris)
+    for (const P3 &c : tri) t.stlvrt.insert(t.stlvrt.end(), c.begin(), c.end());
+  wf::normals(t, true, true, false);
   wf::TriData s;
-  s.ntri = tmp.ntri;
-  s.nvrt = tmp.nvrt;
-  s.corners = tmp.stlvrt;
-  s.e0 = tmp.ugtri;
-  s.e1 = tmp.vgtri;
-  s.a = tmp.uugtri;
-  s.b = tmp.uvgtri;
-  s.c = tmp.vvgtri;
-  s.det = tmp.detgtri;
-  s.den = tmp.dengtri;
-  s.normal = tmp.nrgtri;
-  s.nnsq = tmp.nnsqgtri;
+  s.ntri = t.ntri;
+  s.nvrt = t.nvrt;
+  s.corners = t.stlvrt;
+  s.e0 = t.ugtri, s.e1 = t.vgtri, s.a = t.uugtri, s.b = t.uvgtri, s.c = t.vvgtri;
+  s.det = t.detgtri, s.den = t.dengtri, s.normal = t.nrgtri, s.nnsq = t.nnsqgtri;
   return s;
 }
 
@@ -83,15 +85,9 @@ inline wf::TriData planeset(double h) {
 
 inline void setbox(wf::BBox &box, const std::vector<double> &xyz) {
   for (int a = 0; a < 3; ++a) {
-    double lo = xyz.empty() ? 0 : xyz[a], hi = lo;
-    for (size_t i = a; i < xyz.size(); i += 3) {
-      lo = std::min(lo, xyz[i]);
-      hi = std::max(hi, xyz[i]);
-    }
-    box.min[a] = lo;
-    box.max[a] = hi;
-    box.size[a] = hi - lo;
-    box.centre[a] = (lo + hi) * 0.5;
+    double lo = xyz[a], hi = lo;
+    for (size_t i = a; i < xyz.size(); i += 3) lo = std::min(lo, xyz[i]), hi = std::max(hi, xyz[i]);
+    box.min[a] = lo, box.max[a] = hi, box.size[a] = hi - lo, box.centre[a] = (lo + hi) * 0.5;
   }
 }
 
@@ -112,49 +108,40 @@ inline void squaresurface(wf::RunState &rs) {
   setbox(rs.stlbbox, rs.stlvrt);
 }
 
-// Triangle soup of the closed cube [0,L]^3, each face in n x n squares, outward oriented.
-inline std::vector<double> cubesoup(double L, int n, const P3 &shift = {0, 0, 0}) {
-  struct Face {
-    P3 o, u, v;
+// The closed cube [0,L]^3 as a soup, each face in n x n squares, outward oriented, through the
+// surface preparation (merge, edges, checks).
+inline void cubesurface(wf::RunState &rs, double L, int n) {
+  const P3 faces[6][3] = {{{0, 0, 0}, {0, L, 0}, {L, 0, 0}}, {{0, 0, L}, {L, 0, 0}, {0, L, 0}},
+                          {{0, 0, 0}, {L, 0, 0}, {0, 0, L}}, {{0, L, 0}, {0, 0, L}, {L, 0, 0}},
+                          {{0, 0, 0}, {0, 0, L}, {0, L, 0}}, {{L, 0, 0}, {0, L, 0}, {0, 0, L}}};
+  std::vector<double> &out = rs.rawvrt;
+  out.clear();
+  auto put = [&](const P3 *f, int i, int j) {
+    for (int a = 0; a < 3; ++a) out.push_back(f[0][a] + (double(i) / n) * f[1][a] + (double(j) / n) * f[2][a]);
   };
-  const Face faces[6] = {{{0, 0, 0}, {0, L, 0}, {L, 0, 0}}, {{0, 0, L}, {L, 0, 0}, {0, L, 0}},
-                         {{0, 0, 0}, {L, 0, 0}, {0, 0, L}}, {{0, L, 0}, {0, 0, L}, {L, 0, 0}},
-                         {{0, 0, 0}, {0, 0, L}, {0, L, 0}}, {{L, 0, 0}, {0, L, 0}, {0, 0, L}}};
-  std::vector<double> out;
-  out.reserve(static_cast<size_t>(6) * n * n * 18);
-  auto at = [&](const Face &f, int i, int j) {
-    P3 p;
-    for (int a = 0; a < 3; ++a)
-      p[a] = f.o[a] + (static_cast<double>(i) / n) * f.u[a] + (static_cast<double>(j) / n) * f.v[a] +
-             shift[a];
-    return p;
-  };
-  auto put = [&](const P3 &p) { out.insert(out.end(), p.begin(), p.end()); };
-  for (const Face &f : faces)
+  for (const auto &f : faces)
     for (int j = 0; j < n; ++j)
       for (int i = 0; i < n; ++i) {
-        P3 p00 = at(f, i, j), p10 = at(f, i + 1, j), p11 = at(f, i + 1, j + 1),
-           p01 = at(f, i, j + 1);
-        put(p00), put(p10), put(p11);
-        put(p00), put(p11), put(p01);
+        put(f, i, j), put(f, i + 1, j), put(f, i + 1, j + 1);
+        put(f, i, j), put(f, i + 1, j + 1), put(f, i, j + 1);
       }
-  return out;
-}
-
-// A triangle soup through the surface preparation (merge, edges, checks).
-inline int preparesoup(wf::RunState &rs, const std::vector<double> &soup) {
-  rs.rawvrt = soup;
-  rs.nrawvrt = static_cast<int32_t>(soup.size() / 3);
+  rs.nrawvrt = static_cast<int32_t>(out.size() / 3);
   rs.ntri = rs.nrawvrt / 3;
-  setbox(rs.stlbbox, soup);
-  if (rs.stlfiles.n == 0) {
-    rs.stlfiles.v = {"surface.stl"};
-    rs.stlfiles.n = 1;
-  }
+  setbox(rs.stlbbox, out);
+  rs.stlfiles.v = {"surface.stl"};
+  rs.stlfiles.n = 1;
   int status = 0;
   bool result = true;
+  testing::internal::CaptureStdout();
   wf::preparesurface(rs, status, true, false, result);
-  return status;
+  testing::internal::GetCapturedStdout();
+  ASSERT_EQ(status, 0);
+}
+
+inline std::string runwarp(wf::RunState &rs) {
+  testing::internal::CaptureStdout();
+  wf::warpstl(rs);
+  return testing::internal::GetCapturedStdout();
 }
 
 }  // namespace wft

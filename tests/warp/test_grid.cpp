@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The node grid (cell counts, offsets, order within a cell, the cell rule) and the closest point
+// on a triangle set (every region, against a plain geometric construction).
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <random>
+
+#include "warpfixtures.h"
+
+using wft::P3;
+
+TEST(NodeGrid, CellRuleClampsAndHandlesZeroSize) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  struct Case {
+    double c, o, s;
+    int n, want;
+  };
+  const Case cases[] = {
+      {0.49, 0, 0.5, 4, 1}, {0.5, 0, 0.5, 4, 2},  {2.0, 0, 0.5, 4, 4},  // high face: last cell
+      {-0.01, 0, 0.5, 4, 1}, {-1e30, 0, 0.5, 4, 1}, {1e30, 0, 0.5, 4, 4},
+      {3, 3, 0, 1, 1},       {5, 3, 0, 1, 1},     {1, 3, 0, 1, 1},     // zero size: 0/0, +-inf
+      {nan, 0, 1, 3, 1}};
+  for (const Case &c : cases) EXPECT_EQ(wf::gridcell(c.c, c.o, c.s, c.n), c.want) << c.c;
+}
+
+TEST(NodeGrid, OffsetsAndOrderWithinCells) {
+  wf::RunState rs;
+  // Unit box, 8 nodes: 2 x 2 x 2 cells of 0.5.
+  std::string out = wft::setnodes(rs, {{0.9, 0.9, 0.9}, {0.1, 0.1, 0.1}, {0.2, 0.1, 0.1}, {0, 0, 0},
+                                       {1, 1, 1}, {0.6, 0.1, 0.1}, {0.1, 0.6, 0.1}, {0.1, 0.1, 0.6}},
+                                  wft::zerofield);
+  EXPECT_EQ(out, "  Number of nodal partitions = 2 x 2 x 2\n\n");
+  EXPECT_EQ(std::vector<double>(rs.gridorigin, rs.gridorigin + 3), std::vector<double>(3, 0.0));
+  EXPECT_EQ(std::vector<double>(rs.gridcellsize, rs.gridcellsize + 3), std::vector<double>(3, 0.5));
+  EXPECT_EQ(rs.jcellnodes, (std::vector<int32_t>{2, 3, 4, 6, 7, 8, 1, 5}));
+  // (1,1,1): 2 3 4; (2,1,1): 6; (1,2,1): 7; (2,2,1) empty; (1,1,2): 8; two empty; (2,2,2): 1 5.
+  EXPECT_EQ(rs.j0cellnodes, (std::vector<int32_t>{1, 3, 4, 4, 5, 5, 6, 5, 6, 6, 7, 6, 7, 6, 7, 8}));
+}
+
+TEST(NodeGrid, CountsFollowTheBoxShape) {
+  struct Case {
+    std::vector<P3> xyz;
+    const char *line;
+  };
+  std::vector<P3> box;  // 4 x 2 x 1 with 64 nodes: cube roots of 512, 64 and 8
+  for (int n = 0; n < 64; ++n)
+    box.push_back({4.0 * ((n * 37) % 64) / 63.0, 2.0 * ((n * 11) % 64) / 63.0, (n % 8) / 7.0});
+  box[0] = {0, 0, 0}, box[1] = {4, 2, 1};
+  const Case cases[] = {{box, "8 x 4 x 2"},
+                        {wft::lattice({0, 0, 0}, {15, 15, 15}), "15 x 15 x 15"},  // exact root
+                        {wft::lattice({0, 0, 5}, {4, 3, 1}), "1 x 1 x 1"},        // flat
+                        {{}, "1 x 1 x 1"}};
+  for (const Case &c : cases) {
+    wf::RunState rs;
+    EXPECT_EQ(wft::setnodes(rs, c.xyz, wft::zerofield),
+              std::string("  Number of nodal partitions = ") + c.line + "\n\n");
+    // Every node stands exactly once, in the cell the rule gives it, ascending in its cell; the
+    // offsets run on without gaps, i fastest.
+    std::vector<int> seen(c.xyz.size() + 1, 0);
+    int32_t next = 1, cell = 0;
+    for (int k = 1; k <= rs.gridnz; ++k)
+      for (int j = 1; j <= rs.gridny; ++j)
+        for (int i = 1; i <= rs.gridnx; ++i, ++cell) {
+          ASSERT_EQ(rs.j0cellnodes[2 * cell], next);
+          for (; next <= rs.j0cellnodes[2 * cell + 1]; ++next) {
+            int32_t n = rs.jcellnodes[next - 1];
+            ++seen[n];
+            const int ijk[3] = {i, j, k}, cnt[3] = {rs.gridnx, rs.gridny, rs.gridnz};
+            for (int a = 0; a < 3; ++a)
+              EXPECT_EQ(wf::gridcell(rs.nodexyz[3 * (n - 1) + a], rs.gridorigin[a],
+                                     rs.gridcellsize[a], cnt[a]), ijk[a]);
+            if (next > rs.j0cellnodes[2 * cell]) EXPECT_LT(rs.jcellnodes[next - 2], n);
+          }
+        }
+    EXPECT_EQ(next - 1, static_cast<int32_t>(c.xyz.size()));
+    EXPECT_EQ(std::count(seen.begin() + 1, seen.end(), 1), static_cast<long>(c.xyz.size()));
+  }
+  // Cells of 14/15 on the 15^3 lattice: the high cell holds only the last node.
+  wf::RunState rs;
+  wft::setnodes(rs, wft::lattice({0, 0, 0}, {15, 15, 15}), wft::zerofield);
+  EXPECT_EQ(rs.j0cellnodes[2 * 3374], 3375);
+  EXPECT_EQ(rs.jcellnodes.back(), 3375);
+}
+
+namespace {
+
+P3 sub(const P3 &a, const P3 &b) { return {a[0] - b[0], a[1] - b[1], a[2] - b[2]}; }
+double dot(const P3 &a, const P3 &b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
+P3 cross(const P3 &a, const P3 &b) {
+  return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+}
+P3 onsegment(const P3 &p, const P3 &a, const P3 &b) {
+  P3 ab = sub(b, a);
+  double t = std::clamp(dot(sub(p, a), ab) / dot(ab, ab), 0.0, 1.0);
+  return {a[0] + t * ab[0], a[1] + t * ab[1], a[2] + t * ab[2]};
+}
+
+// The closest point by construction: the foot in the plane when inside, else the nearest side.
+P3 reference(const P3 &p, const P3 &a, const P3 &b, const P3 &c) {
+  P3 n = cross(sub(b, a), sub(c, a));
+  double h = dot(sub(p, a), n) / dot(n, n);
+  P3 f = {p[0] - h * n[0], p[1] - h * n[1], p[2] - h * n[2]};
+  if (dot(cross(sub(b, f), sub(c, f)), n) >= 0 && dot(cross(sub(c, f), sub(a, f)), n) >= 0 &&
+      dot(cross(sub(a, f), sub(b, f)), n) >= 0)
+    return f;
+  P3 best = onsegment(p, a, b);
+  for (const P3 &q : {onsegment(p, b, c), onsegment(p, c, a)})
+    if (dot(sub(q, p), sub(q, p)) < dot(sub(best, p), sub(best, p))) best = q;
+  return best;
+}
+
+P3 closest(const P3 &q, const wf::TriData &set, int ntri = -1) {
+  P3 out;
+  wf::closestpoint(q.data(), out.data(), ntri < 0 ? set.ntri : ntri, set);
+  return out;
+}
+
+void expectnear(const P3 &got, const P3 &want, double tol, const std::string &what) {
+  for (int a = 0; a < 3; ++a) EXPECT_NEAR(got[a], want[a], tol) << what << " axis " << a;
+}
+
+}  // namespace
+
+TEST(ClosestPoint, EveryRegionOfTheUnitTriangle) {
+  // Corner (0,0,0) and edges along x and y: s = x and t = y of the query.
+  wf::TriData set = wft::queryset({{P3{0, 0, 0}, P3{1, 0, 0}, P3{0, 1, 0}}});
+  struct Case {
+    P3 q, want;
+    const char *region;
+  };
+  const Case cases[] = {
+      {{0.25, 0.25, 2}, {0.25, 0.25, 0}, "inside"},
+      {{1, 1, -1}, {0.5, 0.5, 0}, "beyond the long side"},
+      {{0.2, 1.5, 0}, {0, 1, 0}, "beyond the long side, past its end"},
+      {{1.5, 0.2, 0}, {1, 0, 0}, "beyond the long side, clamped at the other end"},
+      {{-0.5, 1.8, 0}, {0, 1, 0}, "s < 0 beyond the long side"},
+      {{-1, 0.5, 3}, {0, 0.5, 0}, "s < 0 only"},
+      {{-1, -1, 0}, {0, 0, 0}, "both negative"},
+      {{-1.6, -0.1, 0}, {0, 0, 0}, "both negative, other side"},
+      {{0.5, -1, 0}, {0.5, 0, 0}, "t < 0 only"},
+      {{2, -0.5, 0}, {1, 0, 0}, "t < 0 beyond the long side"},
+  };
+  for (const Case &c : cases) expectnear(closest(c.q, set), c.want, 1e-15, c.region);
+}
+
+TEST(ClosestPoint, RandomAndObtuseTrianglesAgreeWithConstruction) {
+  // Obtuse triangles reach the branches a right one cannot (the far side from beyond a corner).
+  const std::array<P3, 4> cases[] = {
+      {P3{0, 0, 0}, P3{0.5, 1.4, 0}, P3{-0.2, 0.9, 0}, P3{-2, 3.5, 1}},
+      {P3{0, 0, 0}, P3{-1.1, 1.9, 0}, P3{-0.1, 1.6, 0}, P3{0, 2.2, 1}},
+      {P3{0, 0, 0}, P3{-0.5, -0.8, 0}, P3{-1.9, -1.4, 0}, P3{-0.4, -4, 1}},
+      {P3{0, 0, 0}, P3{-0.5, 1.1, 0}, P3{0.8, -1.2, 0}, P3{-3, -0.2, 1}},
+      {P3{0, 0, 0}, P3{-0.9, 0, 0}, P3{1.6, 0.3, 0}, P3{-3.5, -4, 1}}};
+  for (const auto &c : cases)
+    expectnear(closest(c[3], wft::queryset({{c[0], c[1], c[2]}})), reference(c[3], c[0], c[1], c[2]),
+               1e-12, "obtuse");
+  std::mt19937 gen(11);
+  std::uniform_real_distribution<double> u(-3, 3);
+  for (int tri = 0; tri < 40; ++tri) {
+    P3 a = {u(gen), u(gen), u(gen)}, b = {u(gen), u(gen), u(gen)}, c = {u(gen), u(gen), u(gen)};
+    wf::TriData set = wft::queryset({{a, b, c}});
+    for (int k = 0; k < 100; ++k) {
+      P3 q = {2 * u(gen), 2 * u(gen), 2 * u(gen)};
+      expectnear(closest(q, set), reference(q, a, b, c), 1e-9, "random");
+    }
+  }
+}
+
+TEST(ClosestPoint, FirstOfEqualDistancesAndDegenerateSets) {
+  // A farther triangle first, then two at z = 1 and z = -1; a zero-area one gives no point.
+  wf::TriData set = wft::queryset({{P3{0, 0, 5}, P3{1, 0, 5}, P3{0, 1, 5}},
+                                   {P3{0, 0, 0}, P3{0, 0, 0}, P3{0, 1, 0}},
+                                   {P3{0, 0, 1}, P3{1, 0, 1}, P3{0, 1, 1}},
+                                   {P3{0, 0, -1}, P3{1, 0, -1}, P3{0, 1, -1}}});
+  expectnear(closest({0.2, 0.2, 0}, set), {0.2, 0.2, 1}, 0, "tie: the earlier wins");
+  expectnear(closest({0.2, 0.2, -0.5}, set), {0.2, 0.2, -1}, 0, "nearer later");
+  expectnear(closest({0.2, 0.2, 3.5}, set), {0.2, 0.2, 5}, 0, "nearest first");
+  expectnear(closest({0.2, 0.2, -0.5}, set, 3), {0.2, 0.2, 1}, 0, "ntri limits the set");
+  expectnear(closest({1, 2, 3}, wf::TriData{}), {1, 2, 3}, 0, "empty set: the point stays");
+}
