@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Refinement: the split of an interior and of a boundary edge with their exact records, the
-// growth of the lists, and the walk with its order, level and length limits and tolerance.
+// Refinement: exact records of the two kinds of split, list growth, and the walk's limits.
 #include <gtest/gtest.h>
 
 #include "warp/refine.h"

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The whole warp of a surface: the node-count checks, the build plane, the scaling, a closed
-// surface refined into a closed surface with consistent tables independent of the thread count,
-// a scan job without a simulation, and a constant field through the built program.
+// The whole warp of a surface in process, and a constant field through the built program.
 #include <gtest/gtest.h>
 #include <omp.h>
 
@@ -128,19 +126,22 @@ TEST(WarpStl, ClosedSurfaceStaysClosedWithConsistentTablesOnAnyThreadCount) {
 }
 
 TEST(WarpStl, ScanJobWithoutSimulation) {
-  wf::RunState rs;
-  wft::derive(rs);
-  rs.scngflag = true;
-  rs.warpscale = 1.0;
-  rs.scn = wft::planeset(1.0);
-  wft::squaresurface(rs);
-  rs.minedge = 1.0, rs.maxedge = 2.5, rs.maxrefine = 1;  // the diagonal split, its midpoint pulled too
-  wft::runwarp(rs);
-  ASSERT_EQ(rs.nvrt, 5);
-  EXPECT_EQ(rs.ntri, 4);
-  for (int v = 0; v < rs.nvrt; ++v) EXPECT_NEAR(rs.stlvrt[3 * v + 2], 1.0, 1e-12) << v;
-  EXPECT_NEAR(rs.stlvrt[12], 1.0, 1e-12);
-  EXPECT_NEAR(rs.stlvrt[13], 1.0, 1e-12);
+  // No mesh; the scan at z = 1 pulls (or with warpscale -1 pushes) every vertex, the Z rules do
+  // not apply, and the diagonal is split with its midpoint pulled too.
+  for (double scale : {1.0, -1.0}) {
+    wf::RunState rs;
+    wft::derive(rs);
+    rs.scngflag = rs.norelflag = rs.fixzflag = true;
+    rs.warpscale = scale;
+    rs.scn = wft::planeset(1.0);
+    wft::squaresurface(rs);
+    rs.minedge = 1.0, rs.maxedge = 2.5, rs.maxrefine = 1;
+    wft::runwarp(rs);
+    ASSERT_EQ(rs.nvrt, 5);
+    EXPECT_EQ(rs.ntri, 4);
+    const double want[15] = {0, 0, 1, 0, 2, 1, 2, 0, 1, 2, 2, 1, 1, 1, 1};
+    for (int k = 0; k < 15; ++k) EXPECT_NEAR(rs.stlvrt[k], k % 3 == 2 ? scale : want[k], 1e-12) << k;
+  }
 }
 
 TEST(EndToEnd, ConstantFieldMovesEveryVertexByWarpscaleTimesDisplacement) {

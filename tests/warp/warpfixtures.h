@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Small builders for the warp tests: node lattices with a displacement field, triangle query
-// sets, hand-built surfaces with their edge tables, and a closed cube through the surface
-// preparation.
+// Builders for the warp tests: node lattices with a field, query sets, hand-built surfaces.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -23,7 +21,6 @@ namespace wft {
 
 using P3 = std::array<double, 3>;
 using Field = std::function<P3(const P3 &)>;
-using Tri = std::array<P3, 3>;
 
 inline P3 zerofield(const P3 &) { return {0, 0, 0}; }
 
@@ -61,11 +58,11 @@ inline std::vector<P3> lattice(const P3 &lo, const std::array<int, 3> &n) {
 }
 
 // A query set from triangles given by their corners, terms made by the normals step.
-inline wf::TriData queryset(const std::vector<Tri> &tris) {
+inline wf::TriData queryset(const std::vector<std::array<P3, 3>> &tris) {
   wf::RunState t;
   t.ntri = static_cast<int32_t>(tris.size());
   t.nvrt = 3 * t.ntri;
-  for (const Tri &tri : tris)
+  for (const auto &tri : tris)
     for (const P3 &c : tri) t.stlvrt.insert(t.stlvrt.end(), c.begin(), c.end());
   wf::normals(t, true, true, false);
   wf::TriData s;
@@ -95,11 +92,9 @@ inline void setbox(wf::BBox &box, const std::vector<double> &xyz) {
 // (1,3,4) and (1,4,2); edges 1-2, 1-3, 1-4 (the diagonal), 2-4, 3-4 with the tables that the
 // edge equivalencing builds for it.
 inline void squaresurface(wf::RunState &rs) {
-  rs.nvrt = 4;
+  rs.nvrt = 4, rs.ntri = 2, rs.nedge = 5;
   rs.stlvrt = {0, 0, 0, 0, 2, 0, 2, 0, 0, 2, 2, 0};
-  rs.ntri = 2;
   rs.stltri = {1, 3, 4, 1, 4, 2};
-  rs.nedge = 5;
   rs.edgevrt = {2, 1, 1, 3, 1, 4, 4, 2, 3, 4};
   rs.edgetri = {2, 0, 1, 0, 1, 2, 2, 0, 1, 0};
   rs.edgeopp = {4, 0, 4, 0, 3, 2, 1, 0, 1, 0};
@@ -128,8 +123,7 @@ inline void cubesurface(wf::RunState &rs, double L, int n) {
   rs.nrawvrt = static_cast<int32_t>(out.size() / 3);
   rs.ntri = rs.nrawvrt / 3;
   setbox(rs.stlbbox, out);
-  rs.stlfiles.v = {"surface.stl"};
-  rs.stlfiles.n = 1;
+  rs.stlfiles.v = {"surface.stl"}, rs.stlfiles.n = 1;
   int status = 0;
   bool result = true;
   testing::internal::CaptureStdout();
