@@ -15,11 +15,11 @@ TEST(NodeGrid, CellRuleClampsAndHandlesZeroSize) {
     double c, o, s;
     int n, want;
   };
-  const Case cases[] = {
-      {0.49, 0, 0.5, 4, 1}, {0.5, 0, 0.5, 4, 2},  {2.0, 0, 0.5, 4, 4},  // high face: last cell
-      {-0.01, 0, 0.5, 4, 1}, {-1e30, 0, 0.5, 4, 1}, {1e30, 0, 0.5, 4, 4},
-      {3, 3, 0, 1, 1},       {5, 3, 0, 1, 1},     {1, 3, 0, 1, 1},     // zero size: 0/0, +-inf
-      {nan, 0, 1, 3, 1}};
+  // The high face and beyond go to the last cell, below to the first; zero size gives 0/0 or
+  // +-inf, NaN the first cell.
+  const Case cases[] = {{0.49, 0, 0.5, 4, 1}, {0.5, 0, 0.5, 4, 2}, {2.0, 0, 0.5, 4, 4}, {-0.01, 0, 0.5, 4, 1},
+                        {-1e30, 0, 0.5, 4, 1}, {1e30, 0, 0.5, 4, 4}, {3, 3, 0, 1, 1},     {5, 3, 0, 1, 1},
+                        {1, 3, 0, 1, 1},       {nan, 0, 1, 3, 1}};
   for (const Case &c : cases) EXPECT_EQ(wf::gridcell(c.c, c.o, c.s, c.n), c.want) << c.c;
 }
 
