@@ -10,51 +10,32 @@
 
 using namespace wf;
 
+// A slash ends the record; a doubled quote stands for itself.
 TEST(FreeForm, TokensEndAtBlankCommaSlashAndQuotesEnclose) {
-  std::string t;
-  size_t pos = 0;
-  std::string line = "  *WARP, 1.5 'a b/c,d' x/y \"q\"\"q\"";
-  ASSERT_TRUE(nexttoken(line, pos, t));
-  EXPECT_EQ(t, "*WARP");
-  ASSERT_TRUE(nexttoken(line, pos, t));
-  EXPECT_EQ(t, "1.5");
-  ASSERT_TRUE(nexttoken(line, pos, t));
-  EXPECT_EQ(t, "a b/c,d");
-  ASSERT_TRUE(nexttoken(line, pos, t));
-  EXPECT_EQ(t, "x");
-  EXPECT_FALSE(nexttoken(line, pos, t));  // the slash ends the record
-  pos = 0;
-  std::string q = "\"q\"\"q\"";
-  ASSERT_TRUE(nexttoken(q, pos, t));
-  EXPECT_EQ(t, "q\"q");
-  pos = 0;
-  EXPECT_FALSE(nexttoken("   ", pos, t));
+  const std::pair<const char *, std::vector<std::string>> cases[] = {
+      {"  *WARP, 1.5 'a b/c,d' x/y \"q\"\"q\"", {"*WARP", "1.5", "a b/c,d", "x"}}, {"\"q\"\"q\"", {"q\"q"}}, {"   ", {}}};
+  for (const auto &[line, expect] : cases) {
+    std::vector<std::string> tokens;
+    size_t pos = 0;
+    for (std::string t; nexttoken(line, pos, t);) tokens.push_back(t);
+    EXPECT_EQ(tokens, expect) << line;
+  }
 }
 
 TEST(FreeForm, NumbersReadAsTheRuntimeDoes) {
   int32_t i = 0;
+  for (auto [text, ok, value] : {std::tuple{"+42", true, 42}, {"-7", true, -7}, {"1.5", false, 0},
+                                 {"3000000000", false, 0}, {"", false, 0}}) {
+    EXPECT_EQ(parseint(text, i), ok) << text;
+    if (ok) EXPECT_EQ(i, value) << text;
+  }
   double d = 0;
-  EXPECT_TRUE(parseint("+42", i));
-  EXPECT_EQ(i, 42);
-  EXPECT_TRUE(parseint("-7", i));
-  EXPECT_EQ(i, -7);
-  EXPECT_FALSE(parseint("1.5", i));
-  EXPECT_FALSE(parseint("3000000000", i));
-  EXPECT_FALSE(parseint("", i));
-  EXPECT_TRUE(parsereal("1.5d3", d));
-  EXPECT_EQ(d, 1500.0);
-  EXPECT_TRUE(parsereal("-2.5E-1", d));
-  EXPECT_EQ(d, -0.25);
-  EXPECT_TRUE(parsereal(".5", d));
-  EXPECT_EQ(d, 0.5);
-  EXPECT_TRUE(parsereal("5.", d));
-  EXPECT_EQ(d, 5.0);
-  EXPECT_TRUE(parsereal("1.0+2", d));
-  EXPECT_EQ(d, 100.0);
-  EXPECT_TRUE(parsereal("7", d));
-  EXPECT_EQ(d, 7.0);
-  EXPECT_FALSE(parsereal("abc", d));
-  EXPECT_FALSE(parsereal("1.5x", d));
+  for (auto [text, ok, value] : {std::tuple{"1.5d3", true, 1500.0}, {"-2.5E-1", true, -0.25}, {".5", true, 0.5},
+                                 {"5.", true, 5.0}, {"1.0+2", true, 100.0}, {"7", true, 7.0}, {"abc", false, 0.0},
+                                 {"1.5x", false, 0.0}}) {
+    EXPECT_EQ(parsereal(text, d), ok) << text;
+    if (ok) EXPECT_EQ(d, value) << text;
+  }
   size_t pos = 0;
   EXPECT_EQ(readreal("", pos, d), IOSTAT_EOF);
   pos = 0;
@@ -72,57 +53,45 @@ TEST(NumberForms, ShortestTextReadsBack) {
 }
 
 TEST(NumberForms, ScientificFields) {
-  EXPECT_EQ(scitext(12.3456), "  1.234560E+01");
-  EXPECT_EQ(scitext(-0.002, 16), "   -2.000000E-03");
-  EXPECT_EQ(scitext(0.0), "  0.000000E+00");
-  EXPECT_EQ(scitext(9.9999999), "  1.000000E+01");  // rounding carries into the exponent
-  EXPECT_EQ(scitext(1.5e100), "  1.500000+100");
-  EXPECT_EQ(scitext(-1.5e-100), " -1.500000-100");
-  EXPECT_EQ(scitext(std::numeric_limits<double>::infinity()), "      Infinity");
-  EXPECT_EQ(scitext(std::nan("")), "           NaN");
-  EXPECT_EQ(scitext(1.0, 5), "*****");
-  EXPECT_EQ(scitext(1.0).size(), 14u);
+  const std::pair<std::string, std::string> cases[] = {
+      {scitext(12.3456), "  1.234560E+01"}, {scitext(-0.002, 16), "   -2.000000E-03"}, {scitext(0.0), "  0.000000E+00"},
+      {scitext(9.9999999), "  1.000000E+01"},  // rounding carries into the exponent
+      {scitext(1.5e100), "  1.500000+100"}, {scitext(-1.5e-100), " -1.500000-100"},
+      {scitext(std::numeric_limits<double>::infinity()), "      Infinity"}, {scitext(std::nan("")), "           NaN"},
+      {scitext(1.0, 5), "*****"}};
+  for (const auto &[got, want] : cases) EXPECT_EQ(got, want);
 }
 
-TEST(LineReader, StepBackEndOfFileAndLongLines) {
-  std::string dir = wft::tempdir("lines");
-  std::string path = dir + "/f.txt";
+// A failed read leaves the text as it was; a step back at the end stays at the end.
+TEST(LineReader, StepBackEndOfFileLongLinesAndValues) {
+  std::string dir = wft::tempdir("lines"), path = dir + "/f.txt", l;
   wft::writefile(path, "one\r\ntwo\n\nlast-without-newline");
   LineReader in;
   ASSERT_EQ(in.open(path), 0);
-  std::string l;
-  ASSERT_EQ(in.readline(l), 0);
-  EXPECT_EQ(l, "one");
-  ASSERT_EQ(in.readline(l), 0);
-  EXPECT_EQ(l, "two");
+  auto next = [&] {
+    int status = in.readline(l);
+    return status == 0 ? l : (status == IOSTAT_EOF ? "EOF, " : "error, ") + l;
+  };
+  EXPECT_EQ(next(), "one");
+  EXPECT_EQ(next(), "two");
   in.stepback();
-  ASSERT_EQ(in.readline(l), 0);
-  EXPECT_EQ(l, "two");
-  ASSERT_EQ(in.readline(l), 0);
-  EXPECT_EQ(l, "");
-  ASSERT_EQ(in.readline(l), 0);
-  EXPECT_EQ(l, "last-without-newline");
-  EXPECT_EQ(in.readline(l), IOSTAT_EOF);
-  EXPECT_EQ(l, "last-without-newline");  // a failed read leaves the text as it was
-  in.stepback();                         // a step back at the end stays at the end
-  EXPECT_EQ(in.readline(l), IOSTAT_EOF);
+  EXPECT_EQ(next(), "two");
+  EXPECT_EQ(next(), "");
+  EXPECT_EQ(next(), "last-without-newline");
+  EXPECT_EQ(next(), "EOF, last-without-newline");
+  in.stepback();
+  EXPECT_EQ(next(), "EOF, last-without-newline");
   in.rewind();
-  ASSERT_EQ(in.readline(l), 0);
-  EXPECT_EQ(l, "one");
+  EXPECT_EQ(next(), "one");
 
   wft::writefile(path, std::string(10000, 'x') + "\nshort\n");
   ASSERT_EQ(in.open(path), 0);
-  ASSERT_EQ(in.readline(l), 0);
-  EXPECT_EQ(l.size(), 8192u);
-  ASSERT_EQ(in.readline(l), 0);
-  EXPECT_EQ(l, "short");
+  EXPECT_EQ(next(), std::string(8192, 'x'));
+  EXPECT_EQ(next(), "short");
   EXPECT_NE(in.open(dir + "/missing.txt"), 0);
-}
 
-TEST(LineReader, ValueReadsPassOverBlankLines) {
-  std::string path = wft::tempdir("values") + "/v.txt";
+  // Value reads pass over blank lines.
   wft::writefile(path, "\n   \n 12 rest\nabc\n");
-  LineReader in;
   ASSERT_EQ(in.open(path), 0);
   int32_t v = 0;
   EXPECT_EQ(readintline(in, v), 0);
