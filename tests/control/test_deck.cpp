@@ -102,7 +102,8 @@ TEST(Deck, FaultsPostTheirCodesAndAbort) {
       {"*INPU\njob\n*ISTL\n1\n2\n*OUTP\na.stl\nb.stl\na.stl\n", {177, 178}, R"("code": 178, "variables": ["3", "1"])"},
       {"*INPU\njob\n*ISTL\n0\n*WARP\n1\n", {189}, R"("code": 189, "variables": [])"},
       {"*SCNG\na.stl\nb.stl\n*REFG\nr.stl\n", {180}, R"("code": 180, "variables": [])"},
-      {"*SCNG\nscan.stl\n", {198}, R"("code": 198, "variables": [])"}};
+      {"*SCNG\nscan.stl\n", {198}, R"("code": 198, "variables": [])"},
+      {"", {179}, R"("code": 179, "variables": ["Corvanta Tessero Thermo Mechanics"])"}};
   for (const auto &c : cases) {
     SCOPED_TRACE(c.deck);
     auto r = readdecktext(c.deck);
@@ -129,4 +130,14 @@ TEST(Deck, ScanJobTakesItsSurfaceFromTheReference) {
   EXPECT_EQ(items(scan->rs.stlfiles), std::vector<std::string>{"ref part.stl"});
   EXPECT_EQ(items(scan->rs.stltype), std::vector<int32_t>{1});
   EXPECT_TRUE(wft::contains(scan->out, "Reference geometries = \n                               \"ref part.stl\"\n"));
+}
+
+// Arbitrary bytes end in the orderly abort of the coded checks, with no crash on the way.
+TEST(Deck, ArbitraryBytesEndInAnOrderlyAbort) {
+  std::string junk;
+  for (uint32_t i = 0, s = 12345; i < 20000; ++i) {
+    s = s * 1103515245u + 12345u;
+    junk.push_back(static_cast<char>(s >> 24));
+  }
+  for (size_t cut : {size_t(17), size_t(5000), junk.size()}) EXPECT_TRUE(readdecktext(junk.substr(0, cut))->aborted) << cut;
 }
