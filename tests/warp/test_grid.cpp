@@ -25,55 +25,37 @@ TEST(NodeGrid, CellRuleClampsAndHandlesZeroSize) {
 
 TEST(NodeGrid, OffsetsAndOrderWithinCells) {
   wf::RunState rs;
-  // Unit box, 8 nodes: 2 x 2 x 2 cells of 0.5.
-  std::string out = wft::setnodes(rs, {{0.9, 0.9, 0.9}, {0.1, 0.1, 0.1}, {0.2, 0.1, 0.1}, {0, 0, 0},
-                                       {1, 1, 1}, {0.6, 0.1, 0.1}, {0.1, 0.6, 0.1}, {0.1, 0.1, 0.6}},
+  // Box [1,4] x [-1,1] x [0,2] with 12 nodes: 3 x 2 x 2 cells of 1 (cube roots of 27 and 8).
+  std::string out = wft::setnodes(rs, {{4, 1, 2}, {2.5, 0.5, 1.5}, {1, -1, 0}, {1.5, -0.5, 0.5},
+                                       {3, 0, 0}, {2, -1, 1}, {3.9, -0.1, 0.1}, {1.2, 0.2, 1.2},
+                                       {1.1, -0.9, 0.1}, {2.2, 0.9, 0.3}, {1, 1, 2}, {3.5, -1, 1.9}},
                                   wft::zerofield);
-  EXPECT_EQ(out, "  Number of nodal partitions = 2 x 2 x 2\n\n");
-  EXPECT_EQ(std::vector<double>(rs.gridorigin, rs.gridorigin + 3), std::vector<double>(3, 0.0));
-  EXPECT_EQ(std::vector<double>(rs.gridcellsize, rs.gridcellsize + 3), std::vector<double>(3, 0.5));
-  EXPECT_EQ(rs.jcellnodes, (std::vector<int32_t>{2, 3, 4, 6, 7, 8, 1, 5}));
-  // (1,1,1): 2 3 4; (2,1,1): 6; (1,2,1): 7; (2,2,1) empty; (1,1,2): 8; two empty; (2,2,2): 1 5.
-  EXPECT_EQ(rs.j0cellnodes, (std::vector<int32_t>{1, 3, 4, 4, 5, 5, 6, 5, 6, 6, 7, 6, 7, 6, 7, 8}));
+  EXPECT_EQ(out, "  Number of nodal partitions = 3 x 2 x 2\n\n");
+  EXPECT_EQ(std::vector<double>(rs.gridorigin, rs.gridorigin + 3),
+            (std::vector<double>{1, -1, 0}));
+  EXPECT_EQ(std::vector<double>(rs.gridcellsize, rs.gridcellsize + 3), std::vector<double>(3, 1.0));
+  // Cells i fastest: (1,1,1) 3 4 9; (3,1,1) 7; (2,2,1) 10; (3,2,1) 5; (2,1,2) 6; (3,1,2) 12;
+  // (1,2,2) 8 11; (2,2,2) 2; (3,2,2) 1 on the high faces; the others empty.
+  EXPECT_EQ(rs.jcellnodes, (std::vector<int32_t>{3, 4, 9, 7, 10, 5, 6, 12, 8, 11, 2, 1}));
+  EXPECT_EQ(rs.j0cellnodes, (std::vector<int32_t>{1, 3, 4, 3, 4, 4, 5, 4, 5, 5, 6, 6,
+                                                  7, 6, 7, 7, 8, 8, 9, 10, 11, 11, 12, 12}));
 }
 
 TEST(NodeGrid, CountsFollowTheBoxShape) {
-  struct Case {
-    std::vector<P3> xyz;
-    const char *line;
-  };
   std::vector<P3> box;  // 4 x 2 x 1 with 64 nodes: cube roots of 512, 64 and 8
   for (int n = 0; n < 64; ++n)
     box.push_back({4.0 * ((n * 37) % 64) / 63.0, 2.0 * ((n * 11) % 64) / 63.0, (n % 8) / 7.0});
   box[0] = {0, 0, 0}, box[1] = {4, 2, 1};
-  const Case cases[] = {{box, "8 x 4 x 2"},
-                        {wft::lattice({0, 0, 0}, {15, 15, 15}), "15 x 15 x 15"},  // exact cube root
-                        {wft::lattice({0, 0, 5}, {4, 3, 1}), "1 x 1 x 1"},        // flat: 0 / 0
-                        {{}, "1 x 1 x 1"}};                                       // no nodes
-  for (const Case &c : cases) {
+  const std::pair<std::vector<P3>, const char *> cases[] = {
+      {box, "8 x 4 x 2"},
+      {wft::lattice({0, 0, 0}, {15, 15, 15}), "15 x 15 x 15"},  // exact cube root
+      {wft::lattice({0, 0, 5}, {4, 3, 1}), "1 x 1 x 1"},        // flat: 0 / 0
+      {{}, "1 x 1 x 1"}};                                       // no nodes
+  for (const auto &[xyz, line] : cases) {
     wf::RunState rs;
-    EXPECT_EQ(wft::setnodes(rs, c.xyz, wft::zerofield),
-              std::string("  Number of nodal partitions = ") + c.line + "\n\n");
-    // Every node stands exactly once, in the cell the rule gives it, ascending in its cell; the
-    // offsets run on without gaps, i fastest.
-    std::vector<int> seen(c.xyz.size() + 1, 0);
-    int32_t next = 1, cell = 0;
-    for (int k = 1; k <= rs.gridnz; ++k)
-      for (int j = 1; j <= rs.gridny; ++j)
-        for (int i = 1; i <= rs.gridnx; ++i, ++cell) {
-          ASSERT_EQ(rs.j0cellnodes[2 * cell], next);
-          for (; next <= rs.j0cellnodes[2 * cell + 1]; ++next) {
-            int32_t n = rs.jcellnodes[next - 1];
-            ++seen[n];
-            const int ijk[3] = {i, j, k}, cnt[3] = {rs.gridnx, rs.gridny, rs.gridnz};
-            for (int a = 0; a < 3; ++a)
-              EXPECT_EQ(wf::gridcell(rs.nodexyz[3 * (n - 1) + a], rs.gridorigin[a],
-                                     rs.gridcellsize[a], cnt[a]), ijk[a]);
-            if (next > rs.j0cellnodes[2 * cell]) EXPECT_LT(rs.jcellnodes[next - 2], n);
-          }
-        }
-    EXPECT_EQ(next - 1, static_cast<int32_t>(c.xyz.size()));
-    EXPECT_EQ(std::count(seen.begin() + 1, seen.end(), 1), static_cast<long>(c.xyz.size()));
+    EXPECT_EQ(wft::setnodes(rs, xyz, wft::zerofield),
+              std::string("  Number of nodal partitions = ") + line + "\n\n");
+    EXPECT_EQ(rs.j0cellnodes.back(), static_cast<int32_t>(xyz.size()));  // every node filed
   }
 }
 

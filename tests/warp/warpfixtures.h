@@ -80,15 +80,9 @@ inline wf::TriData planeset(double h) {
                    {P3{-50, -50, h}, P3{50, 50, h}, P3{-50, 50, h}}});
 }
 
-// The surface box from lo to hi.
-inline void setbox(wf::BBox &box, const P3 &lo, const P3 &hi) {
-  for (int a = 0; a < 3; ++a)
-    box.min[a] = lo[a], box.max[a] = hi[a], box.size[a] = hi[a] - lo[a], box.centre[a] = (lo[a] + hi[a]) / 2;
-}
-
 // The square of side 2 in z = 0: vertices 1 (0,0), 2 (0,2), 3 (2,0), 4 (2,2); triangles
 // (1,3,4) and (1,4,2); edges 1-2, 1-3, 1-4 (the diagonal), 2-4, 3-4 with the tables that the
-// edge equivalencing builds for it.
+// edge equivalencing builds for it. The box stays at its zeros: the warp reads only its lowest z.
 inline void squaresurface(wf::RunState &rs) {
   rs.nvrt = 4, rs.ntri = 2, rs.nedge = 5;
   rs.stlvrt = {0, 0, 0, 0, 2, 0, 2, 0, 0, 2, 2, 0};
@@ -98,7 +92,6 @@ inline void squaresurface(wf::RunState &rs) {
   rs.edgeopp = {4, 0, 4, 0, 3, 2, 1, 0, 1, 0};
   rs.edgenbr = {3, 4, 0, 0, 5, 3, 0, 0, 2, 5, 4, 1, 1, 3, 0, 0, 3, 2, 0, 0};
   rs.edgelen = {2, 2, std::sqrt(8.0), 2, 2};
-  setbox(rs.stlbbox, {0, 0, 0}, {2, 2, 0});
 }
 
 // The closed cube [0,L]^3 as a soup, each face in n x n squares, outward oriented, through the
@@ -120,7 +113,8 @@ inline void cubesurface(wf::RunState &rs, double L, int n) {
       }
   rs.nrawvrt = static_cast<int32_t>(out.size() / 3);
   rs.ntri = rs.nrawvrt / 3;
-  setbox(rs.stlbbox, {0, 0, 0}, {L, L, L});
+  for (int a = 0; a < 3; ++a)
+    rs.stlbbox.max[a] = rs.stlbbox.size[a] = L, rs.stlbbox.centre[a] = L / 2;
   rs.stlfiles.v = {"surface.stl"}, rs.stlfiles.n = 1;
   int status = 0;
   bool result = true;
