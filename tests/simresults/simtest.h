@@ -43,9 +43,8 @@ struct SimTest : ::testing::Test {
     testing::internal::CaptureStdout();
   }
   void TearDown() override {
-    // Failures are reported on the captured stream: hand them on when the test failed.
-    const std::string rest = testing::internal::GetCapturedStdout();
-    if (HasFailure()) std::fprintf(stderr, "%s", rest.c_str());
+    console();
+    testing::internal::GetCapturedStdout();
     std::filesystem::current_path(oldcwd);
     std::fclose(rs.signalunit);
     std::error_code ec;

