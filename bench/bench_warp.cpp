@@ -4,10 +4,12 @@
 // on two threads, the refinement walk, and the whole warp.
 //   bench_warp [nodes-per-axis (100)] [cells-per-cube-face (289)] [minedge (0.1)] [repeats (3)]
 #include <omp.h>
+#include <xmmintrin.h>
 #include <unistd.h>
 
 #include <time.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -163,34 +165,93 @@ int main(int argc, char **argv) {
   Surface pristine;
   pristine.save(rs);
 
-  // The vertex loop, one thread then two.
-  double tloop[3] = {0, 0, 0};
-  std::vector<double> warped[3];
-  for (int threads = 1; threads <= maxthreads; ++threads) {
-    // Best of a few runs: the figure of a loaded machine is its quietest moment.
-    double best = 1e30, bestcpu = 0;
-    for (int rep = 0; rep < repeats; ++rep) {
-      pristine.restore(rs);
-      {
-        Quiet q;
-        wf::beginwarp(rs);
-      }
-      omp_set_num_threads(threads);
-      t0 = now();
-      double c0 = cpu();
-      wf::warpvertices(rs);
-      double t = now() - t0, c = cpu() - c0;
-      if (t < best) best = t, bestcpu = c;
+  // The vertex loop, one and two threads taken in turn so that both see the same machine. Two
+  // reference loops of the same length tell the work from the schedule: the same vertices under a
+  // static schedule (what the work allows), and the dynamic chunk-1 schedule over plain arithmetic
+  // as long as one vertex (what the schedule allows: one shared counter taken per iteration).
+  const int32_t nv = rs.nvrt;
+  std::vector<double> sink(2 * 8 * static_cast<size_t>(maxthreads), 0.0);
+  int spin = 0;
+  auto vertexloop = [&](int kind) {
+    pristine.restore(rs);
+    {
+      Quiet q;
+      wf::beginwarp(rs);
     }
-    tloop[threads] = best;
-    warped[threads] = rs.stlvrt;
-    std::printf("vertex loop %d thread%s  %8.3f s  %6.3f M vertices/s  (cpu %.3f s, best of %d)\n",
-                threads, threads > 1 ? "s" : " ", best, rs.nvrt / best / 1e6, bestcpu, repeats);
+    double t = now();
+    if (kind == 0) {
+      wf::warpvertices(rs);
+    } else if (kind == 1) {
+      const wf::RunState &crs = rs;
+      double *vrt = rs.stlvrt.data();
+      const int navg = rs.navgnodes;
+#pragma omp parallel default(none) shared(crs, vrt) firstprivate(navg, nv)
+      {
+        _mm_setcsr(_mm_getcsr() | 0x8040);
+        std::vector<double> d2(static_cast<size_t>(navg)), w(static_cast<size_t>(navg));
+        std::vector<int32_t> nd(static_cast<size_t>(navg));
+#pragma omp for schedule(static)
+        for (int32_t i = 0; i < nv; ++i)
+          wf::warpvertex(crs, vrt + 3 * static_cast<size_t>(i), d2.data(), nd.data(), w.data(), navg);
+      }
+    } else {
+      double *out = sink.data();
+#pragma omp parallel default(none) shared(out) firstprivate(nv, spin)
+      {
+        double *mine = out + 8 * static_cast<size_t>(omp_get_thread_num());
+#pragma omp for schedule(dynamic, 1)
+        for (int32_t i = 0; i < nv; ++i) {
+          double s = i;
+          for (int k = 0; k < spin; ++k) s = std::sqrt(s + k);
+          mine[0] += s;
+        }
+      }
+    }
+    return now() - t;
+  };
+  // The arithmetic chain is sized to one vertex of the single-thread loop.
+  auto quickest = [&](int kind) {
+    double t = 1e30;
+    for (int rep = 0; rep < 3; ++rep) t = std::min(t, vertexloop(kind));
+    return t / nv;
+  };
+  omp_set_num_threads(1);
+  const double pervertex = quickest(0);
+  for (spin = 16; spin < (1 << 24); spin *= 2) {
+    if (quickest(2) >= pervertex) break;
+  }
+  spin = static_cast<int>(spin * pervertex / quickest(2));
+
+  const char *names[3] = {"vertex loop", "  static schedule", "  schedule alone"};
+  double best[3][3];
+  for (auto &b : best) b[0] = b[1] = b[2] = 1e30;
+  std::vector<double> warped[3];
+  for (int rep = 0; rep < repeats; ++rep)
+    for (int kind = 0; kind < 3; ++kind)
+      for (int threads = 1; threads <= maxthreads; ++threads) {
+        omp_set_num_threads(threads);
+        const double t = vertexloop(kind);
+        if (t < best[kind][threads]) best[kind][threads] = t;
+        if (kind == 0) warped[threads] = rs.stlvrt;
+      }
+  for (int kind = 0; kind < 3; ++kind) {
+    std::printf("%-20s  1 thread %6.3f s", names[kind], best[kind][1]);
+    if (kind == 0) std::printf(" (%5.3f M vertices/s)", nv / best[kind][1] / 1e6);
+    if (maxthreads > 1) {
+      std::printf(", %d threads %6.3f s", maxthreads, best[kind][maxthreads]);
+      if (kind == 0) std::printf(" (%5.3f M vertices/s)", nv / best[kind][maxthreads] / 1e6);
+      std::printf(", speed-up %4.2f", best[kind][1] / best[kind][maxthreads]);
+    }
+    std::printf("\n");
   }
   if (maxthreads > 1) {
-    std::printf("vertex loop speed-up  %8.2f on %d threads (%s results)\n", tloop[1] / tloop[2],
-                maxthreads, warped[1] == warped[2] ? "identical" : "DIFFERENT");
+    std::printf("  per-iteration cost of the dynamic schedule on %d threads: %.0f ns; results %s\n",
+                maxthreads, (2 * best[2][maxthreads] - best[2][1]) / nv * 1e9,
+                warped[1] == warped[maxthreads] ? "identical" : "DIFFERENT");
   }
+  std::printf("  (best of %d runs each; arithmetic chain of %d steps per iteration)\n", repeats, spin);
+  omp_set_num_threads(maxthreads);
+  vertexloop(0);
 
   // The walk on its own, after the vertex loop of the last run.
   {
