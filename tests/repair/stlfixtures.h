@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Small surfaces made in code for the repair and recheck tests, their STL bytes, the verdict of
-// the admesh command on a file, and a fixture that works in a fresh folder with a signal file.
+// Small surfaces made in code for the repair and recheck tests, their STL bytes, the admesh
+// command's verdict on a file, and a fixture working in a fresh folder with a signal file.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -29,17 +29,14 @@ using Mesh = std::vector<Tri>;
 inline Mesh box(float x0, float y0, float z0, float sx, float sy, float sz) {
   const int f[12][3] = {{0, 3, 1}, {0, 2, 3}, {4, 5, 7}, {4, 7, 6}, {0, 1, 5}, {0, 5, 4},
                         {1, 3, 7}, {1, 7, 5}, {3, 2, 6}, {3, 6, 7}, {2, 0, 4}, {2, 4, 6}};
+  const float o[3] = {x0, y0, z0}, s[3] = {sx, sy, sz};
   Mesh m(12);
   for (int i = 0; i < 12; ++i)
-    for (int k = 0; k < 3; ++k) {  // corner bits: 1 is +sx, 2 is +sy, 4 is +sz
-      const int p = f[i][k];
-      m[i].c[3 * k] = x0 + (p & 1) * sx;
-      m[i].c[3 * k + 1] = y0 + (p >> 1 & 1) * sy;
-      m[i].c[3 * k + 2] = z0 + (p >> 2) * sz;
-    }
+    for (int j = 0; j < 9; ++j)  // corner bits: 1 is +sx, 2 is +sy, 4 is +sz
+      m[i].c[j] = o[j % 3] + (f[i][j / 3] >> (j % 3) & 1) * s[j % 3];
   return m;
 }
-inline Mesh cube(float size = 10.0f) { return box(0, 0, 0, size, size, size); }
+inline Mesh cube() { return box(0, 0, 0, 10, 10, 10); }
 // m after edit(m), for tables of faulty variants.
 template <class F>
 Mesh edited(Mesh m, F edit) {
@@ -52,9 +49,6 @@ inline Mesh join(Mesh a, const Mesh &b) {
 }
 inline Mesh opencube() {
   return edited(cube(), [](Mesh &m) { m.pop_back(); });
-}
-inline Mesh lonetriangles() {
-  return {Tri{{0, 0, 0, 1, 0, 0, 0, 1, 0}}, Tri{{5, 5, 5, 6, 5, 5, 5, 6, 5}}};
 }
 inline void flip(Tri &t) {
   for (int d = 0; d < 3; ++d) std::swap(t.c[3 + d], t.c[6 + d]);
@@ -147,8 +141,7 @@ inline std::string admeshfaults(const std::string &path) {
          " degenerate " + std::to_string(v[2]) + " backwards " + std::to_string(v[3]);
 }
 
-// A run record working in a fresh folder (the current one for the test), with a signal file
-// and the message catalogue.
+// A run record working in a fresh folder (the current one), with a signal file and catalogue.
 struct InFolderTest : ::testing::Test {
   wf::RunState rs;
   std::string dir;
