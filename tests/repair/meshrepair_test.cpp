@@ -67,7 +67,6 @@ TEST_F(Component, LoadingSoundnessDefaultRepairAndErrorTexts) {
        CUBE},
       {"a stray facet", stlbytes(join(cube(), {Tri{{5, 5, 5, 6, 5, 5, 5, 6, 5}}})), 13, 0, CUBE},
       {"an edge with three facets", stlbytes(join(cube(), {cube()[0]})), 13, 0},
-      {"twisted strip", stlbytes(mobius()), 24, 0},
       {"-0 and +0 are one corner",
        stlbytes(edited(cube(),
                        [](Mesh &m) {
