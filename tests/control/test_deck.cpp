@@ -51,8 +51,8 @@ std::vector<T> items(const List<T> &list) {
 // Cards count by their first five characters; the echo shows the settings with their defaults.
 // The deck ends with a comment behind a blank line: that comment is taken as a card.
 TEST(Deck, CardsUnknownCardsAndTheEcho) {
-  auto r = readdecktext("*WARPAGE\n 2.5 trailing\n*warp\n3.0\n# comment\n*NINT\n\n  4\n*ZTOL\n0\n*N3DM\n*INPU\n\"my job\"\n"
-                        "\n# note\n");
+  auto r = readdecktext("*WARPAGE\n 2.5 trailing\n*warp\n3.0\n# comment\n*NINT\n\n  4\n*ZTOL\n0\n*N3DM\n"
+                        "*INPU\n\"my job\"\n\n# note\n");
   ASSERT_FALSE(r->aborted) << r->out;
   EXPECT_FALSE(r->rs.o3dmflag);
   EXPECT_TRUE(r->codes.empty());
@@ -69,11 +69,12 @@ TEST(Deck, CardsUnknownCardsAndTheEcho) {
 }
 
 TEST(Deck, ListsStripQuotesAndEndAtAStar) {
-  auto r = readdecktext("*INPU\njob\n*OUTP\n\"a b.stl\"\n *not-a-card.stl\n# comment\nc.stl\n*ISTL\n1\n2\n3\n*O3MF\n*ASTL\n");
+  auto r = readdecktext("*INPU\njob\n*OUTP\n\"a b.stl\"\n *not-a-card.stl\n# comment\nc.stl\n*ISTL\n1\n2\n3\n"
+                        "*O3MF\n*ASTL\n");
   ASSERT_FALSE(r->aborted) << r->out;
   EXPECT_EQ(items(r->rs.outfiles), (std::vector<std::string>{"a b.stl", " *not-a-card.stl", "c.stl"}));
   EXPECT_EQ(items(r->rs.stlids), (std::vector<int32_t>{1, 2, 3}));
-  EXPECT_TRUE(r->rs.o3mfflag);
+  EXPECT_TRUE(r->rs.o3mfflag && r->rs.o3dmflag);  // the coloured package is on by default
   EXPECT_FALSE(r->rs.astlflag);
   EXPECT_TRUE(wft::contains(r->out, " WARNING:  *ASTL is ignored with *ISTL\n"));
   EXPECT_TRUE(wft::contains(r->out, " STL IDs                     = \n                               1\n"));
@@ -139,5 +140,6 @@ TEST(Deck, ArbitraryBytesEndInAnOrderlyAbort) {
     s = s * 1103515245u + 12345u;
     junk.push_back(static_cast<char>(s >> 24));
   }
-  for (size_t cut : {size_t(17), size_t(5000), junk.size()}) EXPECT_TRUE(readdecktext(junk.substr(0, cut))->aborted) << cut;
+  for (size_t cut : {size_t(17), size_t(5000), junk.size()})
+    EXPECT_TRUE(readdecktext(junk.substr(0, cut))->aborted) << cut;
 }

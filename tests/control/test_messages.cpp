@@ -53,7 +53,8 @@ TEST_F(Catalogued, PlaceholdersAndSignalLines) {
             R"({"message": {"type": "error", "code": 5, "variables": ["a", "b"], "tag": "Signal tag T"}})" "\n"
             R"({"message": {"type": "error", "code": 6, "variables": [], "tag": "Signal tag T"}})" "\n"
             R"({"message": {"type": "error", "code": 7, "variables": ["x", "y"], "tag": "Signal tag T"}})" "\n"
-            R"({"message": {"type": "critical warning", "code": 9, "variables": ["C:\\part \"1\".stl"], "tag": "Signal tag T"}})" "\n");
+            R"({"message": {"type": "critical warning", "code": 9, "variables": ["C:\\part \"1\".stl"], )"
+            R"("tag": "Signal tag T"}})" "\n");
   EXPECT_EQ(ontty, insignal);
   EXPECT_EQ(std::set<std::string>(ontty.begin(), ontty.end()).size(), 4u);
   EXPECT_EQ(rs.ncritical, 1);
@@ -110,12 +111,14 @@ TEST(TextHelpers, IntegersWallClockAndNames) {
 
 // Growth by 1.2 in single precision: 10 times 1.2f does not round up to 13.
 TEST(Lists, GrowthInSinglePrecision) {
+  EXPECT_EQ((std::vector{growcapacity(10), growcapacity(12), growcapacity(15), growcapacity(18), growcapacity(22)}),
+            (std::vector{12, 15, 18, 22, 27}));
   EXPECT_LE(growcapacity(2000000000), 0);  // overflow
   RunState rs;
   List<int32_t> l;
   l.v.resize(10);
   for (int i = 1; i <= 23; ++i) pushint(rs, l, i);
-  EXPECT_EQ(l.v.size(), 27u);  // 10, 12, 15, 18, 22, 27
+  EXPECT_EQ(l.v.size(), 27u);
   EXPECT_EQ(l.n, 23);
   for (int i = 0; i < 23; ++i) EXPECT_EQ(l[static_cast<size_t>(i)], i + 1);
 }

@@ -13,7 +13,9 @@ using namespace wf;
 // A slash ends the record; a doubled quote stands for itself.
 TEST(FreeForm, TokensEndAtBlankCommaSlashAndQuotesEnclose) {
   const std::pair<const char *, std::vector<std::string>> cases[] = {
-      {"  *WARP, 1.5 'a b/c,d' x/y \"q\"\"q\"", {"*WARP", "1.5", "a b/c,d", "x"}}, {"\"q\"\"q\"", {"q\"q"}}, {"   ", {}}};
+      {"  *WARP, 1.5 'a b/c,d' x/y \"q\"\"q\"", {"*WARP", "1.5", "a b/c,d", "x"}},
+      {"\"q\"\"q\"", {"q\"q"}},
+      {"   ", {}}};
   for (const auto &[line, expect] : cases) {
     std::vector<std::string> tokens;
     size_t pos = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Shared pieces of the output tests: small warped surfaces, a temporary working folder, the
+// Shared pieces of the output tests: a small warped surface, a temporary working folder, the
 // signal stream in a temporary file, console capture, a shell, and lib3MF's view of a 3MF file.
 #pragma once
 
@@ -8,13 +8,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cmath>
+#include <array>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <set>
 #include <string>
 
 #include "control/messages.h"
@@ -47,29 +44,13 @@ inline void tetra(wf::RunState &rs) {
   rs.stltri = {1, 3, 2, 1, 2, 4, 1, 4, 3, 2, 3, 4};
 }
 
-// nx by ny vertices in the plane z = 0, two triangles per cell; vertex (i, j) moves by
-// (0.001 i, -0.002 j, 0.5).
-inline void grid(wf::RunState &rs, int nx, int ny) {
-  rs.nvrt = nx * ny, rs.ntri = 2 * (nx - 1) * (ny - 1);
-  rs.prewarpvertices.clear(), rs.stlvrt.clear(), rs.stltri.clear();
-  for (int v = 0, i = 0, j = 0; v < rs.nvrt; ++v, i = v % nx, j = v / nx) {
-    rs.prewarpvertices.insert(rs.prewarpvertices.end(), {0.5 * i, 0.25 * j, 0.0});
-    rs.stlvrt.insert(rs.stlvrt.end(), {0.501 * i, 0.248 * j, 0.5});
-    if (i + 1 < nx && j + 1 < ny) rs.stltri.insert(rs.stltri.end(), {v + 1, v + 2, v + nx + 2, v + 1, v + nx + 2, v + nx + 1});
-  }
-}
-
-// The signal stream in an anonymous temporary file.
+// The signal stream in a temporary file; every line is flushed as it is written.
 struct Signals {
   wf::RunState &rs;
-  explicit Signals(wf::RunState &r) : rs(r) { rs.signalunit = std::tmpfile(); }
+  std::string path = wft::tempdir("signals") + "/signal";
+  explicit Signals(wf::RunState &r) : rs(r) { rs.signalunit = std::fopen(path.c_str(), "w+"); }
   ~Signals() { std::fclose(rs.signalunit), rs.signalunit = nullptr; }
-  std::string text() {
-    std::string s;
-    std::rewind(rs.signalunit);
-    for (int c; (c = std::fgetc(rs.signalunit)) != EOF;) s += static_cast<char>(c);
-    return s;
-  }
+  std::string text() { return wft::readfile(path); }
 };
 
 inline std::string finishedevent(const std::string &name) {
