@@ -32,8 +32,7 @@ inline uint32_t bigendian(float v) { return bigendian(std::bit_cast<uint32_t>(v)
 inline uint32_t bigendian(int32_t v) { return bigendian(static_cast<uint32_t>(v)); }
 
 // One header line; both forms end their lines with a single line feed.
-void vtkline(BlockWriter &out, char form, std::string_view text) {
-  (void)form;
+void vtkline(BlockWriter &out, std::string_view text) {
   out.put(text);
   out.put("\n");
 }
@@ -68,12 +67,12 @@ void writevtk(RunState &rs, char form, bool indexed, const std::vector<float> &d
   auto disp = [&](size_t k) { return k < 3 * nd ? displacement[k] : 0.0f; };
 
   BlockWriter out(rs, f, path);
-  vtkline(out, form, "# vtk DataFile Version 4.1");
-  vtkline(out, form, "Corvanta Tessero Thermo Mechanics vtk output");
-  vtkline(out, form, text ? "ASCII" : "BINARY");
-  vtkline(out, form, "DATASET UNSTRUCTURED_GRID");
+  vtkline(out, "# vtk DataFile Version 4.1");
+  vtkline(out, "Corvanta Tessero Thermo Mechanics vtk output");
+  vtkline(out, text ? "ASCII" : "BINARY");
+  vtkline(out, "DATASET UNSTRUCTURED_GRID");
   const long long npoints = indexed ? static_cast<long long>(n) : 3LL * static_cast<long long>(t);
-  vtkline(out, form, "POINTS " + std::to_string(npoints) + " float");
+  vtkline(out, "POINTS " + std::to_string(npoints) + " float");
 
   std::vector<uint32_t> block;
   if (!text) allocate(rs, block, std::max(3 * n, 4 * t), "writevtk, block, 1");
@@ -91,7 +90,7 @@ void writevtk(RunState &rs, char form, bool indexed, const std::vector<float> &d
     out.putblock(block.data(), 12 * n);
   }
 
-  vtkline(out, form, "CELLS " + std::to_string(t) + " " + std::to_string(4 * static_cast<long long>(t)));
+  vtkline(out, "CELLS " + std::to_string(t) + " " + std::to_string(4 * static_cast<long long>(t)));
   auto cell = [&](size_t i, int32_t c[4]) {
     c[0] = 3;
     if (indexed) {
@@ -121,7 +120,7 @@ void writevtk(RunState &rs, char form, bool indexed, const std::vector<float> &d
     out.putblock(block.data(), 16 * t);
   }
 
-  vtkline(out, form, "CELL_TYPES " + std::to_string(t));
+  vtkline(out, "CELL_TYPES " + std::to_string(t));
   if (text) {
     for (size_t i = 0; i < t; ++i) out.put("5\n");
   } else {
@@ -130,8 +129,8 @@ void writevtk(RunState &rs, char form, bool indexed, const std::vector<float> &d
   }
 
   if (indexed) {
-    vtkline(out, form, "POINT_DATA " + std::to_string(n));
-    vtkline(out, form, "VECTORS Displacement float");
+    vtkline(out, "POINT_DATA " + std::to_string(n));
+    vtkline(out, "VECTORS Displacement float");
     if (text) {
       for (size_t i = 0; i < n; ++i) {
         char *p = out.reserve(3 * 16 + 1);

@@ -149,6 +149,9 @@ void splitedge(RunState &rs, int32_t e, const double *midbefore, const double *m
     }
   }
 
+  // On a boundary edge of the surface as read, T1 runs a, b, c and slots 1 and 2 hold its own
+  // sides b-c and c-a. The two children then come out reversed and those two neighbours are
+  // updated by slot as on an interior edge; that is how an open rim refines, and it stays so.
   const int32_t f1[3] = {a, c, m}, f2[3] = {c, b, m};
   pushtri(rs, f1, ft[0]);
   pushtri(rs, f2, ft[1]);
