@@ -1,0 +1,258 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Regression set: generated jobs that between them use every card, run through the built
+// program, with every file they write compared byte for byte to the files recorded in
+// tests/regress/golden/<job>/. The console and the signal stream are compared too, with the
+// values that change from run to run masked (tags, wall clock, milliseconds, the job folder).
+// A coloured package is compared by its entries: names and order, and each entry's bytes
+// against the loose member of the same name (its compressed bytes and times are free).
+//
+// To record the files anew (after a change that is meant to alter outputs):
+//   WARPFORGE_REGRESS_RECORD=1 ./build/test_regress
+#include <gtest/gtest.h>
+#include <unzip.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <regex>
+#include <set>
+
+#include "testutil.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const fs::path goldenroot = fs::path(WARPFORGE_SOURCE_DIR) / "tests" / "regress" / "golden";
+
+bool recording() {
+  const char *v = std::getenv("WARPFORGE_REGRESS_RECORD");
+  return v != nullptr && *v != '\0' && std::strcmp(v, "0") != 0;
+}
+
+// ---------------------------------------------------------------- binary STL helpers
+
+struct Soup {
+  std::vector<float> c;  // 9 floats per triangle
+};
+
+Soup readsoup(const std::string &path) {
+  const std::string b = wft::readfile(path);
+  Soup s;
+  uint32_t n = 0;
+  std::memcpy(&n, b.data() + 80, 4);
+  s.c.resize(9ull * n);
+  for (uint32_t t = 0; t < n; ++t) std::memcpy(&s.c[9ull * t], b.data() + 84 + 50ull * t + 12, 36);
+  return s;
+}
+
+void writesoup(const std::string &path, const Soup &s) {
+  const uint32_t n = static_cast<uint32_t>(s.c.size() / 9);
+  std::string b(84 + 50ull * n, '\0');
+  std::memcpy(b.data() + 80, &n, 4);
+  for (uint32_t t = 0; t < n; ++t) std::memcpy(b.data() + 84 + 50ull * t + 12, &s.c[9ull * t], 36);
+  wft::writefile(path, b);
+}
+
+// ---------------------------------------------------------------- jobs
+
+struct JobSpec {
+  std::string name;
+  std::vector<std::string> genargs;
+  std::string deck;  // written as job.deck unless empty (then genjob's own deck is used)
+  std::function<void(const std::string &dir)> setup;
+  int status = 0;
+};
+
+const std::string kInput = "*INPU\njob\n";
+
+std::vector<JobSpec> jobs() {
+  std::vector<JobSpec> j;
+  j.push_back({"plain", {"--tris", "448"}, kInput + "*IOFF\n-1\n*MINE\n3.0\n*MAXE\n6.0\n*RTOL\n0.002\n", nullptr});
+  j.push_back({"forma_wrtu", {"--tris", "448"},
+               kInput + "*IOFF\n-1\n*FORM\na\n*WRTU\n*N3DM\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n", nullptr});
+  j.push_back({"formc_ovtk_unit", {"--tris", "448"},
+               kInput + "*IOFF\n-1\n*FORM\nc\n*OVTK\n*UNIT\n2.0\n*WARP\n-2.5\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n",
+               nullptr});
+  j.push_back({"formd_o3mf_ioff", {"--tris", "448", "--increments", "4"},
+               kInput + "*IOFF\n2\n*FORM\nd\n*O3MF\n*MINE\n2.5\n*MAXE\n6.0\n*RTOL\n0.01\n", nullptr});
+  j.push_back({"fixz_nint_snap", {"--tris", "448", "--nodes", "800"},
+               kInput + "*IOFF\n-1\n*FIXZ\n*ZTOL\n0.01\n*NINT\n4\n*EINT\n2.0\n*SNAP\n0.05\n"
+                        "*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n*N3DM\n*WRTU\n",
+               nullptr});
+  j.push_back({"nrle_fixz", {"--tris", "448"},
+               kInput + "*IOFF\n-1\n*NRLE\n*FIXZ\n*N3DM\n*WRTU\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n", nullptr});
+  j.push_back({"refine_limits", {"--tris", "448"},
+               kInput + "*IOFF\n-1\n*MAXR\n1\n*MINE\n0.4\n*MAXE\n1.5\n*RTOL\n0.0005\n*N3DM\n", nullptr});
+  j.push_back({"text_explicit_constant",
+               {"--tris", "448", "--text", "--explicit", "--field", "constant"},
+               kInput + "# constant field, text results\n*IOFF\n-2\n*MINE\n2.0\n*MAXE\n4.0\n*N3DM\n*OVTK\n*WRTU\n", nullptr});
+  // Reference correction against the part grown by 0.2 % about the origin.
+  j.push_back({"refg", {"--tris", "448"},
+               kInput + "*IOFF\n-1\n*REFG\nref.stl\n*N3DM\n*WRTU\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n",
+               [](const std::string &dir) {
+                 Soup s = readsoup(dir + "/part.stl");
+                 for (float &v : s.c) v *= 1.002f;
+                 writesoup(dir + "/ref.stl", s);
+               }});
+  // A scan job: no simulation; the nominal surface is the reference, the scan is the part
+  // sheared a little in x with height.
+  j.push_back({"scng", {"--tris", "448"},
+               "*REFG\npart.stl\n*SCNG\nscan.stl\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n*OUTP\nscanwarp.stl\n",
+               [](const std::string &dir) {
+                 Soup s = readsoup(dir + "/part.stl");
+                 for (size_t k = 0; k + 2 < s.c.size(); k += 3) s.c[k] += 0.01f * s.c[k + 2];
+                 writesoup(dir + "/scan.stl", s);
+               }});
+  // An open surface, read back and repaired with the extended repair; the conversion then
+  // meets the blank-padded name.
+  j.push_back({"tsrd_repair", {"--tris", "448"},
+               kInput + "*IOFF\n-1\n*TSRD\n*TSRE\n*TSRT\n0.02\n*O3MF\n*N3DM\n*MINE\n3.0\n*MAXE\n6.0\n*RTOL\n0.003\n",
+               [](const std::string &dir) {
+                 Soup s = readsoup(dir + "/part.stl");
+                 // drop two triangles far apart: two small holes
+                 s.c.erase(s.c.begin() + 9 * 300, s.c.begin() + 9 * 301);
+                 s.c.erase(s.c.begin() + 9 * 10, s.c.begin() + 9 * 11);
+                 writesoup(dir + "/part.stl", s);
+               }});
+  // Two surfaces with their own output names, STL scaling, a type-2 surface selected by its
+  // fraction, the first increment.
+  j.push_back({"multi_sstl_outp", {"--tris", "448", "--increments", "3"},
+               kInput + "*IOFF\n1\n*ASTL\n*SSTL\n*OUTP\nfirst.stl\nsecond.stl\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n"
+                        "*FORM\nb\n*WRTU\n",
+               [](const std::string &dir) {
+                 Soup s = readsoup(dir + "/part.stl");
+                 for (size_t k = 0; k + 2 < s.c.size(); k += 3) {
+                   s.c[k] = 0.5f * s.c[k] + 5.0f;
+                   s.c[k + 1] = 0.5f * s.c[k + 1] + 2.0f;
+                   s.c[k + 2] = 0.5f * s.c[k + 2];
+                 }
+                 writesoup(dir + "/inner.stl", s);
+                 wft::writefile(dir + "/job.in",
+                                "*OFNS\n5\n*STLF\npart.stl\ninner.stl\n*STLM\n1, 1, 0, 1.0\n"
+                                "2, 1, 0, 0.9995\n*STLS\n1.25\n*END\n");
+               }});
+  // A clean surface read back: kept as it is; with *ISTL and *OUTP.
+  j.push_back({"tsrd_clean_istl", {"--tris", "448"},
+               kInput + "*IOFF\n-1\n*TSRD\n*O3MF\n*ISTL\n1\n*OUTP\nchecked.stl\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n",
+               nullptr});
+  // An output named like its surface ends the run.
+  j.push_back({"abort_same_name", {"--tris", "448"},
+               kInput + "*IOFF\n-1\n*OUTP\npart.stl\n*ISTL\n1\n", nullptr, 255});
+  return j;
+}
+
+// ---------------------------------------------------------------- comparison
+
+// Files of a folder, relative, sorted.
+std::set<std::string> listfiles(const fs::path &dir) {
+  std::set<std::string> out;
+  if (!fs::exists(dir)) return out;
+  for (auto &e : fs::recursive_directory_iterator(dir))
+    if (e.is_regular_file()) out.insert(fs::relative(e.path(), dir).string());
+  return out;
+}
+
+std::string maskrun(std::string text, const std::string &dir, const std::string &exedir) {
+  auto replaceall = [&](const std::string &from, const std::string &to) {
+    if (from.empty()) return;
+    for (size_t p = text.find(from); p != std::string::npos; p = text.find(from, p + to.size()))
+      text.replace(p, from.size(), to);
+  };
+  replaceall(dir, "<job>");
+  replaceall(exedir, "<exe>");
+  text = std::regex_replace(text, std::regex("Signal tag [0-9A-F]+"), "Signal tag <tag>");
+  text = std::regex_replace(text, std::regex("CPU wall = [0-9a-z :.]+"), "CPU wall = <wall>");
+  text = std::regex_replace(text, std::regex("elapsed time: [0-9]+ms"), "elapsed time: <n>ms");
+  return text;
+}
+
+// Entries of a zip in their order, with their contents.
+std::vector<std::pair<std::string, std::string>> zipentries(const std::string &path) {
+  std::vector<std::pair<std::string, std::string>> out;
+  unzFile z = unzOpen64(path.c_str());
+  if (z == nullptr) return out;
+  for (int r = unzGoToFirstFile(z); r == UNZ_OK; r = unzGoToNextFile(z)) {
+    unz_file_info64 info;
+    char name[1024];
+    if (unzGetCurrentFileInfo64(z, &info, name, sizeof name, nullptr, 0, nullptr, 0) != UNZ_OK) break;
+    std::string data(info.uncompressed_size, '\0');
+    if (unzOpenCurrentFile(z) != UNZ_OK) break;
+    int got = unzReadCurrentFile(z, data.data(), static_cast<unsigned>(data.size()));
+    unzCloseCurrentFile(z);
+    if (got != static_cast<int>(data.size())) data = "<unreadable>";
+    out.emplace_back(name, data);
+  }
+  unzClose(z);
+  return out;
+}
+
+class Regression : public ::testing::TestWithParam<JobSpec> {};
+
+TEST_P(Regression, OutputsMatchTheRecordedFiles) {
+  const JobSpec &spec = GetParam();
+  const std::string dir = wft::tempdir("regress_" + spec.name);
+  auto g = wft::rungenjob(dir, spec.genargs);
+  ASSERT_EQ(g.status, 0) << g.out;
+  if (!spec.deck.empty()) wft::writefile(dir + "/job.deck", spec.deck);
+  if (spec.setup) spec.setup(dir);
+  const std::set<std::string> inputs = listfiles(dir);
+
+  auto r = wft::runwarpforge("job.deck", dir);
+  ASSERT_EQ(r.status, spec.status) << r.out;
+
+  // What the run wrote: every new file, the console and the signal stream (masked).
+  std::map<std::string, std::string> actual;
+  for (const std::string &f : listfiles(dir)) {
+    if (inputs.count(f) || f.rfind("tmp/", 0) == 0 || f == "job.wrpsimsignal") continue;
+    if (f.size() > 4 && f.substr(f.size() - 4) == ".3mf" && !zipentries(dir + "/" + f).empty() &&
+        fs::exists(dir + "/" + f.substr(0, f.size() - 4))) {
+      // A coloured package: its entries must be the loose members, in the package's order.
+      std::string listing;
+      for (auto &[name, data] : zipentries(dir + "/" + f)) {
+        listing += name + "\n";
+        EXPECT_EQ(data, wft::readfile(dir + "/" + f.substr(0, f.size() - 4) + "/" + name))
+            << f << ": entry " << name << " differs from its member";
+      }
+      actual[f + ".entries"] = listing;
+      continue;
+    }
+    actual[f] = wft::readfile(dir + "/" + f);
+  }
+  const std::string exedir = fs::path(WARPFORGE_EXE).parent_path().string();
+  actual["console.txt"] = maskrun(r.out, dir, exedir);
+  actual["signal.txt"] = maskrun(wft::readfile(dir + "/job.wrpsimsignal"), dir, exedir);
+
+  const fs::path golden = goldenroot / spec.name;
+  if (recording()) {
+    fs::remove_all(golden);
+    for (auto &[name, data] : actual) {
+      fs::create_directories((golden / name).parent_path());
+      wft::writefile((golden / name).string(), data);
+    }
+    GTEST_SKIP() << "recorded " << actual.size() << " files into " << golden;
+  }
+  ASSERT_TRUE(fs::exists(golden)) << "no recorded files for " << spec.name;
+  const std::set<std::string> expectednames = listfiles(golden);
+  std::set<std::string> actualnames;
+  for (auto &[name, data] : actual) actualnames.insert(name);
+  EXPECT_EQ(actualnames, expectednames);
+  for (auto &[name, data] : actual) {
+    if (!expectednames.count(name)) continue;
+    const std::string want = wft::readfile((golden / name).string());
+    if (data == want) continue;
+    size_t at = 0;
+    while (at < data.size() && at < want.size() && data[at] == want[at]) ++at;
+    ADD_FAILURE() << spec.name << "/" << name << " differs from byte " << at << " on (sizes "
+                  << data.size() << " and " << want.size() << ")\n  now: "
+                  << data.substr(at > 40 ? at - 40 : 0, 120) << "\n  was: "
+                  << want.substr(at > 40 ? at - 40 : 0, 120);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Jobs, Regression, ::testing::ValuesIn(jobs()),
+                         [](const ::testing::TestParamInfo<JobSpec> &i) { return i.param.name; });
+
+}  // namespace
