@@ -3,8 +3,9 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <new>
 
-#include "control/messages.h"
+#include "base/fatal.h"
 #include "control/run.h"
 
 int main(int argc, char **argv) {
@@ -13,7 +14,9 @@ int main(int argc, char **argv) {
   int status = 255;
   try {
     status = wf::runwarpforge(*rs);
-  } catch (const wf::RunAborted &) {
+  } catch (const wf::Fatal &f) {
+    if (f.code != 0) rs->rep.post(1, f.code, f.vars);
+    rs->rep.abortlines();
     status = 255;
   } catch (const std::exception &e) {
     // Anything not funnelled through a check (the allocator, the C++ library) still ends the
@@ -22,6 +25,5 @@ int main(int argc, char **argv) {
     status = 255;
   }
   std::fflush(stdout);
-  if (rs->signalunit) std::fflush(rs->signalunit);
   return status;
 }

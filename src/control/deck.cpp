@@ -38,7 +38,7 @@ void pushvalue(RunState &rs, List<T> &list, const T &value, int *status) {
       *status = -1;
       return;
     }
-    checkalloc(rs, 1, "push, tmp, 1");
+    checkalloc(1, "push, tmp, 1");
   }
   list.v[static_cast<size_t>(list.n - 1)] = value;
 }
@@ -60,8 +60,8 @@ int readtoken(LineReader &in, std::string &token) {
 
 void checkdeckread(RunState &rs, int status, const std::string &deckpath, const std::string &line) {
   if (status == 0) return;
-  postmessage(rs, 1, 97, {text256(deckpath), text256(line)});
-  abortrun(rs);
+  rs.rep.post(1, 97, {text256(deckpath), text256(line)});
+  fatalsilent();
 }
 
 void readnamelist(RunState &rs, LineReader &in, List<std::string> &list) {
@@ -90,7 +90,7 @@ void readidlist(RunState &rs, LineReader &in, const std::string &keyword) {
     if (st != 0) {
       // The end of the deck does not end this list: the last value would be pushed again and
       // again until the list can no longer grow, which is where this ends at once.
-      checkalloc(rs, 1, "push, tmp, 1");
+      checkalloc(1, "push, tmp, 1");
     }
     pushint(rs, rs.stlids, id);
   }
@@ -99,12 +99,6 @@ void readidlist(RunState &rs, LineReader &in, const std::string &keyword) {
 
 }  // namespace
 
-int32_t growcapacity(int32_t cap) {
-  float f = static_cast<float>(cap) * 1.2f;
-  double c = std::ceil(static_cast<double>(f));
-  if (!(c > 0) || c > static_cast<double>(std::numeric_limits<int32_t>::max())) return -1;
-  return static_cast<int32_t>(c);
-}
 
 void pushint(RunState &rs, List<int32_t> &list, int32_t value, int *status) {
   pushvalue(rs, list, value, status);
@@ -189,38 +183,38 @@ void setdefaults(RunState &rs) {
 namespace {
 
 void echo(RunState &rs, bool ztolgiven) {
-  say(rs, "Warpage scaling factor      = " + numtext(rs.warpscale));
-  say(rs, "Output unit scaling factor  = " + numtext(rs.unitscale));
-  say(rs, "# of weighted average nodes = " + inttext(rs.navgnodes));
-  say(rs, "Weighted average exponent   = " + numtext(rs.avgexponent));
-  say(rs, "Snapping tolerance          = " + numtext(rs.snaptol));
-  say(rs, "Max refinement levels       = " + inttext(rs.maxrefine));
-  say(rs, "Min edge length             = " + numtext(rs.minedge));
-  say(rs, "Max edge length             = " + numtext(rs.maxedge));
-  say(rs, "Refinement tolerance        = " + numtext(rs.refinetol));
-  say(rs, "STL output format           = " + std::string(1, rs.stlformat));
-  say(rs, "Increment offset            = " + inttext(rs.incoffset));
+  rs.rep.say("Warpage scaling factor      = " + numtext(rs.warpscale));
+  rs.rep.say("Output unit scaling factor  = " + numtext(rs.unitscale));
+  rs.rep.say("# of weighted average nodes = " + inttext(rs.navgnodes));
+  rs.rep.say("Weighted average exponent   = " + numtext(rs.avgexponent));
+  rs.rep.say("Snapping tolerance          = " + numtext(rs.snaptol));
+  rs.rep.say("Max refinement levels       = " + inttext(rs.maxrefine));
+  rs.rep.say("Min edge length             = " + numtext(rs.minedge));
+  rs.rep.say("Max edge length             = " + numtext(rs.maxedge));
+  rs.rep.say("Refinement tolerance        = " + numtext(rs.refinetol));
+  rs.rep.say("STL output format           = " + std::string(1, rs.stlformat));
+  rs.rep.say("Increment offset            = " + inttext(rs.incoffset));
   if (rs.fixzflag) {
-    sayblank(rs);
-    say(rs, "Fixing Z displacements for vertices with minimal");
-    say(rs, "Z coordinates");
-    sayblank(rs);
-    say(rs, "Z tolerance = " + numtext(rs.ztol));
-    sayblank(rs);
+    rs.rep.blank();
+    rs.rep.say("Fixing Z displacements for vertices with minimal");
+    rs.rep.say("Z coordinates");
+    rs.rep.blank();
+    rs.rep.say("Z tolerance = " + numtext(rs.ztol));
+    rs.rep.blank();
   }
   if (rs.norelflag) {
-    sayblank(rs);
-    say(rs, "Applying no relative excursion from the build plane");
-    sayblank(rs);
+    rs.rep.blank();
+    rs.rep.say("Applying no relative excursion from the build plane");
+    rs.rep.blank();
   }
   if (ztolgiven && !rs.fixzflag) {
-    say(rs, "WARNING:  *ZTOL has no effect without *FIXZ");
-    sayblank(rs);
+    rs.rep.say("WARNING:  *ZTOL has no effect without *FIXZ");
+    rs.rep.blank();
   }
-  if (rs.fixzflag && rs.norelflag) say(rs, "WARNING:  no Z distortion will be applied during this warp.");
+  if (rs.fixzflag && rs.norelflag) rs.rep.say("WARNING:  no Z distortion will be applied during this warp.");
   if (rs.istlflag && rs.astlflag) {
-    say(rs, "WARNING:  *ASTL is ignored with *ISTL");
-    sayblank(rs);
+    rs.rep.say("WARNING:  *ASTL is ignored with *ISTL");
+    rs.rep.blank();
     rs.astlflag = false;
   }
 }
@@ -229,7 +223,7 @@ void echo(RunState &rs, bool ztolgiven) {
 bool validate(RunState &rs) {
   bool failed = false;
   auto fail = [&](int code, std::vector<std::string> vars = {}) {
-    postmessage(rs, 1, code, vars);
+    rs.rep.post(1, code, vars);
     failed = true;
   };
   if (rs.ztol < 0) fail(176);
@@ -243,30 +237,30 @@ bool validate(RunState &rs) {
     }
   }
   if (!rs.istlflag) {
-    say(rs, "Exporting all stl files");
+    rs.rep.say("Exporting all stl files");
   } else {
-    say(rs, "STL IDs                     = ");
-    for (int i = 0; i < rs.stlids.n; ++i) say(rs, kIndent + std::to_string(rs.stlids[static_cast<size_t>(i)]));
+    rs.rep.say("STL IDs                     = ");
+    for (int i = 0; i < rs.stlids.n; ++i) rs.rep.say(kIndent + std::to_string(rs.stlids[static_cast<size_t>(i)]));
   }
-  sayblank(rs);
+  rs.rep.blank();
   if (!rs.inpuflag && !rs.scngflag) {
     fail(179, {"Corvanta Tessero Thermo Mechanics"});
   } else if (rs.inpuflag) {
-    say(rs, "Input file                  = " + rtrim(rs.inputfile));
-    say(rs, "Output files                = ");
-    for (int i = 0; i < rs.outfiles.n; ++i) say(rs, kIndent + rtrim(rs.outfiles[static_cast<size_t>(i)]));
-    sayblank(rs);
+    rs.rep.say("Input file                  = " + rtrim(rs.inputfile));
+    rs.rep.say("Output files                = ");
+    for (int i = 0; i < rs.outfiles.n; ++i) rs.rep.say(kIndent + rtrim(rs.outfiles[static_cast<size_t>(i)]));
+    rs.rep.blank();
   }
   if (rs.refgflag) {
-    say(rs, "Reference geometries = ");
+    rs.rep.say("Reference geometries = ");
     for (int i = 0; i < rs.reffiles.n; ++i)
-      say(rs, kIndent + "\"" + rtrim(rs.reffiles[static_cast<size_t>(i)]) + "\"");
+      rs.rep.say(kIndent + "\"" + rtrim(rs.reffiles[static_cast<size_t>(i)]) + "\"");
     if (rs.reffiles.n > 1) fail(180);
   }
   if (rs.scngflag) {
-    say(rs, "Scanned geometries = ");
+    rs.rep.say("Scanned geometries = ");
     for (int i = 0; i < rs.scnfiles.n; ++i)
-      say(rs, kIndent + "\"" + rtrim(rs.scnfiles[static_cast<size_t>(i)]) + "\"");
+      rs.rep.say(kIndent + "\"" + rtrim(rs.scnfiles[static_cast<size_t>(i)]) + "\"");
     if (rs.scnfiles.n > 1) fail(180);
   }
   if (!rs.inpuflag) {
@@ -304,38 +298,38 @@ bool validate(RunState &rs) {
 }  // namespace
 
 void readdeck(RunState &rs) {
-  sayblank(rs);
-  say(rs, "warpforge");
-  sayblank(rs);
-  say(rs, "Build ID    : 21.1.0.395");
+  rs.rep.blank();
+  rs.rep.say("warpforge");
+  rs.rep.blank();
+  rs.rep.say("Build ID    : 21.1.0.395");
   if (rs.args.size() != 1) {
-    postmessage(rs, 1, 175);
-    abortrun(rs);
+    rs.rep.post(1, 175);
+    fatalsilent();
   }
   const std::string &arg = rs.args[0];
-  checkarg(rs, arg.size() > 8192 ? -1 : 0, arg);
+  checkarg(arg.size() > 8192 ? -1 : 0, arg);
   rs.deckpath = rtrim(arg);
   const std::string path = rs.deckpath;
-  checkexists(rs, path);
+  checkexists(path);
   rs.deckstem = path;
   if (fileexists(rs.deckstem)) rs.deckstem = stripext(rs.deckstem);
-  movesignalfile(rs, ".wrpsimsignal");
-  say(rs, "Processing warpforge input file " + path);
-  sayblank(rs);
+  rs.rep.movesignal(rtrim(rs.deckstem) + ".wrpsimsignal");
+  rs.rep.say("Processing warpforge input file " + path);
+  rs.rep.blank();
   setdefaults(rs);
   bool ztolgiven = false;
 
   LineReader in;
-  checkopen(rs, in.open(path), path);
+  checkopen(in.open(path), path);
   std::string token;
   for (;;) {
     skipcomments(in);
     int st = readtoken(in, token);
     if (st == IOSTAT_EOF) break;
     if (st != 0) {
-      say(rs, "Warning:  cannot read file " + path);
-      say(rs, "Unknown card " + rtrim(token));
-      sayblank(rs);
+      rs.rep.say("Warning:  cannot read file " + path);
+      rs.rep.say("Unknown card " + rtrim(token));
+      rs.rep.blank();
     }
     std::string key = token.substr(0, 5);
     key.resize(5, ' ');
@@ -378,9 +372,9 @@ void readdeck(RunState &rs) {
     } else if (key == "*TSRT") {
       realvalue(rs.repairtol);
       if (rs.repairtol <= 0) {
-        printwarning(rs);
-        printline(rs, "Tessero repair tolerance must be positive.  Resetting to default.");
-        printline(rs, "");
+        rs.rep.printwarning();
+        rs.rep.printline("Tessero repair tolerance must be positive.  Resetting to default.");
+        rs.rep.printline("");
         rs.repairtol = 0.01;
       }
     } else if (key == "*REFG") {
@@ -433,17 +427,17 @@ void readdeck(RunState &rs) {
     } else if (key == "*WRTU") {
       rs.wrtuflag = true;
     } else {
-      say(rs, "WARNING");
-      say(rs, "Unknown control card " + rtrim(token));
-      say(rs, "while reading file " + path);
-      sayblank(rs);
+      rs.rep.say("WARNING");
+      rs.rep.say("Unknown control card " + rtrim(token));
+      rs.rep.say("while reading file " + path);
+      rs.rep.blank();
     }
   }
   in.close();
-  say(rs, "Finished reading " + path);
-  sayblank(rs);
+  rs.rep.say("Finished reading " + path);
+  rs.rep.blank();
   echo(rs, ztolgiven);
-  if (validate(rs)) abortrun(rs);
+  if (validate(rs)) fatalsilent();
 }
 
 }  // namespace wf

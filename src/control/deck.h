@@ -7,7 +7,7 @@
 #include <string>
 
 #include "control/runstate.h"
-#include "control/textio.h"
+#include "base/textio.h"
 
 namespace wf {
 
@@ -25,8 +25,6 @@ void stripquotes(std::string &text);
 void pushint(RunState &rs, List<int32_t> &list, int32_t value, int *status = nullptr);
 void pushname(RunState &rs, List<std::string> &list, const std::string &value, int *status = nullptr);
 void pushreal(RunState &rs, List<float> &list, float value, int *status = nullptr);
-// Capacity after one growth step from cap (0 or less when it overflows).
-int32_t growcapacity(int32_t cap);
 // A list starts empty with room for ten entries.
 template <class T>
 void startlist(List<T> &list) {

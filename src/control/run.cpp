@@ -64,7 +64,7 @@ void splitpath(const std::string &path, std::string &drive, std::string &folder,
 
 void initrun(RunState &rs) {
   loadsettings(rs);
-  opensignalfile(rs);
+  rs.rep.opensignal();
   readdeck(rs);
   rs.snaptolsq = rs.snaptol * rs.snaptol;
   rs.refinetolsq = rs.refinetol * rs.refinetol;
@@ -126,8 +126,8 @@ void surfacenames(RunState &rs, int i) {
   std::string out = rtrim(rs.outstlpath);
   for (int j = 0; j < rs.stlfiles.n; ++j) {
     if (rtrim(rs.stlfiles[static_cast<size_t>(j)]) == out) {
-      postmessage(rs, 1, 193, {out});
-      abortrun(rs);
+      rs.rep.post(1, 193, {out});
+      fatalsilent();
     }
   }
   int found = 0;
@@ -144,19 +144,19 @@ void surfacenames(RunState &rs, int i) {
   }
   if (!have) {
     // The list no longer holds the surface of this ID.
-    postmessage(rs, 1, 197, {std::to_string(rs.curstlid)});
-    abortrun(rs);
+    rs.rep.post(1, 197, {std::to_string(rs.curstlid)});
+    fatalsilent();
   }
-  say(rs, "STL file = " + rs.stlpath);
+  rs.rep.say("STL file = " + rs.stlpath);
   changefolder(rs.inputfolder);
 }
 
 void finishsurface(RunState &rs) {
-  sayblank(rs);
-  say(rs, "Finished writing file " + rtrim(rs.outstlpath));
-  sayblank(rs);
-  say(rs, "CPU wall = " + walltext(wallseconds(rs)));
-  sayblank(rs);
+  rs.rep.blank();
+  rs.rep.say("Finished writing file " + rtrim(rs.outstlpath));
+  rs.rep.blank();
+  rs.rep.say("CPU wall = " + walltext(rs.rep.wallseconds()));
+  rs.rep.blank();
 }
 
 int runwarpforge(RunState &rs) {
@@ -183,8 +183,7 @@ int runwarpforge(RunState &rs) {
     convert3mfstep(rs);
     finishsurface(rs);
   }
-  finishsignal(rs, 1);
-  conflush(rs);
+  rs.rep.finish(1);
   return 0;
 }
 

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include "base/reporter.h"
 
 namespace wf {
 
@@ -99,8 +99,6 @@ struct RunState {
   std::string stlpath;
   std::string outstlpath;   // after recheckstep: blank-padded to 8192 characters
   std::string wrtupath;
-  std::string signalpath;   // the temporary signal file
-  std::FILE *signalunit = nullptr;
 
   // ---- per surface ----
   int32_t curstlid = 1;
@@ -185,18 +183,8 @@ struct RunState {
   std::vector<int32_t> partvrtstart, parttristart;
   std::vector<double> partbox;  // 3 x 2 x nstlfiles
 
-  // ---- messages, console and signals ----
-  int32_t nwarnings = 0;
-  int32_t ncritical = 0;
-  uint32_t rngstate = 0;        // the run's random generator (tags)
-  bool tempseeded = false;      // tempfilename has seeded its own generator
-  uint32_t temprng = 0;
-  nlohmann::json messagecatalogue;
-  bool catalogueok = false;     // loaded; sticky failure once a lookup misses
-  std::mutex consolelock;
-  bool conhex = false;          // integers on the console print in hexadecimal from now on
-  std::chrono::steady_clock::time_point starttime = std::chrono::steady_clock::now();
-  std::vector<std::pair<std::string, std::string>> waypoints;  // name, value
+  // ---- console, signal stream, catalogue, telemetry ----
+  Reporter rep;
   std::vector<std::string> args;  // command-line arguments after the program name
 };
 

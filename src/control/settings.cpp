@@ -22,44 +22,6 @@ std::string exefolder(const std::string &) {
   return buf.substr(0, slash + 1);
 }
 
-void loadsettings(RunState &rs) {
-  rs.messagecatalogue = nlohmann::json::object();
-  rs.catalogueok = false;
-  std::string path = rtrim(exefolder("kel2")) + "simsolver.arb";
-  sayblank(rs);
-  say(rs, " Loading file: " + path + "...");
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    say(rs, "[json.exception.file_error] cannot open file " + path);
-    conflush(rs);
-    return;
-  }
-  try {
-    rs.messagecatalogue = nlohmann::json::parse(in);
-    rs.catalogueok = true;
-    say(rs, " ...success");
-  } catch (const nlohmann::json::exception &e) {
-    rs.messagecatalogue = nlohmann::json::object();
-    say(rs, e.what());
-    conflush(rs);
-  }
-}
-
-std::string catalogtext(RunState &rs, const std::string &group, int code) {
-  if (!rs.catalogueok) return "";
-  const auto &cat = rs.messagecatalogue;
-  std::string key = std::to_string(code);
-  if (cat.is_object()) {
-    auto g = cat.find(group);
-    if (g != cat.end() && g->is_object()) {
-      auto t = g->find(key);
-      if (t != g->end() && t->is_string()) return t->get<std::string>();
-    }
-  }
-  // The first path that is not found leaves the catalogue in its failed state for the rest of
-  // the run: later lookups are empty as well.
-  rs.catalogueok = false;
-  return "";
-}
+void loadsettings(RunState &rs) { rs.rep.loadcatalogue(rtrim(exefolder("kel2")) + "simsolver.arb"); }
 
 }  // namespace wf

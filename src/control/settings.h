@@ -12,7 +12,5 @@ namespace wf {
 void loadsettings(RunState &rs);
 // Folder of the running executable, with its trailing "/".
 std::string exefolder(const std::string &modulename);
-// Text of a catalogue entry at "group.code"; empty when not found (the failure is sticky).
-std::string catalogtext(RunState &rs, const std::string &group, int code);
 
 }  // namespace wf

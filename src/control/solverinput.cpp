@@ -10,7 +10,7 @@
 
 #include "control/deck.h"
 #include "control/messages.h"
-#include "control/textio.h"
+#include "base/textio.h"
 
 namespace wf {
 
@@ -23,14 +23,14 @@ template <class T>
 void readcardvalue(RunState &rs, LineReader &in, const std::string &path, T &value) {
   std::string line;
   skipcomments(in);
-  checkread(rs, in.readline(line), path);
+  checkread(in.readline(line), path);
   size_t pos = 0;
   int st = 0;
   if constexpr (std::is_same_v<T, int32_t>)
     st = readint(line, pos, value);
   else
     st = readreal(line, pos, value);
-  checkread(rs, st == IOSTAT_EOF ? IOSTAT_BADVALUE : st, path);
+  checkread(st == IOSTAT_EOF ? IOSTAT_BADVALUE : st, path);
 }
 
 // One *STLM row: four free-form numbers, which may spread over lines as a list read does.
@@ -84,10 +84,10 @@ void readsolverinput(RunState &rs) {
   if (!rs.inpuflag) return;
 
   const std::string path = rtrim(rs.inputfile) + ".in";
-  checkexists(rs, path);
+  checkexists(path);
   LineReader in;
-  checkopen(rs, in.open(path), path);
-  say(rs, "Reading input file " + path);
+  checkopen(in.open(path), path);
+  rs.rep.say("Reading input file " + path);
 
   bool stlmseen = false;
   std::string line;
@@ -119,8 +119,8 @@ void readsolverinput(RunState &rs) {
   in.close();
 
   if (rs.ofnsdigits > 9) {
-    postmessage(rs, 1, 190);
-    abortrun(rs);
+    rs.rep.post(1, 190);
+    fatalsilent();
   }
   if (!stlmseen) {
     const size_t n = rs.stlfiles.n > 0 ? static_cast<size_t>(rs.stlfiles.n) : 0;
@@ -129,8 +129,8 @@ void readsolverinput(RunState &rs) {
     rs.stlfraction.v.assign(n, 1.0f);
     rs.stlfraction.n = static_cast<int32_t>(n);
   }
-  say(rs, "STL scaling factor = " + numtext(rs.stlscale));
-  sayblank(rs);
+  rs.rep.say("STL scaling factor = " + numtext(rs.stlscale));
+  rs.rep.blank();
 }
 
 void selectincrement(RunState &rs) {
@@ -138,14 +138,14 @@ void selectincrement(RunState &rs) {
   const long long off = rs.incoffset;
   const long long mag = off < 0 ? -off : off;
   if (mag < 1 || mag > ninc) {
-    postmessage(rs, 1, 194, {"1", inttext(ninc)});
-    abortrun(rs);
+    rs.rep.post(1, 194, {"1", inttext(ninc)});
+    fatalsilent();
   }
   const long long idx = off > 0 ? off : ninc + 1 + off;
   if (idx < 1 || static_cast<size_t>(idx) > rs.resulttimes.size() ||
       static_cast<size_t>(idx) > rs.resultnums.size()) {
-    postmessage(rs, 1, 194, {"1", inttext(ninc)});
-    abortrun(rs);
+    rs.rep.post(1, 194, {"1", inttext(ninc)});
+    fatalsilent();
   }
   const double t = rs.resulttimes[static_cast<size_t>(idx - 1)];
   // The latest mesh not later than t; of equal times the first, since only a larger one replaces.
@@ -158,8 +158,8 @@ void selectincrement(RunState &rs) {
   }
   if (best == 0) {
     // No mesh existed yet at the time of the chosen increment.
-    postmessage(rs, 1, 195, {numtext(t)});
-    abortrun(rs);
+    rs.rep.post(1, 195, {numtext(t)});
+    fatalsilent();
   }
   rs.resultfilenumber = rs.resultnums[static_cast<size_t>(idx - 1)];
   rs.meshfilenumber = rs.meshnums[static_cast<size_t>(best - 1)];
@@ -169,22 +169,22 @@ void selectsurfaces(RunState &rs) {
   const bool lastinc = rs.incoffset == -1 || rs.incoffset == rs.ninc;
   const int nfiles = rs.stlfiles.n;
   if (nfiles < 1) {
-    postmessage(rs, 1, 191);
-    abortrun(rs);
+    rs.rep.post(1, 191);
+    fatalsilent();
   }
   int c = countselected(rs);
   if (rs.sstlflag && rs.ssssflag) {
-    postmessage(rs, 1, 371);
-    abortrun(rs);
+    rs.rep.post(1, 371);
+    fatalsilent();
   }
   if (rs.astlflag && rs.sstlflag) {
     if (c < nfiles) {
       for (int j = 1; j <= nfiles; ++j)
-        if (!surfaceselected(rs, j)) postmessage(rs, 2, 1036, {nameof(rs, j)});
+        if (!surfaceselected(rs, j)) rs.rep.post(2, 1036, {nameof(rs, j)});
     }
     if (lastinc) {
       for (int j = 1; j <= nfiles; ++j)
-        if (surfaceselected(rs, j) && surftype(rs, j) != 1) postmessage(rs, 2, 1037, {nameof(rs, j)});
+        if (surfaceselected(rs, j) && surftype(rs, j) != 1) rs.rep.post(2, 1037, {nameof(rs, j)});
       rs.sstlflag = false;
       c = countselected(rs);
     }
@@ -199,8 +199,8 @@ void selectsurfaces(RunState &rs) {
   }
   for (int i = 0; i < rs.stlids.n; ++i) {
     if (rs.stlids[static_cast<size_t>(i)] > c) {
-      postmessage(rs, 1, 192, {inttext(c)});
-      abortrun(rs);
+      rs.rep.post(1, 192, {inttext(c)});
+      fatalsilent();
     }
   }
   rs.nsurfaces = rs.stlids.n;
@@ -212,8 +212,8 @@ void selectsurfaces(RunState &rs) {
         if (!surfaceselected(rs, j)) continue;
         if (++found == id) {
           if (surftype(rs, j) != 1) {
-            postmessage(rs, 1, 370, {nameof(rs, j)});
-            abortrun(rs);
+            rs.rep.post(1, 370, {nameof(rs, j)});
+            fatalsilent();
           }
           break;
         }

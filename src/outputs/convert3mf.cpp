@@ -26,15 +26,11 @@ lib3mfversionfn lib3mfversionquery = lib3mfinterfaceversion;
 namespace {
 
 void line(RunState &rs, const std::string &text) {
-  sayraw(rs, text);
-  conflush(rs);
+  rs.rep.raw(text);
 }
 
 // A lib3MF status in hexadecimal; from here on the console prints its integers that way.
-std::string hexstatus(RunState &rs, int status) {
-  rs.conhex = true;
-  return conint(rs, static_cast<long long>(static_cast<uint32_t>(status)));
-}
+std::string hexstatus(RunState &rs, int status) { return rs.rep.hexstatus(status); }
 
 uint64_t tickcount() {
   return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -52,8 +48,8 @@ void convert3mfstep(RunState &rs) {
   const std::string output = input.substr(0, p) + "3mf";
   const int status = convertto3mf(rs, input.c_str(), output.c_str());
   if (status != 0) {
-    say(rs, "Warning:  3MF conversion was not successful.");
-    sayblank(rs);
+    rs.rep.say("Warning:  3MF conversion was not successful.");
+    rs.rep.blank();
   }
 }
 
@@ -70,11 +66,11 @@ int convertto3mf(RunState &rs, const char *inputpath, const char *outputpath) {
     return -1;
   }
   if (major != 1) {
-    line(rs, "invalid 3MF Library major version: " + conint(rs, 1));
+    line(rs, "invalid 3MF Library major version: " + rs.rep.integer(1));
     return -2;
   }
   if (minor < 5) {
-    line(rs, "invalid 3MF Library minor version: " + conint(rs, 5));
+    line(rs, "invalid 3MF Library minor version: " + rs.rep.integer(5));
     return -3;
   }
 
@@ -112,7 +108,7 @@ int convertto3mf(RunState &rs, const char *inputpath, const char *outputpath) {
     NMR::lib3mf_release(model);
     return -8;
   }
-  line(rs, "elapsed time: " + conint(rs, static_cast<long long>(tickcount() - start)) + "ms");
+  line(rs, "elapsed time: " + rs.rep.integer(static_cast<long long>(tickcount() - start)) + "ms");
   NMR::lib3mf_release(reader);
 
   NMR::PLib3MFModelWriter *writer = nullptr;
@@ -132,7 +128,7 @@ int convertto3mf(RunState &rs, const char *inputpath, const char *outputpath) {
     NMR::lib3mf_release(model);
     return -10;
   }
-  line(rs, "elapsed time: " + conint(rs, static_cast<long long>(tickcount() - start)) + "ms");
+  line(rs, "elapsed time: " + rs.rep.integer(static_cast<long long>(tickcount() - start)) + "ms");
   line(rs, "done converting 3MF");
   NMR::lib3mf_release(model);
   return 0;

@@ -10,14 +10,9 @@
 
 namespace wf {
 
-size_t lastdot(std::string_view path) {
-  size_t p = path.find_last_of('.');
-  return p == std::string_view::npos ? 0 : p + 1;
-}
-
 void filldispsingle(RunState &rs, std::vector<float> &dispsingle, const char *label) {
   const size_t n = rs.nvrt > 0 ? 3 * static_cast<size_t>(rs.nvrt) : 0;
-  allocate(rs, dispsingle, n, label);
+  allocate(dispsingle, n, label);
   const size_t nv = std::min(n, rs.stlvrt.size());
   const size_t np = std::min(nv, rs.prewarpvertices.size());
   const double *v = rs.stlvrt.data();
@@ -28,8 +23,8 @@ void filldispsingle(RunState &rs, std::vector<float> &dispsingle, const char *la
 }
 
 void writefailed(RunState &rs, const std::string &file, int err) {
-  postmessage(rs, 1, 200, {text256(file), std::to_string(err)});
-  abortrun(rs);
+  rs.rep.post(1, 200, {text256(file), std::to_string(err)});
+  fatalsilent();
 }
 
 void closeoutput(RunState &rs, std::FILE *f, const std::string &file) {
@@ -41,7 +36,7 @@ void closeoutput(RunState &rs, std::FILE *f, const std::string &file) {
 
 BlockWriter::BlockWriter(RunState &rs, std::FILE *f, const std::string &file, size_t capacity)
     : rs_(rs), f_(f), file_(file) {
-  allocate(rs, buf_, capacity, "blockwriter, buffer, 1");
+  allocate(buf_, capacity, "blockwriter, buffer, 1");
 }
 
 void BlockWriter::put(std::string_view text) {

@@ -15,8 +15,6 @@
 
 namespace wf {
 
-// Position of the last "." in the whole path, counted from 1; 0 when there is none.
-size_t lastdot(std::string_view path);
 
 // dispsingle(k, i) = stlvrt(k, i) - prewarpvertices(k, i), subtracted in double, rounded to
 // single. A vertex without a stored start position counts as not moved. The array is sized

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "control/messages.h"
-#include "control/textio.h"
+#include "base/textio.h"
 #include "outputs/colourscale.h"
 #include "outputs/outcommon.h"
 #include "outputs/packagetext.h"
@@ -49,7 +49,7 @@ std::FILE *openmember(RunState &rs, const std::string &path, const std::string &
   errno = 0;
   std::FILE *f = std::fopen(path.c_str(), "wb");
   // Every member reports its failure under the name of the model member.
-  checkopen(rs, f ? 0 : (errno ? errno : EIO), modelpath);
+  checkopen(f ? 0 : (errno ? errno : EIO), modelpath);
   return f;
 }
 
@@ -130,7 +130,7 @@ void writemodel(RunState &rs, const std::string &path, const std::vector<float> 
   std::vector<int32_t> colour;
   {
     std::vector<float> magnitude;
-    allocate(rs, magnitude, n, "write3mf, magnitude, 1");
+    allocate(magnitude, n, "write3mf, magnitude, 1");
     const size_t nd = std::min(n, dispsingle.size() / 3);
     for (size_t i = 0; i < nd; ++i) {
       const float *d = &dispsingle[3 * i];
@@ -141,7 +141,7 @@ void writemodel(RunState &rs, const std::string &path, const std::vector<float> 
       lo = std::min(lo, magnitude[i]);
       hi = std::max(hi, magnitude[i]);
     }
-    allocate(rs, colour, n, "write3mf, colour, 1");
+    allocate(colour, n, "write3mf, colour, 1");
     for (size_t i = 0; i < n; ++i) colour[i] = colourindex(magnitude[i], lo, hi);
   }
   auto colourof = [&](int32_t v) -> int32_t {
@@ -208,11 +208,10 @@ void write3mf(RunState &rs, const std::vector<float> &dispsingle) {
   }
   const std::string modelpath = folder + "/3D/3dmodel.model";
   writemodel(rs, modelpath, dispsingle);
-  finishedfilesignal(rs, modelpath);
-  say(rs, "Finished writing 3dmodel file " + modelpath);
-  sayblank(rs);
-  sayblank(rs);
-  conflush(rs);
+  rs.rep.finishedfile(modelpath);
+  rs.rep.say("Finished writing 3dmodel file " + modelpath);
+  rs.rep.blank();
+  rs.rep.blank();
 
   const std::string rel = std::string(relstart);
   writemember(rs, folder + "/_rels/.rels", modelpath,
@@ -257,10 +256,10 @@ void write3mf(RunState &rs, const std::vector<float> &dispsingle) {
   filelist.push_back('\0');
   const int status = zippackage(rs, zipname.c_str(), folder.c_str(), filelist.data());
   if (status == 0) {
-    finishedfilesignal(rs, zipname);
-    say(rs, "Finished writing 3MF file " + zipname);
+    rs.rep.finishedfile(zipname);
+    rs.rep.say("Finished writing 3MF file " + zipname);
   } else {
-    say(rs, "ERROR zipping");
+    rs.rep.say("ERROR zipping");
   }
 }
 

@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "control/messages.h"
-#include "control/textio.h"
+#include "base/textio.h"
 #include "outputs/outcommon.h"
 
 namespace wf {
@@ -15,7 +15,7 @@ void writetextreport(RunState &rs) {
   const std::string path = rtrim(rs.wrtupath);
   errno = 0;
   std::FILE *f = std::fopen(path.c_str(), "wb");
-  checkopen(rs, f ? 0 : (errno ? errno : EIO), path);
+  checkopen(f ? 0 : (errno ? errno : EIO), path);
 
   // One line of six fields of 14 characters per vertex, gathered in blocks.
   constexpr size_t linelen = 6 * 14 + 1;
@@ -41,7 +41,7 @@ void writetextreport(RunState &rs) {
   }
   out.flush();
   closeoutput(rs, f, path);
-  say(rs, "Finished writing file " + path);
+  rs.rep.say("Finished writing file " + path);
 }
 
 }  // namespace wf

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "control/messages.h"
-#include "control/textio.h"
+#include "base/textio.h"
 #include "outputs/outcommon.h"
 
 namespace wf {
@@ -55,7 +55,7 @@ void writevtk(RunState &rs, char form, bool indexed, const std::vector<float> &d
   const bool text = form == 'a';
   errno = 0;
   std::FILE *f = std::fopen(path.c_str(), "wb");
-  checkopen(rs, f ? 0 : (errno ? errno : EIO), path);
+  checkopen(f ? 0 : (errno ? errno : EIO), path);
 
   const size_t n = rs.nvrt > 0 ? static_cast<size_t>(rs.nvrt) : 0;
   const size_t t = rs.ntri > 0 ? static_cast<size_t>(rs.ntri) : 0;
@@ -75,7 +75,7 @@ void writevtk(RunState &rs, char form, bool indexed, const std::vector<float> &d
   vtkline(out, "POINTS " + std::to_string(npoints) + " float");
 
   std::vector<uint32_t> block;
-  if (!text) allocate(rs, block, std::max(3 * n, 4 * t), "writevtk, block, 1");
+  if (!text) allocate(block, std::max(3 * n, 4 * t), "writevtk, block, 1");
 
   // Points: the vertices of the surface in both forms.
   if (text) {
@@ -146,8 +146,8 @@ void writevtk(RunState &rs, char form, bool indexed, const std::vector<float> &d
   out.flush();
   release(block);
   closeoutput(rs, f, path);
-  finishedfilesignal(rs, path);
-  say(rs, "Finished writing VTK file " + path);
+  rs.rep.finishedfile(path);
+  rs.rep.say("Finished writing VTK file " + path);
 }
 
 }  // namespace wf

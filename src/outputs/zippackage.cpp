@@ -20,8 +20,7 @@ namespace {
 constexpr size_t transfersize = 16384;
 
 void zipline(RunState &rs, const std::string &text) {
-  sayraw(rs, "zip:  " + text);
-  conflush(rs);
+  rs.rep.raw("zip:  " + text);
 }
 
 // Last write time of a file as the packed DOS date (high word) and time (low word), local
@@ -97,7 +96,7 @@ int zippackage(RunState &rs, const char *zipname, const char *folder, char *file
                                       DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, zip64);
     std::FILE *in = nullptr;
     if (err != ZIP_OK) {
-      zipline(rs, "error in opening \"" + source + "\" in zipfile (" + conint(rs, err) + ")");
+      zipline(rs, "error in opening \"" + source + "\" in zipfile (" + rs.rep.integer(err) + ")");
     } else {
       in = std::fopen(source.c_str(), "rb");
       if (in == nullptr) {
@@ -117,7 +116,7 @@ int zippackage(RunState &rs, const char *zipname, const char *folder, char *file
         if (got > 0) {
           err = zipWriteInFileInZip(zf, buf, static_cast<unsigned>(got));
           if (err < 0)
-            zipline(rs, "error in writing \"" + source + "\" in the zipfile (" + conint(rs, err) + ")");
+            zipline(rs, "error in writing \"" + source + "\" in the zipfile (" + rs.rep.integer(err) + ")");
         }
       } while (err == ZIP_OK && got > 0);
     }
@@ -127,7 +126,7 @@ int zippackage(RunState &rs, const char *zipname, const char *folder, char *file
     } else {
       status = zipCloseFileInZip(zf);
       if (status != ZIP_OK)
-        zipline(rs, "error in closing \"" + source + "\" in the zipfile (" + conint(rs, status) + ")");
+        zipline(rs, "error in closing \"" + source + "\" in the zipfile (" + rs.rep.integer(status) + ")");
     }
   }
   std::free(buf);
@@ -139,7 +138,7 @@ int zippackage(RunState &rs, const char *zipname, const char *folder, char *file
     zipline(rs, "done");
     return 0;
   }
-  zipline(rs, std::string("error in closing \"") + zipname + "(" + conint(rs, err) + ")");
+  zipline(rs, std::string("error in closing \"") + zipname + "(" + rs.rep.integer(err) + ")");
   return err;
 }
 

@@ -17,14 +17,14 @@ namespace {
 // Allocates target with the size of source under label, copies it whole, releases source.
 void takeover(RunState &rs, std::vector<double> &target, std::vector<double> &source,
               const char *label) {
-  allocate(rs, target, source.size(), label);
+  allocate(target, source.size(), label);
   std::copy(source.begin(), source.end(), target.begin());
   release(source);
 }
 
 void buildset(RunState &rs, TriData &set, const List<std::string> &files, const char *title,
               const char *ulabel, const char *alabel, const char *nlabel) {
-  say(rs, title);
+  rs.rep.say(title);
   rs.stlpath = files.n > 0 ? rtrim(files[0]) : std::string();
   readstlraw(rs, false);
   normals(rs, false, true, false);

@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "control/messages.h"
-#include "control/textio.h"
+#include "base/textio.h"
 #include "surface/readstl.h"
 
 namespace wf {
@@ -39,7 +39,7 @@ void totalboxline(RunState &rs, double mn, double mx, const char *text) {
   std::memcpy(p, text, len);
   p += len;
   p = scifield(p, mx, 14, 6);
-  sayraw(rs, std::string_view(buf, size_t(p - buf)));
+  rs.rep.raw(std::string_view(buf, size_t(p - buf)));
 }
 
 }  // namespace
@@ -47,14 +47,14 @@ void totalboxline(RunState &rs, double mn, double mx, const char *text) {
 void readcombined(RunState &rs, bool allowempty) {
   const int32_t nfiles = rs.stlfiles.n;
   if (nfiles < 1 && !allowempty) {
-    postmessage(rs, 1, 47);
-    abortrun(rs);
+    rs.rep.post(1, 47);
+    fatalsilent();
   }
   const size_t nf = size_t(std::max(nfiles, int32_t{0}));
-  allocate(rs, rs.partvrtstart, nf + 1, "readcombined, partvrtstart, 1");
-  allocate(rs, rs.parttristart, nf + 1, "readcombined, parttristart, 1");
-  allocate(rs, rs.partbox, 6 * std::max<size_t>(nf, 1), "readcombined, partbox, 1");
-  sayblank(rs);
+  allocate(rs.partvrtstart, nf + 1, "readcombined, partvrtstart, 1");
+  allocate(rs.parttristart, nf + 1, "readcombined, parttristart, 1");
+  allocate(rs.partbox, 6 * std::max<size_t>(nf, 1), "readcombined, partbox, 1");
+  rs.rep.blank();
 
   std::vector<double> collected;
   int64_t tv = 0, tt = 0;
@@ -75,7 +75,7 @@ void readcombined(RunState &rs, bool allowempty) {
       try {
         collected.insert(collected.end(), rs.stlvrt.begin(), rs.stlvrt.begin() + 3 * nv);
       } catch (const std::bad_alloc &) {
-        checkalloc(rs, 1, "readcombined, collected, 1");
+        checkalloc(1, "readcombined, collected, 1");
       }
     }
   }
@@ -88,19 +88,19 @@ void readcombined(RunState &rs, bool allowempty) {
   rs.parttristart[nf] = int32_t(tt + 1);
 
   if (nfiles > 1) {
-    say(rs, "Total number of vertices  = " + inttext(tv));
-    say(rs, "Total number of triangles = " + inttext(tt));
-    sayblank(rs);
+    rs.rep.say("Total number of vertices  = " + inttext(tv));
+    rs.rep.say("Total number of triangles = " + inttext(tt));
+    rs.rep.blank();
   }
 
   double mn[3], mx[3];
   columnbox(rs.stlvrt, 0, size_t(tv), mn, mx);
   if (nfiles > 1) {
-    say(rs, "Total bounding box:");
+    rs.rep.say("Total bounding box:");
     totalboxline(rs, mn[0], mx[0], " <= x <= ");
     totalboxline(rs, mn[1], mx[1], " <= y <= ");
     totalboxline(rs, mn[2], mx[2], " <= z <= ");
-    sayblank(rs);
+    rs.rep.blank();
   }
   for (int k = 0; k < 3; ++k) {
     rs.stlbbox.min[k] = mn[k];

@@ -101,12 +101,12 @@ void recheckstep(RunState &rs) {
   rs.surfwatertight = std::vector<int32_t>();
 
   try {
-    allocate(rs, rs.stlfiles.v, 1, "recheckstep, stlfiles, 1");
+    allocate(rs.stlfiles.v, 1, "recheckstep, stlfiles, 1");
     rs.stlfiles.n = 1;
     rs.stlfiles[0] = rtrim(rs.outstlpath);
-    allocate(rs, rs.surfwatertight, 1, "recheckstep, surfwatertight, 1");
+    allocate(rs.surfwatertight, 1, "recheckstep, surfwatertight, 1");
     rs.surfwatertight[0] = 0;
-    allocate(rs, rs.stltype.v, 1, "recheckstep, stltype, 1");
+    allocate(rs.stltype.v, 1, "recheckstep, stltype, 1");
     rs.stltype.n = 1;
     rs.stltype[0] = 1;
     rs.curstlid = 1;

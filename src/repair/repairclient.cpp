@@ -33,8 +33,7 @@ struct RepairFailure {
 };
 
 void line(RunState &rs, const std::string &text) {
-  sayraw(rs, text);
-  conflush(rs);
+  rs.rep.raw(text);
 }
 
 // Releases the mesh and the context on every way out of repairsurface.
@@ -70,7 +69,7 @@ int repairsurface(RunState &rs, const std::string &infile, const std::string &ou
     line(rs, "outfile = " + outfile);
 
     int version = ops.getversion();
-    line(rs, "Version " + conint(rs, version));
+    line(rs, "Version " + rs.rep.integer(version));
     if (version != MESHREPAIR_VERSION) throw RepairFailure{"invalid version"};
 
     int status = ops.initcontext(&h.context);
@@ -84,11 +83,11 @@ int repairsurface(RunState &rs, const std::string &infile, const std::string &ou
     line(rs, "Loading mesh...");
     h.mesh = ops.loadstl(h.context, infile.c_str());
     if (!h.mesh) throw RepairFailure{lasterrortext(ops, h.context)};
-    line(rs, "facecount: " + conint(rs, ops.facecount(h.mesh)));
+    line(rs, "facecount: " + rs.rep.integer(ops.facecount(h.mesh)));
 
     int sane = 0;
     if (ops.issane(h.mesh, &sane) != 0) throw RepairFailure{lasterrortext(ops, h.context)};
-    line(rs, "Status: " + conint(rs, sane));
+    line(rs, "Status: " + rs.rep.integer(sane));
 
     char tol[64];
     std::snprintf(tol, sizeof tol, "%g", tolerance);
@@ -96,11 +95,11 @@ int repairsurface(RunState &rs, const std::string &infile, const std::string &ou
     const float tolsingle = static_cast<float>(tolerance);
     if (ops.defaultrepair(h.mesh, tolsingle) != 0)
       throw RepairFailure{lasterrortext(ops, h.context)};
-    line(rs, "facecount: " + conint(rs, ops.facecount(h.mesh)));
+    line(rs, "facecount: " + rs.rep.integer(ops.facecount(h.mesh)));
 
     sane = 0;
     status = ops.issane(h.mesh, &sane);
-    line(rs, "Status: " + conint(rs, sane));
+    line(rs, "Status: " + rs.rep.integer(sane));
     if (status != 0) throw RepairFailure{lasterrortext(ops, h.context)};
 
     if (sane == 0) {
@@ -113,7 +112,7 @@ int repairsurface(RunState &rs, const std::string &infile, const std::string &ou
         throw RepairFailure{lasterrortext(ops, h.context)};
       sane = 0;
       ops.issane(h.mesh, &sane);
-      line(rs, "Status: " + conint(rs, sane));
+      line(rs, "Status: " + rs.rep.integer(sane));
       if (sane == 0) {
         line(rs, "Repair failed.");
         return -3;
@@ -150,14 +149,14 @@ void repairsurfaces(RunState &rs, bool tolerate, bool checkorient) {
     const int extended = (rs.tsreflag || (i < rs.stltype.n && rs.stltype[k] == 3)) ? 1 : 0;
     const int status = repairsurface(rs, infile, outfile, rs.repairtol, extended);
     if (status != 0) {
-      postmessage(rs, 2, 1011, {infile});
+      rs.rep.post(2, 1011, {infile});
       failed = true;
     }
     rs.stlfiles[k] = outfile;
   }
   if (failed && !tolerate) {
-    postmessage(rs, 1, 46);
-    abortrun(rs);
+    rs.rep.post(1, 46);
+    fatalsilent();
   }
 }
 

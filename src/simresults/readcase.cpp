@@ -11,7 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "control/messages.h"
-#include "control/textio.h"
+#include "base/textio.h"
 
 namespace wf {
 
@@ -31,7 +31,7 @@ struct CaseReader {
   // Reads on until the line in hand starts with word (or with word2 when given).
   void search(std::string_view word, std::string_view word2 = {}) {
     while (!startswith(line, word) && (word2.empty() || !startswith(line, word2)))
-      checkread(rs, in.readline(line), name);
+      checkread(in.readline(line), name);
   }
 
   // A free-form integer from the line in hand behind its first skip characters.
@@ -41,7 +41,7 @@ struct CaseReader {
     std::string_view rest = text.size() > skip ? std::string_view(text).substr(skip) : std::string_view();
     int st = readint(rest, pos, v);
     // A line that holds no number at that place is a bad value, not the end of the file.
-    checkread(rs, st == IOSTAT_EOF ? IOSTAT_BADVALUE : st, name);
+    checkread(st == IOSTAT_EOF ? IOSTAT_BADVALUE : st, name);
     return v;
   }
 
@@ -53,40 +53,40 @@ struct CaseReader {
     search("number of steps:");
     count = intbehind(line, 16);
     // Each time stands on a line of its own: a count beyond the size of the file is no count.
-    if (count < 0 || count > filesize) checkread(rs, IOSTAT_IOERR, name);
-    say(rs, std::string(countlabel) + conint(rs, count));
+    if (count < 0 || count > filesize) checkread(IOSTAT_IOERR, name);
+    rs.rep.say(std::string(countlabel) + rs.rep.integer(count));
     search("filename start number:", "filename numbers:");
     const size_t n = static_cast<size_t>(count);
-    allocate(rs, nums, n, numslabel);
+    allocate(nums, n, numslabel);
     if (startswith(line, "filename start number:")) {
-      say(rs, std::string("Implicit ") + kind + " indexing");
+      rs.rep.say(std::string("Implicit ") + kind + " indexing");
       const int32_t start = intbehind(line, 22);
-      say(rs, "Start number = " + conint(rs, start));
-      checkread(rs, in.readline(line), name);
+      rs.rep.say("Start number = " + rs.rep.integer(start));
+      checkread(in.readline(line), name);
       const int32_t step = intbehind(line, 19);  // the words in front are not looked at
-      say(rs, "Increment = " + conint(rs, step));
+      rs.rep.say("Increment = " + rs.rep.integer(step));
       uint32_t v = static_cast<uint32_t>(start);
       for (size_t i = 0; i < n; ++i, v += static_cast<uint32_t>(step))
         nums[i] = static_cast<int32_t>(v);
     } else {
-      say(rs, std::string("Explicit ") + kind + " indexing");
+      rs.rep.say(std::string("Explicit ") + kind + " indexing");
       // The numbers follow on the next lines; any on the keyword line itself are not taken.
       std::string numline;
       size_t k = 0;
       while (k < n) {
-        checkread(rs, in.readline(numline), name);
+        checkread(in.readline(numline), name);
         size_t pos = 0;
         while (k < n) {
           int st = readint(numline, pos, nums[k]);
           if (st == IOSTAT_EOF) break;
-          checkread(rs, st, name);
+          checkread(st, name);
           ++k;
         }
       }
     }
     search("time values:");
-    allocate(rs, times, n, timeslabel);
-    for (size_t i = 0; i < n; ++i) checkread(rs, readrealline(in, times[i]), name);
+    allocate(times, n, timeslabel);
+    for (size_t i = 0; i < n; ++i) checkread(readrealline(in, times[i]), name);
   }
 };
 
@@ -104,9 +104,9 @@ void readcase(RunState &rs, const std::string &path) {
   rs.cloudlayout = false;
   std::string name = path;
   if (!fileexists(path)) {
-    say(rs, "Could not find case file \"" + path + "\".");
-    say(rs, "Checking for *.awskel file for cloud solves...");
-    sayblank(rs);
+    rs.rep.say("Could not find case file \"" + path + "\".");
+    rs.rep.say("Checking for *.awskel file for cloud solves...");
+    rs.rep.blank();
     const std::string suffix = path.find("_c.case") != std::string::npos ? "_c.case" : ".case";
     const std::string descriptor = prefixbefore(path, "_mechanical") + ".awskel";
     if (fileexists(descriptor)) {
@@ -123,16 +123,16 @@ void readcase(RunState &rs, const std::string &path) {
       name = rs.cloudprefix + rs.cloudstem + suffix;
     }
   }
-  checkexists(rs, name);
+  checkexists(name);
 
   CaseReader cr{rs, {}, name, {}, 0};
-  checkopen(rs, cr.in.open(name), name);
+  checkopen(cr.in.open(name), name);
   {
     std::error_code ec;
     const auto size = std::filesystem::file_size(name, ec);
     cr.filesize = ec ? 0 : static_cast<long long>(size);
   }
-  say(rs, "Reading case file " + name);
+  rs.rep.say("Reading case file " + name);
   cr.timeset(rs.ninc, rs.resultnums, rs.resulttimes, "Number of increments = ", "result",
              "readcase, resultnums, 1", "readcase, resulttimes, 2");
   cr.timeset(rs.nmesh, rs.meshnums, rs.meshtimes, "Number of meshes     = ", "mesh",

@@ -32,7 +32,7 @@ void buildindex(RunState &rs, const std::vector<int32_t> &ids, std::vector<int32
   for (int32_t id : ids) maxid = std::max(maxid, id);
   const long long bound = 64LL * static_cast<long long>(ids.size()) + 1000000LL;
   const size_t size = static_cast<size_t>(std::min<long long>(maxid, bound));
-  allocate(rs, index, size, label);
+  allocate(index, size, label);
   const int32_t n = static_cast<int32_t>(ids.size());
   for (int32_t i = 0; i < n; ++i) {
     const int32_t id = ids[static_cast<size_t>(i)];
@@ -51,7 +51,7 @@ std::string findresultfile(RunState &rs, const std::string &prefix, int number,
     name = p + numberdigits(number, width) + s;
     if (fileexists(name)) return name;
   }
-  checkexists(rs, name);
+  checkexists(name);
   return name;
 }
 
@@ -60,10 +60,10 @@ void readgeo(RunState &rs, const std::string &suffix) {
                                  ? rs.cloudprefix + "results/" + rtrim(rs.cloudstem) + "_"
                                  : "results/" + rtrim(rs.casestem) + "_";
   const std::string name = findresultfile(rs, prefix, rs.meshfilenumber, suffix);
-  say(rs, "Mesh file           =   " + name);
+  rs.rep.say("Mesh file           =   " + name);
 
   ResultFile file;
-  checkopen(rs, file.open(name, true), name);
+  checkopen(file.open(name, true), name);
   std::string line;
   // The first record decides the form; whatever this read returns is not looked at.
   if (file.text80(line) == 0) {
@@ -74,13 +74,13 @@ void readgeo(RunState &rs, const std::string &suffix) {
   }
   if (!rs.resultsbinary) {
     file.close();
-    checkopen(rs, file.open(name, false), name);
+    checkopen(file.open(name, false), name);
   }
 
   // Two description lines, the id lines, and "extents" or the part line; all five are tested.
   bool nodeidson = false, elemidson = false, extents = false;
   for (int k = 0; k < 5; ++k) {
-    checkread(rs, file.text80(line), name);
+    checkread(file.text80(line), name);
     if (line.compare(0, 7, "node id") == 0) nodeidson = line.compare(8, 3, "off") != 0;
     if (line.compare(0, 10, "element id") == 0) elemidson = line.compare(11, 3, "off") != 0;
     if (line.compare(0, 7, "extents") == 0) extents = true;
@@ -88,34 +88,34 @@ void readgeo(RunState &rs, const std::string &suffix) {
   if (extents) {
     float box[6];
     if (rs.resultsbinary)
-      checkread(rs, file.rec.read(box, sizeof box, false), name);
+      checkread(file.rec.read(box, sizeof box, false), name);
     else
-      checkread(rs, file.floats(box, 6), name);
-    checkread(rs, file.text80(line), name);  // the part line
+      checkread(file.floats(box, 6), name);
+    checkread(file.text80(line), name);  // the part line
   }
 
   int32_t partno = 0;
-  checkread(rs, file.int1(partno), name);
-  checkread(rs, file.text80(line), name);  // part description
-  checkread(rs, file.text80(line), name);  // "coordinates"
+  checkread(file.int1(partno), name);
+  checkread(file.text80(line), name);  // part description
+  checkread(file.text80(line), name);  // "coordinates"
   int32_t nnodes = 0;
-  checkread(rs, file.int1(nnodes), name);
+  checkread(file.int1(nnodes), name);
   const uint64_t n = nnodes < 0 ? 0 : static_cast<uint64_t>(nnodes);
   if (nnodes < 0 || !file.fits(n * (nodeidson ? 4 : 3), nodeidson ? 4 : 3))
-    checkread(rs, IOSTAT_IOERR, name);
+    checkread(IOSTAT_IOERR, name);
   rs.nnodes = nnodes;
 
-  allocate(rs, rs.nodeid, n, "readgeo, nodeid, 1");
-  allocate(rs, rs.nodexyz, 3 * n, "readgeo, nodexyz, 2");
+  allocate(rs.nodeid, n, "readgeo, nodeid, 1");
+  allocate(rs.nodexyz, 3 * n, "readgeo, nodexyz, 2");
   std::unique_ptr<float[]> work = allocatework(rs, 3 * n, "readgeo, work, 3");
   if (nodeidson) {
-    checkread(rs, file.ints(rs.nodeid.data(), n), name);
+    checkread(file.ints(rs.nodeid.data(), n), name);
   } else {
     for (uint64_t i = 0; i < n; ++i) rs.nodeid[i] = static_cast<int32_t>(i + 1);
   }
   // One record per coordinate, each straight into its block of the work array, then widened
   // into the node-major layout of nodexyz.
-  for (uint64_t c = 0; c < 3; ++c) checkread(rs, file.floats(work.get() + c * n, n), name);
+  for (uint64_t c = 0; c < 3; ++c) checkread(file.floats(work.get() + c * n, n), name);
   {
     const float *wx = work.get(), *wy = wx + n, *wz = wy + n;
     double *xyz = rs.nodexyz.data();
@@ -127,22 +127,22 @@ void readgeo(RunState &rs, const std::string &suffix) {
   }
   work.reset();
 
-  checkread(rs, file.text80(line), name);  // element type, not checked
+  checkread(file.text80(line), name);  // element type, not checked
   int32_t nelems = 0;
-  checkread(rs, file.int1(nelems), name);
+  checkread(file.int1(nelems), name);
   const uint64_t m = nelems < 0 ? 0 : static_cast<uint64_t>(nelems);
   if (nelems < 0 || !file.fits(m * (elemidson ? 9 : 8), elemidson ? 2 : 1))
-    checkread(rs, IOSTAT_IOERR, name);
+    checkread(IOSTAT_IOERR, name);
   rs.nelems = nelems;
 
-  allocate(rs, rs.elemconn, 8 * m, "readgeo, elemconn, 4");
-  allocate(rs, rs.elemid, m, "readgeo, elemid, 5");
+  allocate(rs.elemconn, 8 * m, "readgeo, elemconn, 4");
+  allocate(rs.elemid, m, "readgeo, elemid, 5");
   if (elemidson) {
-    checkread(rs, file.ints(rs.elemid.data(), m), name);
+    checkread(file.ints(rs.elemid.data(), m), name);
   } else {
     for (uint64_t i = 0; i < m; ++i) rs.elemid[i] = static_cast<int32_t>(i + 1);
   }
-  checkread(rs, file.ints(rs.elemconn.data(), 8 * m), name);
+  checkread(file.ints(rs.elemconn.data(), 8 * m), name);
   file.close();
 
   buildindex(rs, rs.nodeid, rs.nodeindex, "readgeo, nodeindex, 6");

@@ -12,18 +12,18 @@ namespace wf {
 
 void checkvarread(RunState &rs, int status, const std::string &file) {
   if (status == IOSTAT_EOF) {
-    postmessage(rs, 1, 362, {file});
-    abortrun(rs);
+    rs.rep.post(1, 362, {file});
+    fatalsilent();
   }
-  checkread(rs, status, file);
+  checkread(status, file);
 }
 
 void readvariablevalues(RunState &rs, int ncomp, std::vector<double> &values) {
   const std::string name = rtrim(rs.dispfile);
-  say(rs, "    Variable file   = " + name);
-  checkexists(rs, name);
+  rs.rep.say("    Variable file   = " + name);
+  checkexists(name);
   ResultFile file;
-  checkopen(rs, file.open(name, rs.resultsbinary), name);
+  checkopen(file.open(name, rs.resultsbinary), name);
 
   std::string line;
   int32_t partno = 0;
@@ -36,7 +36,7 @@ void readvariablevalues(RunState &rs, int ncomp, std::vector<double> &values) {
     const size_t n = rs.nnodes > 0 ? static_cast<size_t>(rs.nnodes) : 0;
     const size_t nc = static_cast<size_t>(ncomp);
     release(values);
-    allocate(rs, values, nc * n, "readvariable, values, 1");
+    allocate(values, nc * n, "readvariable, values, 1");
     std::unique_ptr<float[]> work = allocatework(rs, nc * n, "readvariable, work, 2");
     // One record per component, each straight into its block of the work array.
     for (size_t c = 0; c < nc; ++c) checkvarread(rs, file.floats(work.get() + c * n, n), name);

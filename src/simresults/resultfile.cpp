@@ -141,7 +141,7 @@ std::unique_ptr<float[]> allocatework(RunState &rs, size_t n, const char *label)
   try {
     return std::unique_ptr<float[]>(new float[n > 0 ? n : 1]);
   } catch (const std::bad_alloc &) {
-    checkalloc(rs, 1, label);
+    checkalloc(1, label);
   }
   return nullptr;
 }

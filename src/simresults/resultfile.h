@@ -12,7 +12,7 @@
 #include <string>
 
 #include "control/runstate.h"
-#include "control/textio.h"
+#include "base/textio.h"
 
 namespace wf {
 

@@ -39,7 +39,7 @@ int32_t surfaceoftriangle(const RunState &rs, int32_t t) {
 }
 
 void equiedges(RunState &rs, int &status) {
-  say(rs, "Equivalencing STL edges");
+  rs.rep.say("Equivalencing STL edges");
   status = 0;
   const size_t ntri = rs.ntri > 0 ? static_cast<size_t>(rs.ntri) : 0;
   const size_t nside = 3 * ntri;
@@ -47,7 +47,7 @@ void equiedges(RunState &rs, int &status) {
 
   // Key rows: lower vertex, higher vertex, surface.
   std::vector<int32_t> keys;
-  allocate(rs, keys, 3 * nside, "equiedges, keys, 1");
+  allocate(keys, 3 * nside, "equiedges, keys, 1");
   for (size_t t = 0; t < ntri; ++t) {
     const int32_t s = surfaceoftriangle(rs, static_cast<int32_t>(t + 1));
     for (int k = 0; k < 3; ++k) {
@@ -59,24 +59,24 @@ void equiedges(RunState &rs, int &status) {
     }
   }
   std::vector<int32_t> p;
-  allocate(rs, p, nside, "equiedges, p, 1");
+  allocate(p, nside, "equiedges, p, 1");
   imatsort(keys.data(), p.data(), 3, static_cast<int32_t>(nside));
   std::vector<int32_t> longrun, iuniq;
   uniq_include_int(rs, keys.data(), p.data(), longrun, 3, static_cast<int32_t>(nside), rs.nedge,
                    iuniq, false);
   release(iuniq);
   release(keys);
-  say(rs, "Number of unique edges = " + inttext(rs.nedge, true));
+  rs.rep.say("Number of unique edges = " + inttext(rs.nedge, true));
 
   const size_t ne = rs.nedge > 0 ? static_cast<size_t>(rs.nedge) : 0;
   release(rs.edgesurf);
-  allocate(rs, rs.edgevrt, 2 * ne, "equiedges, edgevrt, 1");
-  allocate(rs, rs.edgetri, 2 * ne, "equiedges, edgetri, 1");
-  allocate(rs, rs.edgeopp, 2 * ne, "equiedges, edgeopp, 1");
-  allocate(rs, rs.edgenbr, 4 * ne, "equiedges, edgenbr, 1");  // cleared: 0 on boundary edges
-  allocate(rs, rs.edgesurf, ne, "equiedges, edgesurf, 1");
-  allocate(rs, rs.edgelen, ne, "equiedges, edgelen, 1");
-  allocate(rs, rs.triedge, nside, "equiedges, triedge, 1");
+  allocate(rs.edgevrt, 2 * ne, "equiedges, edgevrt, 1");
+  allocate(rs.edgetri, 2 * ne, "equiedges, edgetri, 1");
+  allocate(rs.edgeopp, 2 * ne, "equiedges, edgeopp, 1");
+  allocate(rs.edgenbr, 4 * ne, "equiedges, edgenbr, 1");  // cleared: 0 on boundary edges
+  allocate(rs.edgesurf, ne, "equiedges, edgesurf, 1");
+  allocate(rs.edgelen, ne, "equiedges, edgelen, 1");
+  allocate(rs.triedge, nside, "equiedges, triedge, 1");
 
   // Side h of the sorted position i gets the run number: the edge of that side.
   for (size_t i = 0; i < nside; ++i) rs.triedge[static_cast<size_t>(p[i] - 1)] = longrun[i];
@@ -149,26 +149,26 @@ void equiedges(RunState &rs, int &status) {
     const int32_t s = surfaceoftriangle(rs, rs.edgetri[2 * firstbad]);
     rs.warnstlname = (s >= 1 && s <= rs.stlfiles.n) ? rtrim(rs.stlfiles[static_cast<size_t>(s) - 1])
                                                     : rtrim(rs.stlpath);
-    sayblank(rs);
-    say(rs, "WARNING");
-    say(rs, "STL file " + rs.warnstlname + " is not watertight.");
-    say(rs, "Edges with   1 triangle  = " + inttext(nopen, true));
-    say(rs, "Edges with   2 triangles = " + inttext(ngood, true));
-    say(rs, "Edges with > 2 triangles = " + inttext(nover, true));
-    sayblank(rs);
-    say(rs, "Consider repairing the STL (e.g. with Tessero) before continuing.");
-    sayblank(rs);
+    rs.rep.blank();
+    rs.rep.say("WARNING");
+    rs.rep.say("STL file " + rs.warnstlname + " is not watertight.");
+    rs.rep.say("Edges with   1 triangle  = " + inttext(nopen, true));
+    rs.rep.say("Edges with   2 triangles = " + inttext(ngood, true));
+    rs.rep.say("Edges with > 2 triangles = " + inttext(nover, true));
+    rs.rep.blank();
+    rs.rep.say("Consider repairing the STL (e.g. with Tessero) before continuing.");
+    rs.rep.blank();
   }
   const long long euler = static_cast<long long>(rs.nvrt) + rs.ntri - rs.nedge;
-  say(rs, "Euler characteristic   = " + conint(rs, euler));
-  say(rs, "Finished edge equivalencing");
-  sayblank(rs);
+  rs.rep.say("Euler characteristic   = " + rs.rep.integer(euler));
+  rs.rep.say("Finished edge equivalencing");
+  rs.rep.blank();
 }
 
 void checkorientation(RunState &rs, bool flag, bool &result) {
   (void)flag;
   release(rs.surforiented);
-  allocate(rs, rs.surforiented, surfacecount(rs), "checkorientation, surforiented, 1");
+  allocate(rs.surforiented, surfacecount(rs), "checkorientation, surforiented, 1");
   std::fill(rs.surforiented.begin(), rs.surforiented.end(), -1);
 
   const size_t ne = rs.nedge > 0 ? static_cast<size_t>(rs.nedge) : 0;
@@ -192,11 +192,11 @@ void checkorientation(RunState &rs, bool flag, bool &result) {
   }
   result = count == 0;
   if (!result) {
-    printwarning(rs);
-    printline(rs, "STL file " + rs.stlpath + " has " + inttext(count) +
+    rs.rep.printwarning();
+    rs.rep.printline("STL file " + rs.stlpath + " has " + inttext(count) +
                       " inversely oriented edges.");
-    printline(rs, "Consider repairing the STL with Tessero before continuing.");
-    printline(rs, "");
+    rs.rep.printline("Consider repairing the STL with Tessero before continuing.");
+    rs.rep.printline("");
   }
   release(rs.edgesurf);
 }

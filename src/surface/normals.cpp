@@ -23,17 +23,17 @@ inline double dot(const double *a, const double *b) { return a[0] * b[0] + a[1] 
 }  // namespace
 
 void normals(RunState &rs, bool quiet, bool full, bool indexed) {
-  if (!quiet) say(rs, "Calculating surface normals");
+  if (!quiet) rs.rep.say("Calculating surface normals");
   const size_t ntri = rs.ntri > 0 ? static_cast<size_t>(rs.ntri) : 0;
   if (full)
     releasenormals(rs);
   else
     release(rs.nrgtri);
-  allocate(rs, rs.nrgtri, 3 * ntri, "normals, nrgtri, 1");
+  allocate(rs.nrgtri, 3 * ntri, "normals, nrgtri, 1");
   if (full) {
-    allocate(rs, rs.ugtri, 3 * ntri, "normals, ugtri, 1");
-    allocate(rs, rs.vgtri, 3 * ntri, "normals, ugtri, 1");
-    allocate(rs, rs.nnsqgtri, ntri, "normals, ugtri, 1");
+    allocate(rs.ugtri, 3 * ntri, "normals, ugtri, 1");
+    allocate(rs.vgtri, 3 * ntri, "normals, ugtri, 1");
+    allocate(rs.nnsqgtri, ntri, "normals, ugtri, 1");
     rs.uugtri.resize(ntri);
     rs.uvgtri.resize(ntri);
     rs.vvgtri.resize(ntri);

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "control/messages.h"
-#include "control/textio.h"
+#include "base/textio.h"
 #include "surface/sortkit.h"
 #include "surface/surfacemesh.h"
 
@@ -53,7 +53,7 @@ void preparesurface(RunState &rs, int &status, bool flag1, bool flag2, bool &res
     }
   }
   rs.minedgelen = std::sqrt(minsq);
-  say(rs, "Minimum edge length = " + numtext(rs.minedgelen));
+  rs.rep.say("Minimum edge length = " + numtext(rs.minedgelen));
 
   snapvertices(rs);
   equivertices(rs);
@@ -64,11 +64,11 @@ void preparesurface(RunState &rs, int &status, bool flag1, bool flag2, bool &res
     checkorientation(rs, flag2, result);
     return;
   }
-  printwarning(rs);
-  printline(rs, "STL file " + rs.warnstlname + " has non-manifold edges");
-  printline(rs, "");
-  printline(rs, "Use a larger tolerance multiplier, or repair the geometry in Tessero");
-  printline(rs, "");
+  rs.rep.printwarning();
+  rs.rep.printline("STL file " + rs.warnstlname + " has non-manifold edges");
+  rs.rep.printline("");
+  rs.rep.printline("Use a larger tolerance multiplier, or repair the geometry in Tessero");
+  rs.rep.printline("");
   status = -1;
 }
 
@@ -79,20 +79,20 @@ void snapvertices(RunState &rs) {
   const double t1 = rs.reltoledge * rs.minedgelen;
   const double t2 = rs.reltolbox * dmax;
   double tol = rs.tolbyedge ? t1 : (rs.tolbybox ? t2 : std::min(t1, t2));
-  say(rs, "Machine precision = " + numtext(machineprecision));
-  say(rs, "STL precision for 8-byte integers = " + numtext(integerprecision * dmax));
-  say(rs, "Absolute tolerance = " + numtext(tol));
-  sayblank(rs);
+  rs.rep.say("Machine precision = " + numtext(machineprecision));
+  rs.rep.say("STL precision for 8-byte integers = " + numtext(integerprecision * dmax));
+  rs.rep.say("Absolute tolerance = " + numtext(tol));
+  rs.rep.blank();
 
   const double floor = std::max({machineprecision, integerprecision * dx, integerprecision * dy,
                                  integerprecision * dz});
   if (floor > tol) {
-    printwarning(rs);
-    printline(rs, "Absolute tolerance must be greater than:");
-    printline(rs, numtext(floor));
-    printline(rs, "");
-    printline(rs, "Increasing tolerance to " + numtext(floor));
-    printline(rs, "");
+    rs.rep.printwarning();
+    rs.rep.printline("Absolute tolerance must be greater than:");
+    rs.rep.printline(numtext(floor));
+    rs.rep.printline("");
+    rs.rep.printline("Increasing tolerance to " + numtext(floor));
+    rs.rep.printline("");
     tol = floor;
   }
 
@@ -110,7 +110,7 @@ void snapvertices(RunState &rs) {
 }
 
 void equivertices(RunState &rs) {
-  say(rs, "Equivalencing vertices");
+  rs.rep.say("Equivalencing vertices");
   // The soup holds three raw vertices per triangle; a soup shorter than its counts is taken
   // as far as it goes.
   if (rs.ntri < 0) rs.ntri = 0;
@@ -122,23 +122,23 @@ void equivertices(RunState &rs) {
   const size_t ntri = static_cast<size_t>(rs.ntri);
 
   std::vector<int32_t> p;
-  allocate(rs, p, n, "equivertices, p, 1");
+  allocate(p, n, "equivertices, p, 1");
   for (size_t i = 0; i < n; ++i) p[i] = static_cast<int32_t>(i + 1);
   dmatsort(rs, rs.rawvrt.data(), p.data(), 3, nraw);
   std::vector<int32_t> longrun, iuniq;
   uniq_include(rs, rs.rawvrt.data(), p.data(), longrun, 3, nraw, rs.nvrt, iuniq, false);
   release(iuniq);
-  say(rs, "Number of unique vertices = " + inttext(rs.nvrt, true));
+  rs.rep.say("Number of unique vertices = " + inttext(rs.nvrt, true));
 
   // Corner k of triangle t is raw vertex 3(t-1)+k: it keeps its place and takes the number
   // of its run. Walking the sorted positions sets each raw vertex once.
-  allocate(rs, rs.stltri, 3 * ntri, "equivertices, stltri, 1");
+  allocate(rs.stltri, 3 * ntri, "equivertices, stltri, 1");
   for (size_t i = 0; i < n; ++i) rs.stltri[static_cast<size_t>(p[i] - 1)] = longrun[i];
   release(p);
   release(longrun);
 
   // Members of a run are identical, so the last writer in file order makes no difference.
-  allocate(rs, rs.stlvrt, 3 * static_cast<size_t>(std::max(rs.nvrt, 0)), "equivertices, stlvrt, 1");
+  allocate(rs.stlvrt, 3 * static_cast<size_t>(std::max(rs.nvrt, 0)), "equivertices, stlvrt, 1");
   const double *raw = rs.rawvrt.data();
   for (size_t j = 0; j < n; ++j) {
     size_t col = static_cast<size_t>(rs.stltri[j] - 1);
@@ -149,7 +149,7 @@ void equivertices(RunState &rs) {
   }
 
   // Squared side lengths of the snapped geometry: corners 2-1, 3-2, 1-3.
-  allocate(rs, rs.triedgesq, 3 * ntri, "equivertices, triedgesq, 1");
+  allocate(rs.triedgesq, 3 * ntri, "equivertices, triedgesq, 1");
   const double *vrt = rs.stlvrt.data();
   for (size_t t = 0; t < ntri; ++t) {
     const int32_t *c = rs.stltri.data() + 3 * t;
@@ -161,8 +161,8 @@ void equivertices(RunState &rs) {
     rs.triedgesq[3 * t + 2] = sqdist(p3, p1);
   }
   release(rs.rawvrt);
-  say(rs, "Finished vertex equivalencing");
-  sayblank(rs);
+  rs.rep.say("Finished vertex equivalencing");
+  rs.rep.blank();
 }
 
 }  // namespace wf

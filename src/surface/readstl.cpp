@@ -20,7 +20,7 @@
 #include <string_view>
 
 #include "control/messages.h"
-#include "control/textio.h"
+#include "base/textio.h"
 
 namespace wf {
 
@@ -62,9 +62,9 @@ std::string repairedname(const std::string &path) {
 // binary attempts; the counts of the first pass stay in nrawvrt and ntri.
 void readstlascii(RunState &rs, int &status) {
   const std::string &path = rs.stlpath;
-  checkexists(rs, path);
+  checkexists(path);
   LineReader in;
-  checkopen(rs, in.open(path), path);
+  checkopen(in.open(path), path);
   rs.nrawvrt = 0;
   rs.ntri = 0;
 
@@ -74,7 +74,7 @@ void readstlascii(RunState &rs, int &status) {
   for (;;) {
     int r = in.readline(line);
     if (r == IOSTAT_EOF) break;
-    if (r != 0) checkread(rs, r, path);
+    if (r != 0) checkread(r, path);
     std::string_view s = leftadjusted(line);
     if (s.substr(0, 6) == "vertex") {
       ++nv;
@@ -98,7 +98,7 @@ void readstlascii(RunState &rs, int &status) {
   }
 
   // Second pass: the coordinates, straight to double.
-  allocate(rs, rs.rawvrt, 3 * static_cast<size_t>(rs.nrawvrt), "readstlascii, rawvrt, 1");
+  allocate(rs.rawvrt, 3 * static_cast<size_t>(rs.nrawvrt), "readstlascii, rawvrt, 1");
   in.rewind();
   int32_t taken = 0;
   double *out = rs.rawvrt.data();
@@ -130,11 +130,11 @@ inline uint32_t byteswap32(uint32_t v) { return __builtin_bswap32(v); }
 // One binary attempt in one byte order. The file is opened and closed here.
 void readstlbinary(RunState &rs, bool quiet, int order, int &status) {
   const std::string &path = rs.stlpath;
-  if (!quiet) say(rs, std::string("Reading in ") + orderword(order) + " format...");
-  checkexists(rs, path);
+  if (!quiet) rs.rep.say(std::string("Reading in ") + orderword(order) + " format...");
+  checkexists(path);
   errno = 0;
   FilePtr f(std::fopen(path.c_str(), "rb"));
-  if (!f) checkopen(rs, errno != 0 ? errno : IOSTAT_IOERR, path);
+  if (!f) checkopen(errno != 0 ? errno : IOSTAT_IOERR, path);
   auto readerror = [&]() { return std::ferror(f.get()) ? IOSTAT_IOERR : IOSTAT_EOF; };
 
   unsigned char head[84];
@@ -185,7 +185,7 @@ void readstlbinary(RunState &rs, bool quiet, int order, int &status) {
       return;
     }
   } else {
-    allocate(rs, rs.rawvrt, 9 * n, "readstlbinary, rawvrt, 1");
+    allocate(rs.rawvrt, 9 * n, "readstlbinary, rawvrt, 1");
   }
   unsigned char *bytes = reinterpret_cast<unsigned char *>(rs.rawvrt.data());
   if (std::fread(bytes, 50, n, f.get()) != n) {
@@ -248,18 +248,18 @@ void boxline(RunState &rs, int k, const char *text) {
   std::memcpy(p, text, len);
   p += len;
   p = scifield(p, rs.stlbbox.max[k], 14, 6);
-  sayraw(rs, std::string_view(buf, static_cast<size_t>(p - buf)));
+  rs.rep.raw(std::string_view(buf, static_cast<size_t>(p - buf)));
 }
 
 }  // namespace
 
 void readstl(RunState &rs, bool quiet) {
-  if (!quiet) say(rs, "Reading " + rs.stlpath);
+  if (!quiet) rs.rep.say("Reading " + rs.stlpath);
   std::string repaired = repairedname(rs.stlpath);
   if (fileexists(repaired)) {
     rs.stlpath = repaired;
-    say(rs, "Detected repaired STL.");
-    say(rs, "Reading " + rs.stlpath + " instead...");
+    rs.rep.say("Detected repaired STL.");
+    rs.rep.say("Reading " + rs.stlpath + " instead...");
   }
   release(rs.stlvrt);
   release(rs.rawvrt);
@@ -268,7 +268,7 @@ void readstl(RunState &rs, bool quiet) {
   readstlascii(rs, status);
   bool ok = status == 0;
   if (ok) {
-    if (!quiet) say(rs, "ASCII STL file");
+    if (!quiet) rs.rep.say("ASCII STL file");
   } else {
     // Whatever the text pass left behind is not a surface.
     release(rs.rawvrt);
@@ -283,30 +283,30 @@ void readstl(RunState &rs, bool quiet) {
       }
     }
     ok = status == 0;
-    if (!quiet) say(rs, "Binary STL file");
+    if (!quiet) rs.rep.say("Binary STL file");
   }
 
   if (rs.nrawvrt < 1 || (!ok && rs.ntri >= 1)) {
     // No vertices, or a count that no byte order could read from the file.
-    if (!quiet) postmessage(rs, 1, 130);
-    abortrun(rs);
+    if (!quiet) rs.rep.post(1, 130);
+    fatalsilent();
   }
   if (rs.ntri < 1) {
-    if (!quiet) postmessage(rs, 1, 131);
-    abortrun(rs);
+    if (!quiet) rs.rep.post(1, 131);
+    fatalsilent();
   }
 
   boundingbox(rs);
   if (!quiet) {
-    say(rs, "Bounding box:");
+    rs.rep.say("Bounding box:");
     boxline(rs, 0, " <= x <= ");
     boxline(rs, 1, " <= y <= ");
     boxline(rs, 2, " <= z <= ");
-    sayblank(rs);
-    say(rs, "Number of vertices  = " + inttext(rs.nrawvrt, true));
-    say(rs, "Number of triangles = " + inttext(rs.ntri, true));
-    say(rs, "Finished reading " + rs.stlpath);
-    sayblank(rs);
+    rs.rep.blank();
+    rs.rep.say("Number of vertices  = " + inttext(rs.nrawvrt, true));
+    rs.rep.say("Number of triangles = " + inttext(rs.ntri, true));
+    rs.rep.say("Finished reading " + rs.stlpath);
+    rs.rep.blank();
   }
 }
 

@@ -239,7 +239,7 @@ void numberruns(RunState &rs, const int32_t *p, std::vector<int32_t> &longrun, i
     return;
   }
   nuniq = 1;
-  allocate(rs, longrun, static_cast<size_t>(n), "uniq_include, long, 1");
+  allocate(longrun, static_cast<size_t>(n), "uniq_include, long, 1");
   longrun[0] = 1;
   for (int32_t i = 0; i + 1 < n; ++i) {
     if (differs(i, i + 1)) {
@@ -249,7 +249,7 @@ void numberruns(RunState &rs, const int32_t *p, std::vector<int32_t> &longrun, i
       longrun[static_cast<size_t>(i) + 1] = longrun[static_cast<size_t>(i)];
     }
   }
-  allocate(rs, iuniq, static_cast<size_t>(nuniq), "uniq_include, iuniq, 1");
+  allocate(iuniq, static_cast<size_t>(nuniq), "uniq_include, iuniq, 1");
   // First rows of the runs, shifted by one run when the first run has more than one row
   // (the last entry is then left at 0). With a single row, that row is the first of its run.
   int32_t c = 0;
@@ -269,7 +269,7 @@ void numberruns(RunState &rs, const int32_t *p, std::vector<int32_t> &longrun, i
 
 void dmatsort(RunState &rs, const double *a, int32_t *p, int ncols, int32_t n) {
   if (n < 2) return;
-  if (!sorttable(a, p, ncols, n, drowsmaller)) checkalloc(rs, 1, "dmatsort, work, 1");
+  if (!sorttable(a, p, ncols, n, drowsmaller)) checkalloc(1, "dmatsort, work, 1");
 }
 
 void imatsort(const int32_t *a, int32_t *p, int ncols, int32_t n) {

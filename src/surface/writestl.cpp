@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "control/messages.h"
-#include "control/textio.h"
+#include "base/textio.h"
 
 namespace wf {
 
@@ -50,7 +50,7 @@ void writestlascii(RunState &rs, bool indexed, bool spaced) {
   const std::string path = rtrim(rs.outstlpath);
   errno = 0;
   FilePtr f(std::fopen(path.c_str(), "wb"));
-  if (!f) checkopen(rs, errno != 0 ? errno : IOSTAT_IOERR, path);
+  if (!f) checkopen(errno != 0 ? errno : IOSTAT_IOERR, path);
 
   const size_t ntri = rs.ntri > 0 ? static_cast<size_t>(rs.ntri) : 0;
   const bool havenormals = indexed && rs.nrgtri.size() >= 3 * ntri;
@@ -104,12 +104,12 @@ void writestlbinaryform(RunState &rs, bool indexed, bool nonnative) {
   }
   errno = 0;
   FilePtr f(std::fopen(path.c_str(), "wbx"));
-  if (!f) checkopen(rs, errno != 0 ? errno : IOSTAT_IOERR, path);
+  if (!f) checkopen(errno != 0 ? errno : IOSTAT_IOERR, path);
 
   const int32_t count = rs.ntri > 0 ? rs.ntri : 0;
   const size_t ntri = static_cast<size_t>(count);
   std::vector<unsigned char> block;
-  allocate(rs, block, 84 + 50 * ntri, "writestl, block, 1");
+  allocate(block, 84 + 50 * ntri, "writestl, block, 1");
   unsigned char *b = block.data();
   std::memcpy(b, header.data(), 80);
   if (nonnative) {
@@ -133,7 +133,7 @@ void writestlbinaryform(RunState &rs, bool indexed, bool nonnative) {
   std::fwrite(block.data(), 1, block.size(), f.get());
   release(block);
   f.reset();
-  if (!nonnative) say(rs, "Finished writing binary STL file " + path);
+  if (!nonnative) rs.rep.say("Finished writing binary STL file " + path);
 }
 
 }  // namespace
@@ -148,8 +148,8 @@ void writestl(RunState &rs, char format, bool indexed) {
   } else if (format == 'd') {
     writestlascii(rs, indexed, false);
   } else {
-    postmessage(rs, 1, 319, {std::string(1, format)});
-    abortrun(rs);
+    rs.rep.post(1, 319, {std::string(1, format)});
+    fatalsilent();
   }
 }
 

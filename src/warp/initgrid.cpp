@@ -70,9 +70,9 @@ void initgrid(RunState &rs) {
   rs.gridnz = cellcount(cuberoot(dn * lz * lz / (lx * ly)));
 
   // 3. The partition line.
-  say(rs, " Number of nodal partitions = " + inttext(rs.gridnx) + " x " + inttext(rs.gridny) +
+  rs.rep.say(" Number of nodal partitions = " + inttext(rs.gridnx) + " x " + inttext(rs.gridny) +
               " x " + inttext(rs.gridnz));
-  sayblank(rs);
+  rs.rep.blank();
 
   const size_t nx = static_cast<size_t>(rs.gridnx), ny = static_cast<size_t>(rs.gridny),
                nz = static_cast<size_t>(rs.gridnz);
@@ -80,7 +80,7 @@ void initgrid(RunState &rs) {
 
   // 4. Nodes per cell.
   std::vector<int32_t> nncell;
-  allocate(rs, nncell, ncells, "initgrid, nncell, 1");
+  allocate(nncell, ncells, "initgrid, nncell, 1");
 
   // 5. Cell sizes.
   rs.gridcellsize[0] = lx / rs.gridnx;
@@ -89,7 +89,7 @@ void initgrid(RunState &rs) {
 
   // 6. Cell of each node, kept as its linear cell number.
   std::vector<int32_t> nbox;
-  allocate(rs, nbox, 3 * static_cast<size_t>(nn), "initgrid, nbox, 1");
+  allocate(nbox, 3 * static_cast<size_t>(nn), "initgrid, nbox, 1");
   for (int32_t n = 0; n < nn; ++n) {
     const double *p = xyz + 3 * static_cast<size_t>(n);
     int32_t *b = nbox.data() + 3 * static_cast<size_t>(n);
@@ -108,8 +108,8 @@ void initgrid(RunState &rs) {
   const size_t total = static_cast<size_t>(nn);
 
   // 8. The bucket list.
-  allocate(rs, rs.jcellnodes, total, "initgrid, jcellnodes, 1");
-  allocate(rs, rs.j0cellnodes, 2 * ncells, "initgrid, j0cellnodes, 1");
+  allocate(rs.jcellnodes, total, "initgrid, jcellnodes, 1");
+  allocate(rs.j0cellnodes, 2 * ncells, "initgrid, j0cellnodes, 1");
 
   // 9. Offsets: first = cursor, last = cursor - 1 (empty until filed), k outer, i inner.
   int32_t cursor = 1;

@@ -18,7 +18,7 @@ namespace {
 template <class T>
 void regrow(RunState &rs, std::vector<T> &v, size_t rows, int32_t newcap, const char *label) {
   std::vector<T> tmp;
-  allocate(rs, tmp, rows * static_cast<size_t>(newcap), label);
+  allocate(tmp, rows * static_cast<size_t>(newcap), label);
   std::copy_n(v.begin(), std::min(v.size(), tmp.size()), tmp.begin());
   v.swap(tmp);
 }
@@ -188,8 +188,8 @@ void splitedge(RunState &rs, int32_t e, const double *midbefore, const double *m
 }
 
 void refinesurface(RunState &rs, double *dist2, int32_t *nodes, double *weights, int navg) {
-  say(rs, "Refining STL edges ...");
-  sayblank(rs);
+  rs.rep.say("Refining STL edges ...");
+  rs.rep.blank();
 
   // The arrays stand at their counts; the capacities start there.
   rs.vrtcap = rs.nvrt;
@@ -218,7 +218,7 @@ void refinesurface(RunState &rs, double *dist2, int32_t *nodes, double *weights,
     int32_t p = rs.progressbase + static_cast<int32_t>(std::lround(share));
     if (p > 99) p = 99;
     if (p > progressmark) {
-      reportprogress(rs, i, rs.nedge, true, p);
+      rs.rep.progress(i, rs.nedge, p);
       progressmark = p;
     }
 
@@ -250,12 +250,12 @@ void refinesurface(RunState &rs, double *dist2, int32_t *nodes, double *weights,
     if (split) splitedge(rs, e, before, after, rs.edgelevel[ce]);
   }
 
-  sayblank(rs);
+  rs.rep.blank();
   int32_t alive = 0;
   for (int32_t t = 0; t < rs.ntri; ++t)
     if (rs.triactive[static_cast<size_t>(t)]) ++alive;
-  say(rs, "Active triangles = " + inttext(alive));
-  say(rs, "Total  triangles = " + inttext(rs.ntri));
+  rs.rep.say("Active triangles = " + inttext(alive));
+  rs.rep.say("Total  triangles = " + inttext(rs.ntri));
 
   // Compaction: the live triangles in ascending order.
   {
@@ -282,7 +282,7 @@ void refinesurface(RunState &rs, double *dist2, int32_t *nodes, double *weights,
   for (size_t k = 0; k < nv; ++k) rs.stlvrt[k] = rs.stlvrt[k] * rs.unitscale;
   for (size_t k = 0; k < nv; ++k) rs.prewarpvertices[k] = rs.prewarpvertices[k] * rs.unitscale;
 
-  say(rs, "Number of vertices = " + inttext(rs.nvrt));
+  rs.rep.say("Number of vertices = " + inttext(rs.nvrt));
 }
 
 }  // namespace wf

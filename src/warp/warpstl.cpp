@@ -46,20 +46,20 @@ void beginwarp(RunState &rs) {
   // Node-count check (simulation jobs only).
   if (rs.inpuflag) {
     if (rs.navgnodes > rs.nnodes) {
-      postmessage(rs, 1, 174);
-      abortrun(rs);
+      rs.rep.post(1, 174);
+      fatalsilent();
     }
     const float limit = 0.1f * static_cast<float>(rs.nnodes);
     if (static_cast<float>(rs.navgnodes) > limit) {
-      sayblank(rs);
-      say(rs, "WARNING:  number of nodes for weighted averaging is");
-      say(rs, "          greater than 10% of the total number of");
-      say(rs, "          nodes");
-      sayblank(rs);
+      rs.rep.blank();
+      rs.rep.say("WARNING:  number of nodes for weighted averaging is");
+      rs.rep.say("          greater than 10% of the total number of");
+      rs.rep.say("          nodes");
+      rs.rep.blank();
     }
   }
 
-  say(rs, "Displacing original STL vertices ...");
+  rs.rep.say("Displacing original STL vertices ...");
 
   // STL scaling of the vertices and of the initial edge lengths.
   const size_t nv = 3 * static_cast<size_t>(rs.nvrt);

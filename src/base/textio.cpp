@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "control/textio.h"
+#include "base/textio.h"
 
 #include <cerrno>
 #include <charconv>
@@ -7,7 +7,7 @@
 #include <cstring>
 #include <limits>
 
-#include "control/messages.h"
+#include "base/fatal.h"
 
 namespace wf {
 

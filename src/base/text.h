@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Small text helpers shared by every layer: trimming, integer and clock texts, the 256-character
+// field, file tests, the last-dot rules of derived names, and JSON string escaping.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace wf {
+
+// The text without its trailing blanks.
+std::string rtrim(std::string_view text);
+// Decimal text of an integer; with group and more than 4 characters, commas between groups of
+// three digits from the right, never directly behind the sign ("-123,456").
+std::string inttext(long long value, bool group = false);
+// hh:mm:ss.cc, hundredths cut; a day or more puts "N day(s) " in front.
+std::string walltext(double seconds);
+// The text in a blank-padded field of 256 characters.
+std::string text256(const std::string &text);
+// Whether a file (not a folder) of that name exists.
+bool fileexists(const std::string &path);
+// The text before the last dot of the whole path (folders included); the path itself without.
+std::string stripext(const std::string &path);
+// Position of the last "." in the whole path, counted from 1; 0 when there is none.
+size_t lastdot(std::string_view path);
+// JSON string content of a text (no quotes around it), the solidus left as it is; invalid
+// UTF-8 is replaced, never thrown.
+std::string jsonescape(std::string_view text);
+
+}  // namespace wf
