@@ -22,6 +22,7 @@
 #include "simresults/readvariable.h"
 #include "surface/normals.h"
 #include "surface/readstl.h"
+#include "surface/preparesurface.h"
 #include "surface/surfacemesh.h"
 #include "surface/writestl.h"
 #include "warp/initgrid.h"
@@ -151,6 +152,15 @@ void surfacenames(RunState &rs, int i) {
   changefolder(rs.inputfolder);
 }
 
+void freesurface(RunState &rs) {
+  rs.raw = RawSurface();
+  rs.mesh = SurfaceMesh();
+  rs.edges = EdgeTable();
+  release(rs.nrgtri);
+  release(rs.triactive);
+  rs.vrtcap = rs.tricap = 0;
+}
+
 void finishsurface(RunState &rs) {
   rs.rep.blank();
   rs.rep.say("Finished writing file " + rtrim(rs.outstlpath));
@@ -168,18 +178,29 @@ int runwarpforge(RunState &rs) {
   const int n = rs.nsurfaces;
   for (int i = 1; i <= n; ++i) {
     surfacenames(rs, i);
-    readstl(rs, false);
-    int status = 0;
-    bool result = true;
-    preparesurface(rs, status, true, false, result);
+    rs.raw = readstl(rs.rep, rs.stlpath, rs.stlbyteorder, false);
+    // The watertightness warnings name the surface by its ID in the job's list.
+    const std::string surfacename =
+        rs.curstlid >= 1 && rs.curstlid <= rs.stlfiles.n
+            ? rtrim(rs.stlfiles[static_cast<size_t>(rs.curstlid - 1)])
+            : rtrim(rs.stlpath);
+    const Tolerances rules{rs.reltoledge, rs.reltolbox, rs.tolbyedge, rs.tolbybox};
+    rs.check = preparesurface(rs.rep, rs.raw, rules, surfacename, rs.stlpath, rs.mesh, rs.edges);
     warpstl(rs);
-    normals(rs, false, true, true);
-    writestl(rs, rs.stlformat, true);
+    rs.rep.say("Calculating surface normals");
+    facetnormals(rs.mesh.vrt.data(), static_cast<size_t>(rs.mesh.nvrt), rs.mesh.tri.data(),
+                 rs.mesh.ntri, rs.nrgtri);
+    const std::string out = rtrim(rs.outstlpath);
+    writestl(rs.mesh, &rs.nrgtri, out, rs.stlformat);
+    if (rs.stlformat == 'b') rs.rep.say("Finished writing binary STL file " + out);
     writetextreport(rs);
     writevtkstep(rs);
     write3mfstep(rs);
     freesurface(rs);
-    recheckstep(rs);
+    if (rs.tsrdflag) {
+      const RecheckSettings settings{rules, rs.repairtol, rs.tsreflag};
+      rs.outstlpath = recheckstep(rs.rep, rs.outstlpath, settings, rs.stlpath, rs.stlbyteorder);
+    }
     convert3mfstep(rs);
     finishsurface(rs);
   }

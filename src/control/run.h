@@ -12,6 +12,7 @@ void initrun(RunState &rs);
 void loadsimulation(RunState &rs);  // readgeo, nodeactive, initgrid, readvariable
 void marknodes(RunState &rs);       // nodeactive: 255 for every node an element refers to
 void surfacenames(RunState &rs, int i);
+void freesurface(RunState &rs);     // releases the arrays of a pass
 void finishsurface(RunState &rs);
 // Splits a path into drive (always empty here), folder (with its trailing "/"), name and
 // extension (with its dot).

@@ -13,15 +13,10 @@
 #include <vector>
 
 #include "base/reporter.h"
+#include "surface/preparesurface.h"
+#include "surface/surfacemesh.h"
 
 namespace wf {
-
-struct BBox {
-  double min[3] = {0, 0, 0};
-  double max[3] = {0, 0, 0};
-  double size[3] = {0, 0, 0};
-  double centre[3] = {0, 0, 0};
-};
 
 // A prepared triangle query set (reference or scan): per triangle t (0-based below)
 // corners at corners[9t .. 9t+8] (corner 1 x,y,z, corner 2, corner 3), the edge vectors
@@ -141,47 +136,20 @@ struct RunState {
   std::vector<int32_t> j0cellnodes;  // 2 x gridnx x gridny x gridnz
 
   // ---- current surface ----
-  int32_t nrawvrt = 0;
-  std::vector<double> rawvrt;   // 3 x nrawvrt
-  int32_t ntri = 0;
-  int32_t nvrt = 0;
-  std::vector<double> stlvrt;   // 3 x nvrt (3 x vrtcap during refinement)
-  std::vector<int32_t> stltri;  // 3 x ntri (3 x tricap during refinement)
-  std::vector<double> triedgesq;  // 3 x ntri
-  double minedgelen = 0;
   int32_t stlbyteorder = 0;     // stays set between surfaces
-  BBox stlbbox;
-  BBox prerepairbbox;           // min and max only
-  // edge tables
-  int32_t nedge = 0;
-  std::vector<int32_t> edgevrt;   // 2 x nedge
-  std::vector<int32_t> edgetri;   // 2 x nedge
-  std::vector<int32_t> edgeopp;   // 2 x nedge
-  std::vector<int32_t> edgenbr;   // 4 x nedge
-  std::vector<double> edgelen;    // nedge
-  std::vector<int32_t> edgesurf;  // nedge
-  std::vector<int32_t> triedge;   // 3 x ntri
-  std::vector<int32_t> surfwatertight;  // nstlfiles
-  std::vector<int32_t> surforiented;    // nstlfiles
-  std::string warnstlname;
-  // normals and query data of the surface
-  std::vector<double> nrgtri, ugtri, vgtri;  // 3 x ntri
-  std::vector<double> nnsqgtri, uugtri, uvgtri, vvgtri, detgtri, dengtri;  // ntri
-  bool fullnormals = false;  // the eight full-mode arrays are allocated
+  RawSurface raw;
+  SurfaceMesh mesh;
+  EdgeTable edges;
+  std::vector<double> nrgtri;   // facet normals of the mesh
+  SurfaceCheck check;
   // warp and refinement
-  std::vector<double> prewarpvertices;  // 3 x nvrt
   double buildplane = 0;
   std::vector<uint8_t> triactive;
-  std::vector<int32_t> edgelevel;
-  int32_t vrtcap = 0, tricap = 0, edgecap = 0;
+  int32_t vrtcap = 0, tricap = 0;
 
   // ---- reference and scan query sets ----
   TriData ref, scn;
   double refminz = 0;
-
-  // ---- combined reader ----
-  std::vector<int32_t> partvrtstart, parttristart;
-  std::vector<double> partbox;  // 3 x 2 x nstlfiles
 
   // ---- console, signal stream, catalogue, telemetry ----
   Reporter rep;

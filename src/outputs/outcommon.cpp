@@ -11,12 +11,12 @@
 namespace wf {
 
 void filldispsingle(RunState &rs, std::vector<float> &dispsingle, const char *label) {
-  const size_t n = rs.nvrt > 0 ? 3 * static_cast<size_t>(rs.nvrt) : 0;
+  const size_t n = rs.mesh.nvrt > 0 ? 3 * static_cast<size_t>(rs.mesh.nvrt) : 0;
   allocate(dispsingle, n, label);
-  const size_t nv = std::min(n, rs.stlvrt.size());
-  const size_t np = std::min(nv, rs.prewarpvertices.size());
-  const double *v = rs.stlvrt.data();
-  const double *p = rs.prewarpvertices.data();
+  const size_t nv = std::min(n, rs.mesh.vrt.size());
+  const size_t np = std::min(nv, rs.mesh.prewarp.size());
+  const double *v = rs.mesh.vrt.data();
+  const double *p = rs.mesh.prewarp.data();
   float *d = dispsingle.data();
   for (size_t k = 0; k < np; ++k) d[k] = static_cast<float>(v[k] - p[k]);
   // Entries beyond a short start array stay 0 (not moved).

@@ -108,12 +108,12 @@ void writemodel(RunState &rs, const std::string &path, const std::vector<float> 
   rec(3, "<mesh>");
   rec(4, "<vertices>");
 
-  const size_t n = rs.nvrt > 0 ? static_cast<size_t>(rs.nvrt) : 0;
-  const size_t t = rs.ntri > 0 ? static_cast<size_t>(rs.ntri) : 0;
-  const size_t nv = std::min(n, rs.stlvrt.size() / 3);
-  const size_t nt = std::min(t, rs.stltri.size() / 3);
+  const size_t n = rs.mesh.nvrt > 0 ? static_cast<size_t>(rs.mesh.nvrt) : 0;
+  const size_t t = rs.mesh.ntri > 0 ? static_cast<size_t>(rs.mesh.ntri) : 0;
+  const size_t nv = std::min(n, rs.mesh.vrt.size() / 3);
+  const size_t nt = std::min(t, rs.mesh.tri.size() / 3);
   for (size_t i = 0; i < n; ++i) {
-    const double *v = i < nv ? &rs.stlvrt[3 * i] : nullptr;
+    const double *v = i < nv ? &rs.mesh.vrt[3 * i] : nullptr;
     char *p = out.reserve(5 + 3 * 16 + 40);
     p = putlit(p, "\t\t\t\t\t<vertex x=\"");
     p = scifield(p, v ? v[0] : 0.0, 16, 6);
@@ -150,7 +150,7 @@ void writemodel(RunState &rs, const std::string &path, const std::vector<float> 
 
   rec(4, "<triangles>");
   for (size_t i = 0; i < nt; ++i) {
-    const int32_t *c = &rs.stltri[3 * i];
+    const int32_t *c = &rs.mesh.tri[3 * i];
     char *p = out.reserve(5 + 6 * 12 + 80);
     p = putlit(p, "\t\t\t\t\t<triangle v1=\"");
     p = putint(p, c[0] - 1);

@@ -20,13 +20,13 @@ void writetextreport(RunState &rs) {
   // One line of six fields of 14 characters per vertex, gathered in blocks.
   constexpr size_t linelen = 6 * 14 + 1;
   BlockWriter out(rs, f, path);
-  const size_t n = rs.nvrt > 0 ? static_cast<size_t>(rs.nvrt) : 0;
-  const size_t nv = rs.stlvrt.size() / 3, np = rs.prewarpvertices.size() / 3;
+  const size_t n = rs.mesh.nvrt > 0 ? static_cast<size_t>(rs.mesh.nvrt) : 0;
+  const size_t nv = rs.mesh.vrt.size() / 3, np = rs.mesh.prewarp.size() / 3;
   for (size_t i = 0; i < n; ++i) {
     double pre[3] = {0, 0, 0}, now[3] = {0, 0, 0};
     for (int k = 0; k < 3; ++k) {
-      if (i < np) pre[k] = rs.prewarpvertices[3 * i + k];
-      if (i < nv) now[k] = rs.stlvrt[3 * i + k];
+      if (i < np) pre[k] = rs.mesh.prewarp[3 * i + k];
+      if (i < nv) now[k] = rs.mesh.vrt[3 * i + k];
       else now[k] = pre[k];
     }
     char *p = out.reserve(linelen);

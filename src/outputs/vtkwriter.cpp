@@ -57,13 +57,13 @@ void writevtk(RunState &rs, char form, bool indexed, const std::vector<float> &d
   std::FILE *f = std::fopen(path.c_str(), "wb");
   checkopen(f ? 0 : (errno ? errno : EIO), path);
 
-  const size_t n = rs.nvrt > 0 ? static_cast<size_t>(rs.nvrt) : 0;
-  const size_t t = rs.ntri > 0 ? static_cast<size_t>(rs.ntri) : 0;
-  const size_t nv = std::min(n, rs.stlvrt.size() / 3);
-  const size_t nt = std::min(t, rs.stltri.size() / 3);
+  const size_t n = rs.mesh.nvrt > 0 ? static_cast<size_t>(rs.mesh.nvrt) : 0;
+  const size_t t = rs.mesh.ntri > 0 ? static_cast<size_t>(rs.mesh.ntri) : 0;
+  const size_t nv = std::min(n, rs.mesh.vrt.size() / 3);
+  const size_t nt = std::min(t, rs.mesh.tri.size() / 3);
   const size_t nd = std::min(n, displacement.size() / 3);
-  auto coord = [&](size_t k) { return k < 3 * nv ? rs.stlvrt[k] : 0.0; };
-  auto corner = [&](size_t k) { return k < 3 * nt ? rs.stltri[k] - 1 : -1; };
+  auto coord = [&](size_t k) { return k < 3 * nv ? rs.mesh.vrt[k] : 0.0; };
+  auto corner = [&](size_t k) { return k < 3 * nt ? rs.mesh.tri[k] - 1 : -1; };
   auto disp = [&](size_t k) { return k < 3 * nd ? displacement[k] : 0.0f; };
 
   BlockWriter out(rs, f, path);

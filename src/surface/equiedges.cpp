@@ -1,99 +1,67 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Edges from merged vertices: the 3 * ntri triangle sides are keyed by their two vertices
-// (lower first) and their surface, sorted and numbered, and one pass over the triangles then
-// fills every edge table. Then the checks: two triangles per edge, running along it in
-// opposite senses. Neither check stops the run.
+// (lower first), sorted and numbered, and one pass over the sorted sides then fills every edge
+// table. The whole mesh is one surface, so the surface number adds nothing to the key.
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <string>
 #include <vector>
 
-#include "control/messages.h"
+#include "base/memory.h"
+#include "surface/preparesurface.h"
 #include "surface/sortkit.h"
-#include "surface/surfacemesh.h"
-#include "surface/surfaceoftriangle.h"
 
 namespace wf {
 
-namespace {
-
-// By side k: its corners, the corner opposite, and the other two sides in order.
-constexpr int sidea[3] = {0, 1, 2};
-constexpr int sideb[3] = {1, 2, 0};
-constexpr int opposite[3] = {2, 0, 1};
-constexpr int other1[3] = {1, 2, 0};
-constexpr int other2[3] = {2, 0, 1};
-
-// The per-surface flags have one entry per surface of the job, and at least one for the
-// surface at hand.
-size_t surfacecount(const RunState &rs) {
-  return static_cast<size_t>(std::max({rs.stlfiles.n, rs.curstlid, int32_t{1}}));
-}
-
-}  // namespace
-
-int32_t surfaceoftriangle(const RunState &rs, int32_t t) {
-  (void)t;
-  return rs.curstlid;
-}
-
-void equiedges(RunState &rs, int &status) {
-  rs.rep.say("Equivalencing STL edges");
-  status = 0;
-  const size_t ntri = rs.ntri > 0 ? static_cast<size_t>(rs.ntri) : 0;
+EdgeCounts buildedges(const SurfaceMesh &mesh, const std::vector<double> &triedgesq,
+                      EdgeTable &edges) {
+  const size_t ntri = mesh.ntri > 0 ? static_cast<size_t>(mesh.ntri) : 0;
   const size_t nside = 3 * ntri;
-  const int32_t *tri = rs.stltri.data();
+  const int32_t *tri = mesh.tri.data();
 
-  // Key rows: lower vertex, higher vertex, surface.
+  // Key rows: lower vertex, higher vertex.
   std::vector<int32_t> keys;
-  allocate(keys, 3 * nside, "equiedges, keys, 1");
+  allocate(keys, 2 * nside, "equiedges, keys, 1");
   for (size_t t = 0; t < ntri; ++t) {
-    const int32_t s = surfaceoftriangle(rs, static_cast<int32_t>(t + 1));
     for (int k = 0; k < 3; ++k) {
-      int32_t a = tri[3 * t + sidea[k]], b = tri[3 * t + sideb[k]];
-      int32_t *row = keys.data() + 3 * (3 * t + k);
+      const int32_t a = tri[3 * t + sidea[k]], b = tri[3 * t + sideb[k]];
+      int32_t *row = keys.data() + 2 * (3 * t + k);
       row[0] = std::min(a, b);
       row[1] = std::max(a, b);
-      row[2] = s;
     }
   }
   std::vector<int32_t> p;
   allocate(p, nside, "equiedges, p, 1");
-  imatsort(keys.data(), p.data(), 3, static_cast<int32_t>(nside));
+  imatsort(keys.data(), p.data(), 2, static_cast<int32_t>(nside));
   std::vector<int32_t> longrun, iuniq;
-  uniq_include_int(rs, keys.data(), p.data(), longrun, 3, static_cast<int32_t>(nside), rs.nedge,
-                   iuniq, false);
+  int32_t nedge = 0;
+  uniq_include_int(keys.data(), p.data(), longrun, 2, static_cast<int32_t>(nside), nedge, iuniq,
+                   false);
   release(iuniq);
   release(keys);
-  rs.rep.say("Number of unique edges = " + inttext(rs.nedge, true));
 
-  const size_t ne = rs.nedge > 0 ? static_cast<size_t>(rs.nedge) : 0;
-  release(rs.edgesurf);
-  allocate(rs.edgevrt, 2 * ne, "equiedges, edgevrt, 1");
-  allocate(rs.edgetri, 2 * ne, "equiedges, edgetri, 1");
-  allocate(rs.edgeopp, 2 * ne, "equiedges, edgeopp, 1");
-  allocate(rs.edgenbr, 4 * ne, "equiedges, edgenbr, 1");  // cleared: 0 on boundary edges
-  allocate(rs.edgesurf, ne, "equiedges, edgesurf, 1");
-  allocate(rs.edgelen, ne, "equiedges, edgelen, 1");
-  allocate(rs.triedge, nside, "equiedges, triedge, 1");
+  edges.n = nedge;
+  edges.cap = nedge;
+  const size_t ne = nedge > 0 ? static_cast<size_t>(nedge) : 0;
+  allocate(edges.vrt, 2 * ne, "equiedges, edgevrt, 1");
+  allocate(edges.tri, 2 * ne, "equiedges, edgetri, 1");
+  allocate(edges.opp, 2 * ne, "equiedges, edgeopp, 1");
+  allocate(edges.nbr, 4 * ne, "equiedges, edgenbr, 1");  // cleared: 0 on boundary edges
+  allocate(edges.len, ne, "equiedges, edgelen, 1");
+  allocate(edges.triedge, nside, "equiedges, triedge, 1");
+  release(edges.level);
 
   // Side h of the sorted position i gets the run number: the edge of that side.
-  for (size_t i = 0; i < nside; ++i) rs.triedge[static_cast<size_t>(p[i] - 1)] = longrun[i];
-
-  const size_t nsurf = surfacecount(rs);
-  if (rs.surfwatertight.size() < nsurf) rs.surfwatertight.resize(nsurf);
-  std::fill(rs.surfwatertight.begin(), rs.surfwatertight.end(), -1);
+  for (size_t i = 0; i < nside; ++i) edges.triedge[static_cast<size_t>(p[i] - 1)] = longrun[i];
 
   // One walk over the sides in sorted order fills the tables edge by edge. The sides of an
   // edge stand together there, in triangle order (the sort is stable), so each edge sees the
   // same sequence of sides as a walk over the triangles would give it, while its tables are
   // written in ascending order. The triangle count of an edge rises once per triangle: a
   // triangle with two sides on one edge adds 1, not 2, and both sides see the raised count.
-  const int32_t *triedge = rs.triedge.data();
-  const double *sidesq = rs.triedgesq.data();
-  long long nopen = 0, ngood = 0, nover = 0;
-  size_t firstbad = ne;
+  const int32_t *triedge = edges.triedge.data();
+  const double *sidesq = triedgesq.data();
+  EdgeCounts counts;
   for (size_t i = 0; i < nside;) {
     const size_t e = static_cast<size_t>(longrun[i] - 1);
     int32_t count = 0, slots = 0;
@@ -114,91 +82,44 @@ void equiedges(RunState &rs, int &status) {
         ++count;
         lastt = t;
       }
-      rs.edgelen[e] = std::sqrt(sidesq[h]);
-      rs.edgevrt[2 * e] = c[sidea[k]];
-      rs.edgevrt[2 * e + 1] = c[sideb[k]];
-      rs.edgesurf[e] = surfaceoftriangle(rs, static_cast<int32_t>(t + 1));
+      edges.len[e] = std::sqrt(sidesq[h]);
+      edges.vrt[2 * e] = c[sidea[k]];
+      edges.vrt[2 * e + 1] = c[sideb[k]];
       if (count <= 2) {
-        rs.edgetri[2 * e + static_cast<size_t>(count - 1)] = static_cast<int32_t>(t + 1);
-        rs.edgeopp[2 * e + static_cast<size_t>(count - 1)] = c[opposite[k]];
+        edges.tri[2 * e + static_cast<size_t>(count - 1)] = static_cast<int32_t>(t + 1);
+        edges.opp[2 * e + static_cast<size_t>(count - 1)] = c[sideopposite[k]];
       }
-      if (slots + 1 <= 4) rs.edgenbr[4 * e + static_cast<size_t>(slots)] = te[other1[k]];
-      if (slots + 2 <= 4) rs.edgenbr[4 * e + static_cast<size_t>(slots) + 1] = te[other2[k]];
+      if (slots + 1 <= 4) edges.nbr[4 * e + static_cast<size_t>(slots)] = te[sideother1[k]];
+      if (slots + 2 <= 4) edges.nbr[4 * e + static_cast<size_t>(slots) + 1] = te[sideother2[k]];
       if (slots <= 4) slots += 2;
     }
-    // c = 1 is an open edge, c = 2 a good one, anything else an overloaded one.
-    if (count == 2) {
-      ++ngood;
-      continue;
-    }
-    if (count == 1) {
-      ++nopen;
-    } else {
-      ++nover;
-    }
-    const int32_t sf = rs.edgesurf[e];
-    if (sf >= 1 && static_cast<size_t>(sf) <= rs.surfwatertight.size())
-      rs.surfwatertight[static_cast<size_t>(sf) - 1] = 0;
-    if (firstbad == ne) firstbad = e;
+    // One triangle is an open edge, two a good one, more an overloaded one.
+    if (count == 2)
+      ++counts.good;
+    else if (count == 1)
+      ++counts.open;
+    else
+      ++counts.over;
   }
-  release(p);
-  release(longrun);
-
-  if (firstbad != ne) {
-    status = -1;
-    const int32_t s = surfaceoftriangle(rs, rs.edgetri[2 * firstbad]);
-    rs.warnstlname = (s >= 1 && s <= rs.stlfiles.n) ? rtrim(rs.stlfiles[static_cast<size_t>(s) - 1])
-                                                    : rtrim(rs.stlpath);
-    rs.rep.blank();
-    rs.rep.say("WARNING");
-    rs.rep.say("STL file " + rs.warnstlname + " is not watertight.");
-    rs.rep.say("Edges with   1 triangle  = " + inttext(nopen, true));
-    rs.rep.say("Edges with   2 triangles = " + inttext(ngood, true));
-    rs.rep.say("Edges with > 2 triangles = " + inttext(nover, true));
-    rs.rep.blank();
-    rs.rep.say("Consider repairing the STL (e.g. with Tessero) before continuing.");
-    rs.rep.blank();
-  }
-  const long long euler = static_cast<long long>(rs.nvrt) + rs.ntri - rs.nedge;
-  rs.rep.say("Euler characteristic   = " + rs.rep.integer(euler));
-  rs.rep.say("Finished edge equivalencing");
-  rs.rep.blank();
+  return counts;
 }
 
-void checkorientation(RunState &rs, bool flag, bool &result) {
-  (void)flag;
-  release(rs.surforiented);
-  allocate(rs.surforiented, surfacecount(rs), "checkorientation, surforiented, 1");
-  std::fill(rs.surforiented.begin(), rs.surforiented.end(), -1);
-
-  const size_t ne = rs.nedge > 0 ? static_cast<size_t>(rs.nedge) : 0;
-  const size_t ntri = rs.ntri > 0 ? static_cast<size_t>(rs.ntri) : 0;
-  const int32_t *tri = rs.stltri.data();
+int64_t countinverted(const SurfaceMesh &mesh, const EdgeTable &edges) {
+  const size_t ne = edges.n > 0 ? static_cast<size_t>(edges.n) : 0;
+  const size_t ntri = mesh.ntri > 0 ? static_cast<size_t>(mesh.ntri) : 0;
+  const int32_t *tri = mesh.tri.data();
   // Whether triangle t runs from a to b: a directly followed by b in its cyclic corner order.
   auto along = [&](int32_t t, int32_t a, int32_t b) {
     if (t < 1 || static_cast<size_t>(t) > ntri) return false;
     const int32_t *c = tri + 3 * static_cast<size_t>(t - 1);
     return (c[0] == a && c[1] == b) || (c[1] == a && c[2] == b) || (c[2] == a && c[0] == b);
   };
-  long long count = 0;
+  int64_t count = 0;
   for (size_t e = 0; e < ne; ++e) {
-    const int32_t a = rs.edgevrt[2 * e], b = rs.edgevrt[2 * e + 1];
-    if (along(rs.edgetri[2 * e], a, b) == along(rs.edgetri[2 * e + 1], a, b)) {
-      ++count;
-      const int32_t s = e < rs.edgesurf.size() ? rs.edgesurf[e] : rs.curstlid;
-      if (s >= 1 && static_cast<size_t>(s) <= rs.surforiented.size())
-        rs.surforiented[static_cast<size_t>(s) - 1] = 0;
-    }
+    const int32_t a = edges.vrt[2 * e], b = edges.vrt[2 * e + 1];
+    if (along(edges.tri[2 * e], a, b) == along(edges.tri[2 * e + 1], a, b)) ++count;
   }
-  result = count == 0;
-  if (!result) {
-    rs.rep.printwarning();
-    rs.rep.printline("STL file " + rs.stlpath + " has " + inttext(count) +
-                      " inversely oriented edges.");
-    rs.rep.printline("Consider repairing the STL with Tessero before continuing.");
-    rs.rep.printline("");
-  }
-  release(rs.edgesurf);
+  return count;
 }
 
 }  // namespace wf

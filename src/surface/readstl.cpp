@@ -1,7 +1,4 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// STL reader. A file is ASCII when its vertex and facet lines count up (three vertices per
-// facet); anything else is tried as binary, in the remembered byte order first and then in
-// the four orders in turn. Every triangle brings its own three vertices: merging comes later.
 #include "surface/readstl.h"
 
 #include <sys/stat.h>
@@ -15,26 +12,16 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <new>
-#include <string>
 #include <string_view>
 
-#include "control/messages.h"
+#include "base/fatal.h"
+#include "base/memory.h"
+#include "base/text.h"
 #include "base/textio.h"
 
 namespace wf {
 
 namespace {
-
-// Byte order words of the format lines.
-const char *orderword(int order) {
-  switch (order) {
-    case 1: return "native";
-    case 2: return "little_endian";
-    case 3: return "big_endian";
-    default: return "non-native";
-  }
-}
 
 struct FileCloser {
   void operator()(std::FILE *f) const {
@@ -45,37 +32,78 @@ using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
 // The line with its leading blanks removed (a tab is not a blank here).
 std::string_view leftadjusted(const std::string &line) {
-  size_t b = line.find_first_not_of(' ');
+  const size_t b = line.find_first_not_of(' ');
   if (b == std::string::npos) return {};
   return std::string_view(line).substr(b);
 }
 
-// The repaired sibling: the text before the last dot (when the dot is not the first
-// character), then "_ls_repair.stl".
+inline uint32_t byteswap32(uint32_t v) { return __builtin_bswap32(v); }
+
+void boxline(Reporter &rep, const BBox &box, int k, const char *text) {
+  char buf[64];
+  char *p = scifield(buf, box.min[k], 14, 6);
+  const size_t len = std::strlen(text);
+  std::memcpy(p, text, len);
+  p += len;
+  p = scifield(p, box.max[k], 14, 6);
+  rep.raw(std::string_view(buf, static_cast<size_t>(p - buf)));
+}
+
+}  // namespace
+
+const char *byteorderword(int order) {
+  switch (order) {
+    case 1: return "native";
+    case 2: return "little_endian";
+    case 3: return "big_endian";
+    default: return "non-native";
+  }
+}
+
 std::string repairedname(const std::string &path) {
-  size_t dot = path.find_last_of('.');
-  std::string stem = (dot == std::string::npos || dot == 0) ? std::string() : path.substr(0, dot);
+  const size_t dot = path.find_last_of('.');
+  const std::string stem =
+      (dot == std::string::npos || dot == 0) ? std::string() : path.substr(0, dot);
   return stem + "_ls_repair.stl";
 }
 
-// The ASCII attempt. status 0: rawvrt is complete. Otherwise the caller goes on with the
-// binary attempts; the counts of the first pass stay in nrawvrt and ntri.
-void readstlascii(RunState &rs, int &status) {
-  const std::string &path = rs.stlpath;
+BBox boundingbox(const double *v, size_t n) {
+  BBox box;
+  for (int k = 0; k < 3; ++k) {
+    double mn = std::numeric_limits<double>::infinity();
+    double mx = -mn;
+    bool any = false;
+    for (size_t j = 0; j < n; ++j) {
+      const double x = v[3 * j + k];
+      if (x != x) continue;
+      any = true;
+      if (x < mn) mn = x;
+      if (x > mx) mx = x;
+    }
+    if (!any) mn = mx = std::numeric_limits<double>::quiet_NaN();
+    box.min[k] = mn;
+    box.max[k] = mx;
+    box.size[k] = mx - mn;
+    box.centre[k] = (mn + mx) * 0.5;
+  }
+  return box;
+}
+
+int readstlascii(const std::string &path, RawSurface &raw) {
   checkexists(path);
   LineReader in;
   checkopen(in.open(path), path);
-  rs.nrawvrt = 0;
-  rs.ntri = 0;
+  raw.nvrt = 0;
+  raw.ntri = 0;
 
   // First pass: count the lines that matter.
   long long nv = 0, nt = 0;
   std::string line;
   for (;;) {
-    int r = in.readline(line);
+    const int r = in.readline(line);
     if (r == IOSTAT_EOF) break;
     if (r != 0) checkread(r, path);
-    std::string_view s = leftadjusted(line);
+    const std::string_view s = leftadjusted(line);
     if (s.substr(0, 6) == "vertex") {
       ++nv;
     } else if (s.substr(0, 12) == "facet normal") {
@@ -83,54 +111,37 @@ void readstlascii(RunState &rs, int &status) {
     }
   }
   constexpr long long maxtri = std::numeric_limits<int32_t>::max() / 3;
+  raw.nvrt = static_cast<int32_t>(std::min<long long>(nv, std::numeric_limits<int32_t>::max()));
   if (nt > maxtri) {
     // More facets than a surface can hold: this is no text file of ours.
-    rs.ntri = std::numeric_limits<int32_t>::max();
-    rs.nrawvrt = static_cast<int32_t>(std::min<long long>(nv, std::numeric_limits<int32_t>::max()));
-    status = 1;
-    return;
+    raw.ntri = std::numeric_limits<int32_t>::max();
+    return 1;
   }
-  rs.nrawvrt = static_cast<int32_t>(std::min<long long>(nv, std::numeric_limits<int32_t>::max()));
-  rs.ntri = static_cast<int32_t>(nt);
-  if (!(nv == 3 * nt && nt >= 1 && nv >= 1)) {
-    status = 1;
-    return;
-  }
+  raw.ntri = static_cast<int32_t>(nt);
+  if (!(nv == 3 * nt && nt >= 1 && nv >= 1)) return 1;
 
   // Second pass: the coordinates, straight to double.
-  allocate(rs.rawvrt, 3 * static_cast<size_t>(rs.nrawvrt), "readstlascii, rawvrt, 1");
+  allocate(raw.vrt, 3 * static_cast<size_t>(raw.nvrt), "readstlascii, rawvrt, 1");
   in.rewind();
   int32_t taken = 0;
-  double *out = rs.rawvrt.data();
-  while (taken < rs.nrawvrt) {
-    int r = in.readline(line);
-    if (r != 0) {
-      status = r;
-      return;
-    }
-    std::string_view s = leftadjusted(line);
+  double *out = raw.vrt.data();
+  while (taken < raw.nvrt) {
+    const int r = in.readline(line);
+    if (r != 0) return r;
+    const std::string_view s = leftadjusted(line);
     if (s.substr(0, 6) != "vertex") continue;
-    std::string_view rest = s.substr(6);
+    const std::string_view rest = s.substr(6);
     size_t pos = 0;
     for (int k = 0; k < 3; ++k) {
-      int rr = readreal(rest, pos, out[3 * static_cast<size_t>(taken) + k]);
-      if (rr != 0) {
-        status = rr;
-        return;
-      }
+      const int rr = readreal(rest, pos, out[3 * static_cast<size_t>(taken) + k]);
+      if (rr != 0) return rr;
     }
     ++taken;
   }
-  in.close();
-  status = 0;
+  return 0;
 }
 
-inline uint32_t byteswap32(uint32_t v) { return __builtin_bswap32(v); }
-
-// One binary attempt in one byte order. The file is opened and closed here.
-void readstlbinary(RunState &rs, bool quiet, int order, int &status) {
-  const std::string &path = rs.stlpath;
-  if (!quiet) rs.rep.say(std::string("Reading in ") + orderword(order) + " format...");
+int readstlbinary(const std::string &path, int order, RawSurface &raw) {
   checkexists(path);
   errno = 0;
   FilePtr f(std::fopen(path.c_str(), "rb"));
@@ -138,183 +149,131 @@ void readstlbinary(RunState &rs, bool quiet, int order, int &status) {
   auto readerror = [&]() { return std::ferror(f.get()) ? IOSTAT_IOERR : IOSTAT_EOF; };
 
   unsigned char head[84];
-  if (std::fread(head, 1, 84, f.get()) != 84) {
-    status = readerror();
-    return;
-  }
-  uint32_t raw;
-  std::memcpy(&raw, head + 80, 4);
+  if (std::fread(head, 1, 84, f.get()) != 84) return readerror();
+  uint32_t word;
+  std::memcpy(&word, head + 80, 4);
   uint32_t ucount;
   if (order == 3) {
-    ucount = (std::endian::native == std::endian::big) ? raw : byteswap32(raw);
+    ucount = (std::endian::native == std::endian::big) ? word : byteswap32(word);
   } else if (order == 2) {
-    ucount = (std::endian::native == std::endian::little) ? raw : byteswap32(raw);
+    ucount = (std::endian::native == std::endian::little) ? word : byteswap32(word);
   } else if (order == 4) {
     // The count decoded by hand from its four bytes, little-endian.
     ucount = static_cast<uint32_t>(head[80]) + 256u * head[81] + 65536u * head[82] +
              16777216u * head[83];
   } else {
-    ucount = raw;
+    ucount = word;
   }
   const int32_t count = static_cast<int32_t>(ucount);
-  rs.ntri = count;
-  rs.nrawvrt = static_cast<int32_t>(3u * ucount);  // wraps as 32-bit arithmetic does
-  if (count <= 0) {
-    status = -1;
-    return;
-  }
+  raw.ntri = count;
+  raw.nvrt = static_cast<int32_t>(3u * ucount);  // wraps as 32-bit arithmetic does
+  if (count <= 0) return -1;
   // A count that does not fit the file fails this order before anything is allocated.
   struct stat st {};
   const long long need = 84 + 50LL * count;
-  if (fstat(fileno(f.get()), &st) != 0 || static_cast<long long>(st.st_size) < need) {
-    status = IOSTAT_EOF;
-    return;
-  }
+  if (fstat(fileno(f.get()), &st) != 0 || static_cast<long long>(st.st_size) < need)
+    return IOSTAT_EOF;
 
-  // The triangle block is read in one operation into the storage of rawvrt (50 bytes per
-  // triangle fit in the 72 bytes of its three corners) and then widened in place from the
-  // last triangle to the first: the corners of triangle t land at 72t and above, beyond the
-  // records of all earlier triangles, and its own record is taken before it is overwritten.
+  // The triangle block is read in one operation into the storage of the soup (50 bytes per
+  // triangle fit in the 72 bytes of its three corners) and then widened in place from the last
+  // triangle to the first: the corners of triangle t land at 72t and above, beyond the records
+  // of all earlier triangles, and its own record is taken before it is overwritten.
   const size_t n = static_cast<size_t>(count);
   if (order == 4) {
+    // This road reports a failed allocation as the status of the attempt.
     try {
       std::vector<double> fresh(9 * n);
-      rs.rawvrt.swap(fresh);
+      raw.vrt.swap(fresh);
     } catch (const std::exception &) {
-      status = IOSTAT_IOERR;
-      return;
+      return IOSTAT_IOERR;
     }
   } else {
-    allocate(rs.rawvrt, 9 * n, "readstlbinary, rawvrt, 1");
+    allocate(raw.vrt, 9 * n, "readstlbinary, rawvrt, 1");
   }
-  unsigned char *bytes = reinterpret_cast<unsigned char *>(rs.rawvrt.data());
+  unsigned char *bytes = reinterpret_cast<unsigned char *>(raw.vrt.data());
   if (std::fread(bytes, 50, n, f.get()) != n) {
-    status = readerror();
-    release(rs.rawvrt);
-    return;
+    const int status = readerror();
+    release(raw.vrt);
+    return status;
   }
   f.reset();
 
   const bool swap = (order == 3 && std::endian::native == std::endian::little) ||
                     (order == 2 && std::endian::native == std::endian::big);
-  double *out = rs.rawvrt.data();
+  double *out = raw.vrt.data();
   for (size_t t = n; t-- > 0;) {
     uint32_t w[9];
     std::memcpy(w, bytes + 50 * t + 12, 36);
     double v[9];
     for (int k = 0; k < 9; ++k) {
-      uint32_t b = swap ? byteswap32(w[k]) : w[k];
+      const uint32_t b = swap ? byteswap32(w[k]) : w[k];
       float x;
       std::memcpy(&x, &b, 4);
       v[k] = static_cast<double>(x);
     }
     std::memcpy(out + 9 * t, v, sizeof v);
   }
-  status = 0;
+  return 0;
 }
 
-// Per axis the extremes over the columns; a value that is not a number is passed over unless
-// every value of the axis is one.
-void boundingbox(RunState &rs) {
-  const size_t n = static_cast<size_t>(rs.nrawvrt);
-  const double *v = rs.rawvrt.data();
-  for (int k = 0; k < 3; ++k) {
-    double mn = std::numeric_limits<double>::infinity();
-    double mx = -mn;
-    bool any = false;
-    for (size_t j = 0; j < n; ++j) {
-      double x = v[3 * j + k];
-      if (x != x) continue;
-      any = true;
-      if (x < mn) mn = x;
-      if (x > mx) mx = x;
-    }
-    if (!any) mn = mx = std::numeric_limits<double>::quiet_NaN();
-    rs.stlbbox.min[k] = mn;
-    rs.stlbbox.max[k] = mx;
-    rs.stlbbox.size[k] = mx - mn;
-    rs.stlbbox.centre[k] = (mn + mx) * 0.5;
-    rs.prerepairbbox.min[k] = mn;
-    rs.prerepairbbox.max[k] = mx;
-    rs.prerepairbbox.size[k] = mx - mn;
-    rs.prerepairbbox.centre[k] = (mn + mx) * 0.5;
-  }
-}
-
-void boxline(RunState &rs, int k, const char *text) {
-  char buf[64];
-  char *p = scifield(buf, rs.stlbbox.min[k], 14, 6);
-  size_t len = std::strlen(text);
-  std::memcpy(p, text, len);
-  p += len;
-  p = scifield(p, rs.stlbbox.max[k], 14, 6);
-  rs.rep.raw(std::string_view(buf, static_cast<size_t>(p - buf)));
-}
-
-}  // namespace
-
-void readstl(RunState &rs, bool quiet) {
-  if (!quiet) rs.rep.say("Reading " + rs.stlpath);
-  std::string repaired = repairedname(rs.stlpath);
+RawSurface readstl(Reporter &rep, std::string &stlpath, int &byteorder, bool quiet) {
+  if (!quiet) rep.say("Reading " + stlpath);
+  const std::string repaired = repairedname(stlpath);
   if (fileexists(repaired)) {
-    rs.stlpath = repaired;
-    rs.rep.say("Detected repaired STL.");
-    rs.rep.say("Reading " + rs.stlpath + " instead...");
+    stlpath = repaired;
+    rep.say("Detected repaired STL.");
+    rep.say("Reading " + stlpath + " instead...");
   }
-  release(rs.stlvrt);
-  release(rs.rawvrt);
 
-  int status = 1;
-  readstlascii(rs, status);
+  RawSurface raw;
+  int status = readstlascii(stlpath, raw);
   bool ok = status == 0;
   if (ok) {
-    if (!quiet) rs.rep.say("ASCII STL file");
+    if (!quiet) rep.say("ASCII STL file");
   } else {
     // Whatever the text pass left behind is not a surface.
-    release(rs.rawvrt);
+    release(raw.vrt);
+    auto attempt = [&](int order) {
+      if (!quiet) rep.say(std::string("Reading in ") + byteorderword(order) + " format...");
+      return readstlbinary(stlpath, order, raw);
+    };
     status = -1;
-    if (rs.stlbyteorder != 0) readstlbinary(rs, quiet, rs.stlbyteorder, status);
+    if (byteorder != 0) status = attempt(byteorder);
     if (status != 0) {
-      rs.stlbyteorder = 0;
+      byteorder = 0;
       for (int order = 1; order <= 4; ++order) {
-        rs.stlbyteorder = order;
-        readstlbinary(rs, quiet, order, status);
+        byteorder = order;
+        status = attempt(order);
         if (status == 0) break;
       }
     }
     ok = status == 0;
-    if (!quiet) rs.rep.say("Binary STL file");
+    if (!quiet) rep.say("Binary STL file");
   }
 
-  if (rs.nrawvrt < 1 || (!ok && rs.ntri >= 1)) {
+  if (raw.nvrt < 1 || (!ok && raw.ntri >= 1)) {
     // No vertices, or a count that no byte order could read from the file.
-    if (!quiet) rs.rep.post(1, 130);
-    fatalsilent();
+    if (quiet) fatalsilent();
+    fatal(130);
   }
-  if (rs.ntri < 1) {
-    if (!quiet) rs.rep.post(1, 131);
-    fatalsilent();
+  if (raw.ntri < 1) {
+    if (quiet) fatalsilent();
+    fatal(131);
   }
 
-  boundingbox(rs);
+  raw.box = boundingbox(raw.vrt.data(), static_cast<size_t>(raw.nvrt));
   if (!quiet) {
-    rs.rep.say("Bounding box:");
-    boxline(rs, 0, " <= x <= ");
-    boxline(rs, 1, " <= y <= ");
-    boxline(rs, 2, " <= z <= ");
-    rs.rep.blank();
-    rs.rep.say("Number of vertices  = " + inttext(rs.nrawvrt, true));
-    rs.rep.say("Number of triangles = " + inttext(rs.ntri, true));
-    rs.rep.say("Finished reading " + rs.stlpath);
-    rs.rep.blank();
+    rep.say("Bounding box:");
+    boxline(rep, raw.box, 0, " <= x <= ");
+    boxline(rep, raw.box, 1, " <= y <= ");
+    boxline(rep, raw.box, 2, " <= z <= ");
+    rep.blank();
+    rep.say("Number of vertices  = " + inttext(raw.nvrt, true));
+    rep.say("Number of triangles = " + inttext(raw.ntri, true));
+    rep.say("Finished reading " + stlpath);
+    rep.blank();
   }
-}
-
-void readstlraw(RunState &rs, bool quiet) {
-  readstl(rs, quiet);
-  rs.nvrt = rs.nrawvrt;
-  rs.stlvrt.swap(rs.rawvrt);
-  release(rs.rawvrt);
+  return raw;
 }
 
 }  // namespace wf

@@ -26,7 +26,8 @@
 #include <new>
 #include <type_traits>
 
-#include "control/messages.h"
+#include "base/fatal.h"
+#include "base/memory.h"
 
 namespace wf {
 
@@ -229,7 +230,7 @@ bool sorttable(const K *a, int32_t *p, int ncols, int32_t n, Smaller smaller) {
 
 // Shared run numberer; differs(i, j) tells rows p(i), p(j) apart (0-based sorted positions).
 template <class Differs>
-void numberruns(RunState &rs, const int32_t *p, std::vector<int32_t> &longrun, int32_t n,
+void numberruns(const int32_t *p, std::vector<int32_t> &longrun, int32_t n,
                 int32_t &nuniq, std::vector<int32_t> &iuniq, Differs differs) {
   if (n < 1) {
     // Nothing to number: no runs.
@@ -267,7 +268,7 @@ void numberruns(RunState &rs, const int32_t *p, std::vector<int32_t> &longrun, i
 
 }  // namespace
 
-void dmatsort(RunState &rs, const double *a, int32_t *p, int ncols, int32_t n) {
+void dmatsort(const double *a, int32_t *p, int ncols, int32_t n) {
   if (n < 2) return;
   if (!sorttable(a, p, ncols, n, drowsmaller)) checkalloc(1, "dmatsort, work, 1");
 }
@@ -291,11 +292,11 @@ void dvecsort(const double *a, int32_t *p, int32_t n) {
   }
 }
 
-void uniq_include(RunState &rs, const double *a, const int32_t *p, std::vector<int32_t> &longrun,
+void uniq_include(const double *a, const int32_t *p, std::vector<int32_t> &longrun,
                   int ncols, int32_t n, int32_t &nuniq, std::vector<int32_t> &iuniq, bool flag) {
   (void)flag;  // no caller asks for the other branch
   const size_t nc = static_cast<size_t>(ncols);
-  numberruns(rs, p, longrun, n, nuniq, iuniq, [&](int32_t i, int32_t j) {
+  numberruns(p, longrun, n, nuniq, iuniq, [&](int32_t i, int32_t j) {
     if (j + 8 < n) __builtin_prefetch(a + nc * static_cast<size_t>(p[j + 8] - 1));
     const double *r1 = a + nc * static_cast<size_t>(p[i] - 1);
     const double *r2 = a + nc * static_cast<size_t>(p[j] - 1);
@@ -306,12 +307,12 @@ void uniq_include(RunState &rs, const double *a, const int32_t *p, std::vector<i
   });
 }
 
-void uniq_include_int(RunState &rs, const int32_t *a, const int32_t *p,
+void uniq_include_int(const int32_t *a, const int32_t *p,
                       std::vector<int32_t> &longrun, int ncols, int32_t n, int32_t &nuniq,
                       std::vector<int32_t> &iuniq, bool flag) {
   (void)flag;
   const size_t nc = static_cast<size_t>(ncols);
-  numberruns(rs, p, longrun, n, nuniq, iuniq, [&](int32_t i, int32_t j) {
+  numberruns(p, longrun, n, nuniq, iuniq, [&](int32_t i, int32_t j) {
     if (j + 8 < n) __builtin_prefetch(a + nc * static_cast<size_t>(p[j + 8] - 1));
     const int32_t *r1 = a + nc * static_cast<size_t>(p[i] - 1);
     const int32_t *r2 = a + nc * static_cast<size_t>(p[j] - 1);

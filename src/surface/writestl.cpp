@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// STL writer: two ASCII dialects (closing keywords spaced or joined) and two binary forms
-// that differ only in their header text and in the line printed when done. Binary files are
-// composed in one block and written in one operation; text is formatted into a buffer.
 #include "surface/writestl.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <string>
-#include <vector>
 
-#include "control/messages.h"
+#include "base/fatal.h"
+#include "base/memory.h"
 #include "base/textio.h"
 
 namespace wf {
@@ -28,128 +28,119 @@ struct FileCloser {
 };
 using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
-// Corner k (0..2) of triangle t (0-based): through stltri, or the raw column layout.
-// A column outside stlvrt reads as the origin rather than beyond the array.
-inline const double *corner(const RunState &rs, bool indexed, size_t t, int k) {
+// Corner k (0..2) of triangle t (0-based); a number outside the vertices reads as the origin.
+inline const double *corner(const SurfaceMesh &mesh, size_t t, int k) {
   static const double origin[3] = {0, 0, 0};
-  size_t col;
-  if (indexed) {
-    const size_t h = 3 * t + static_cast<size_t>(k);
-    if (h >= rs.stltri.size()) return origin;
-    int32_t v = rs.stltri[h];
-    if (v < 1) return origin;
-    col = static_cast<size_t>(v - 1);
-  } else {
-    col = 3 * t + static_cast<size_t>(k);
-  }
-  if (3 * col + 2 >= rs.stlvrt.size()) return origin;
-  return rs.stlvrt.data() + 3 * col;
+  const size_t h = 3 * t + static_cast<size_t>(k);
+  if (h >= mesh.tri.size()) return origin;
+  const int32_t v = mesh.tri[h];
+  if (v < 1 || 3 * static_cast<size_t>(v) > mesh.vrt.size()) return origin;
+  return mesh.vrt.data() + 3 * static_cast<size_t>(v - 1);
 }
 
-void writestlascii(RunState &rs, bool indexed, bool spaced) {
-  const std::string path = rtrim(rs.outstlpath);
+void writeascii(const SurfaceMesh &mesh, const std::vector<double> *normals,
+                const std::string &path, bool spaced) {
   errno = 0;
   FilePtr f(std::fopen(path.c_str(), "wb"));
   if (!f) checkopen(errno != 0 ? errno : IOSTAT_IOERR, path);
 
-  const size_t ntri = rs.ntri > 0 ? static_cast<size_t>(rs.ntri) : 0;
-  const bool havenormals = indexed && rs.nrgtri.size() >= 3 * ntri;
-  const std::string endloop = spaced ? "    end loop\n" : "    endloop\n";
-  const std::string endfacet = spaced ? "  end facet\n" : "  endfacet\n";
+  const size_t ntri = mesh.ntri > 0 ? static_cast<size_t>(mesh.ntri) : 0;
+  const bool havenormals = normals && normals->size() >= 3 * ntri;
+  const std::string_view endloop = spaced ? "    end loop\n" : "    endloop\n";
+  const std::string_view endfacet = spaced ? "  end facet\n" : "  endfacet\n";
 
   constexpr size_t chunk = 1 << 20;
   constexpr size_t pertri = 400;  // more than one triangle's lines take
   std::vector<char> buf(chunk + pertri);
   char *p = buf.data();
-  auto put = [&](const char *text, size_t len) {
-    std::memcpy(p, text, len);
-    p += len;
+  auto put = [&](std::string_view text) {
+    std::memcpy(p, text.data(), text.size());
+    p += text.size();
   };
   auto flush = [&]() {
     std::fwrite(buf.data(), 1, static_cast<size_t>(p - buf.data()), f.get());
     p = buf.data();
   };
-  put("solid vcg\n", 10);
+  put("solid vcg\n");
   for (size_t t = 0; t < ntri; ++t) {
-    put("  facet normal ", 15);
-    for (int k = 0; k < 3; ++k) p = scifield(p, havenormals ? rs.nrgtri[3 * t + k] : 0.0, 14, 6);
+    put("  facet normal ");
+    for (int k = 0; k < 3; ++k) p = scifield(p, havenormals ? (*normals)[3 * t + k] : 0.0, 14, 6);
     *p++ = '\n';
-    put("    outer loop\n", 15);
+    put("    outer loop\n");
     for (int c = 0; c < 3; ++c) {
-      const double *v = corner(rs, indexed, t, c);
-      put("      vertex ", 13);
+      const double *v = corner(mesh, t, c);
+      put("      vertex ");
       for (int k = 0; k < 3; ++k) p = scifield(p, v[k], 14, 6);
       *p++ = '\n';
     }
-    put(endloop.data(), endloop.size());
-    put(endfacet.data(), endfacet.size());
+    put(endloop);
+    put(endfacet);
     if (static_cast<size_t>(p - buf.data()) >= chunk) flush();
   }
-  put("endsolid vcg\n", 13);
+  put("endsolid vcg\n");
   flush();
 }
 
-// Forms b and c: header text padded with blanks to 80 bytes, the count, then per triangle a
-// zero normal, the nine corner coordinates in single precision and a zero attribute.
-void writestlbinaryform(RunState &rs, bool indexed, bool nonnative) {
-  const std::string path = rtrim(rs.outstlpath);
+// Removes an earlier regular file that may be opened for writing; anything else stays.
+void removeearlier(const std::string &path) {
+  const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+  if (fd < 0) return;
+  struct stat st {};
+  const bool regular = fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+  ::close(fd);
+  if (regular) ::unlink(path.c_str());
+}
+
+void writebinary(const SurfaceMesh &mesh, const std::string &path, bool nonnative) {
   std::string header = std::string(nonnative ? "Non-native binary STL file generated by "
                                              : "Binary STL file generated by ") + banner;
   header.resize(80, ' ');
 
-  // An earlier file of this name goes first; failing to find it is no error.
-  if (std::FILE *old = std::fopen(path.c_str(), "rb")) {
-    std::fclose(old);
-    std::remove(path.c_str());
-  }
+  removeearlier(path);
   errno = 0;
-  FilePtr f(std::fopen(path.c_str(), "wbx"));
-  if (!f) checkopen(errno != 0 ? errno : IOSTAT_IOERR, path);
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (fd < 0) checkopen(errno != 0 ? errno : IOSTAT_IOERR, path);
+  FilePtr f(fdopen(fd, "wb"));
+  if (!f) {
+    ::close(fd);
+    checkopen(IOSTAT_IOERR, path);
+  }
 
-  const int32_t count = rs.ntri > 0 ? rs.ntri : 0;
+  const int32_t count = mesh.ntri > 0 ? mesh.ntri : 0;
   const size_t ntri = static_cast<size_t>(count);
   std::vector<unsigned char> block;
   allocate(block, 84 + 50 * ntri, "writestl, block, 1");
   unsigned char *b = block.data();
   std::memcpy(b, header.data(), 80);
-  if (nonnative) {
-    // The bits of the count through a 4-byte field, written as raw bytes.
-    unsigned char field[4];
-    std::memcpy(field, &count, 4);
-    std::memcpy(b + 80, field, 4);
-  } else {
-    std::memcpy(b + 80, &count, 4);
-  }
+  // Both forms store the count in the machine's order; form c moves its bits through a 4-byte
+  // field as raw bytes, which lands the same bytes on disk.
+  std::memcpy(b + 80, &count, 4);
   unsigned char *rec = b + 84;
   for (size_t t = 0; t < ntri; ++t, rec += 50) {
     float x[9];
     for (int c = 0; c < 3; ++c) {
-      const double *v = corner(rs, indexed, t, c);
+      const double *v = corner(mesh, t, c);
       for (int k = 0; k < 3; ++k) x[3 * c + k] = static_cast<float>(v[k]);
     }
-    // normal and attribute bytes are already zero
-    std::memcpy(rec + 12, x, 36);
+    std::memcpy(rec + 12, x, 36);  // normal and attribute bytes are already zero
   }
   std::fwrite(block.data(), 1, block.size(), f.get());
-  release(block);
-  f.reset();
-  if (!nonnative) rs.rep.say("Finished writing binary STL file " + path);
 }
 
 }  // namespace
 
-void writestl(RunState &rs, char format, bool indexed) {
-  if (format == 'a') {
-    writestlascii(rs, indexed, true);
-  } else if (format == 'b') {
-    writestlbinaryform(rs, indexed, false);
-  } else if (format == 'c') {
-    writestlbinaryform(rs, indexed, true);
-  } else if (format == 'd') {
-    writestlascii(rs, indexed, false);
+void writestl(const SurfaceMesh &mesh, const std::vector<double> *normals,
+              const std::string &path, char form) {
+  if (form == 'a') {
+    writeascii(mesh, normals, path, true);
+  } else if (form == 'b') {
+    writebinary(mesh, path, false);
+  } else if (form == 'c') {
+    writebinary(mesh, path, true);
+  } else if (form == 'd') {
+    writeascii(mesh, normals, path, false);
   } else {
-    rs.rep.post(1, 319, {std::string(1, format)});
-    fatalsilent();
+    fatal(319, {std::string(1, form)});
   }
 }
 

@@ -24,8 +24,8 @@ void warpvertices(RunState &rs) {
   }
   const RunState &crs = rs;
   const int navg = rs.navgnodes > 0 ? rs.navgnodes : 1;
-  const int32_t nvrt = rs.nvrt;
-  double *vrt = rs.stlvrt.data();
+  const int32_t nvrt = rs.mesh.nvrt;
+  double *vrt = rs.mesh.vrt.data();
 #pragma omp parallel default(none) shared(crs, vrt) firstprivate(navg, nvrt)
   {
     _mm_setcsr(_mm_getcsr() | 0x8040);
@@ -41,7 +41,7 @@ void warpvertices(RunState &rs) {
 
 void beginwarp(RunState &rs) {
   // The refinement does not keep the triangle-to-edge table.
-  release(rs.triedge);
+  release(rs.edges.triedge);
 
   // Node-count check (simulation jobs only).
   if (rs.inpuflag) {
@@ -62,18 +62,18 @@ void beginwarp(RunState &rs) {
   rs.rep.say("Displacing original STL vertices ...");
 
   // STL scaling of the vertices and of the initial edge lengths.
-  const size_t nv = 3 * static_cast<size_t>(rs.nvrt);
-  if (rs.stlvrt.size() < nv) rs.stlvrt.resize(nv);
-  for (size_t k = 0; k < nv; ++k) rs.stlvrt[k] *= rs.stlscale;
-  const size_t ne = static_cast<size_t>(rs.nedge);
-  if (rs.edgelen.size() < ne) rs.edgelen.resize(ne);
-  for (size_t k = 0; k < ne; ++k) rs.edgelen[k] *= rs.stlscale;
+  const size_t nv = 3 * static_cast<size_t>(rs.mesh.nvrt);
+  if (rs.mesh.vrt.size() < nv) rs.mesh.vrt.resize(nv);
+  for (size_t k = 0; k < nv; ++k) rs.mesh.vrt[k] *= rs.stlscale;
+  const size_t ne = static_cast<size_t>(rs.edges.n);
+  if (rs.edges.len.size() < ne) rs.edges.len.resize(ne);
+  for (size_t k = 0; k < ne; ++k) rs.edges.len[k] *= rs.stlscale;
 
   // The scaled vertices before warping.
-  rs.prewarpvertices.assign(rs.stlvrt.begin(), rs.stlvrt.begin() + static_cast<std::ptrdiff_t>(nv));
+  rs.mesh.prewarp.assign(rs.mesh.vrt.begin(), rs.mesh.vrt.begin() + static_cast<std::ptrdiff_t>(nv));
 
   // The build plane stays in raw surface units.
-  rs.buildplane = rs.refgflag ? rs.refminz : rs.stlbbox.min[2];
+  rs.buildplane = rs.refgflag ? rs.refminz : rs.mesh.box.min[2];
 }
 
 void warpstl(RunState &rs) {

@@ -66,6 +66,9 @@ struct JobSpec {
   int status = 0;
 };
 
+// Test names print the job name only.
+void PrintTo(const JobSpec &spec, std::ostream *os) { *os << spec.name; }
+
 const std::string kInput = "*INPU\njob\n";
 
 std::vector<JobSpec> jobs() {

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// From STL soup to a checked mesh: an absolute tolerance taken from the surface itself, every
+// raw vertex snapped to a lattice of that pitch centred on the box (so vertices meant to
+// coincide become bit-identical), identical vertices merged by sorting, then the unique edges
+// and the two checks: every edge on exactly two triangles that run along it in opposite senses.
+// Neither check stops the run; they are reported and returned.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "base/reporter.h"
+#include "surface/surfacemesh.h"
+
+namespace wf {
+
+// Fixed settings of the tolerance: a fraction of the smallest edge, a fraction of the largest
+// box size, and which of the two to take alone (neither: the smaller).
+struct Tolerances {
+  double reltoledge = 0.1;
+  double reltolbox = 1.0e-6;
+  bool tolbyedge = false;
+  bool tolbybox = false;
+};
+
+// Smallest non-zero squared side of the soup, started at (2D)^2 with D the largest box size;
+// returns its square root.
+double minimumedge(const RawSurface &raw);
+
+struct SnapTolerance {
+  double tol = 0;        // the tolerance chosen from the two rules
+  double intbox = 0;     // 2^-63 times the largest box size (the 64-bit lattice limit)
+  double floor = 0;      // the finest usable pitch: max(2^-52, 2^-63 * each box size)
+  bool raised() const { return floor > tol; }
+  double pitch() const { return raised() ? floor : tol; }
+};
+SnapTolerance snaptolerance(const BBox &box, double minedgelen, const Tolerances &rules);
+
+// Every coordinate v becomes q * pitch + centre, q = round((v - centre) / pitch) through a
+// signed 64-bit integer (halves away from zero).
+void snapvertices(RawSurface &raw, double pitch);
+
+// Merges bit-identical vertices: mesh.vrt gets the unique vertices in ascending x, y, z, and
+// mesh.tri the 1-based number of each corner. triedgesq gets the squared sides of each
+// triangle (corners 2-1, 3-2, 1-3). The soup is released. Throws Fatal 32.
+void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &triedgesq);
+
+struct EdgeCounts {
+  int64_t open = 0;      // edges with one triangle
+  int64_t good = 0;      // edges with two
+  int64_t over = 0;      // edges with more
+  bool watertight() const { return open == 0 && over == 0; }
+};
+// The unique edges of the mesh, numbered in ascending order of (lower vertex, higher vertex),
+// with their tables filled in one pass (see EdgeTable). Throws Fatal 32.
+EdgeCounts buildedges(const SurfaceMesh &mesh, const std::vector<double> &triedgesq,
+                      EdgeTable &edges);
+// Edges whose two triangles both run along it, or both do not. Meaningful when every edge has
+// two triangles.
+int64_t countinverted(const SurfaceMesh &mesh, const EdgeTable &edges);
+
+struct SurfaceCheck {
+  int status = 0;         // 0 clean, -1 some edge has other than two triangles
+  bool watertight = true;
+  bool oriented = true;   // no inversely oriented edge (checked only when watertight)
+};
+
+// The preparation as a step of the run, with its console lines. `surfacename` is the name the
+// watertightness warnings give, `stlpath` the one the orientation warning gives. The soup is
+// consumed; mesh and edges are filled.
+SurfaceCheck preparesurface(Reporter &rep, RawSurface &raw, const Tolerances &rules,
+                            const std::string &surfacename, const std::string &stlpath,
+                            SurfaceMesh &mesh, EdgeTable &edges);
+
+}  // namespace wf
