@@ -1,36 +1,39 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // The control deck: readdeck checks the command line, moves the signal stream beside the deck,
-// parses the cards into RunState, echoes the settings and validates them as a whole; a bad deck
-// ends the run here after every fault has been reported.
+// parses the cards, echoes the settings and validates them as a whole; a bad deck ends the run
+// here, after every fault has been posted.
+//
+// Line rules: "#" in column 1 makes a comment line; a keyword counts by its first five
+// characters; a value is the first free-form token of its line (quote a path with blanks or
+// slashes); a list runs to the next line with "*" in column 1.
 #pragma once
 
 #include <string>
+#include <vector>
 
-#include "control/runstate.h"
+#include "base/list.h"
+#include "base/reporter.h"
 #include "base/textio.h"
+#include "control/settings.h"
 
 namespace wf {
 
-void setdefaults(RunState &rs);  // every default of the run, in one place
-void readdeck(RunState &rs);
-// Reads a file list into stlfiles (a list running to the end of the file keeps its last name
-// twice). Shared with the solver input file.
-void readstlf(RunState &rs, LineReader &in);
+// args: the command-line arguments after the program name. Throws Fatal: 175, 33, 34, 30, 31,
+// 97, 32, or (code 0) after the validation has posted its messages.
+void readdeck(Reporter &rep, const std::vector<std::string> &args, Settings &settings,
+              JobFiles &files);
+
+// A file list into list, from an empty list; a list running to the end of the file keeps its
+// last name twice. Shared with the solver input file.
+void readstlf(LineReader &in, List<std::string> &list);
 // Leaves the reader at the next line that is not a comment ("#" in column 1).
 void skipcomments(LineReader &in);
 // Takes one pair of enclosing double quotes off a text; trailing blanks are cut first.
 void stripquotes(std::string &text);
-// Growing lists: capacity grows by the factor 1.2 in single precision, rounded up, from 10.
-// A failed growth without a status argument goes to checkalloc with "push, tmp, 1".
-void pushint(RunState &rs, List<int32_t> &list, int32_t value, int *status = nullptr);
-void pushname(RunState &rs, List<std::string> &list, const std::string &value, int *status = nullptr);
-void pushreal(RunState &rs, List<float> &list, float value, int *status = nullptr);
-// A list starts empty with room for ten entries.
+// Appends to a list; a list that cannot grow ends the run with message 32, "push, tmp, 1".
 template <class T>
-void startlist(List<T> &list) {
-  list.v.clear();
-  list.v.resize(10);
-  list.n = 0;
+void pushvalue(List<T> &list, const T &value) {
+  if (list.push(value) != 0) checkalloc(1, "push, tmp, 1");
 }
 
 }  // namespace wf

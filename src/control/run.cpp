@@ -9,7 +9,7 @@
 
 #include "control/deck.h"
 #include "control/messages.h"
-#include "control/settings.h"
+#include "control/catalogue.h"
 #include "control/solverinput.h"
 #include "outputs/convert3mf.h"
 #include "outputs/package3mf.h"
@@ -46,6 +46,15 @@ void changefolder(const std::string &folder) {
 
 }  // namespace
 
+std::string selectedsurface(const JobFiles &files, int32_t id) {
+  int found = 0;
+  for (int j = 1; j <= files.stlfiles.n; ++j) {
+    if (surfaceselected(files, j) && ++found == id)
+      return rtrim(files.stlfiles[static_cast<size_t>(j - 1)]);
+  }
+  return {};
+}
+
 void splitpath(const std::string &path, std::string &drive, std::string &folder, std::string &name,
                std::string &ext) {
   drive.clear();
@@ -64,92 +73,72 @@ void splitpath(const std::string &path, std::string &drive, std::string &folder,
 }
 
 void initrun(RunState &rs) {
-  loadsettings(rs);
+  loadsettings(rs.rep);
   rs.rep.opensignal();
-  readdeck(rs);
-  rs.snaptolsq = rs.snaptol * rs.snaptol;
-  rs.refinetolsq = rs.refinetol * rs.refinetol;
-  readsolverinput(rs);
-  if (rs.inpuflag) rs.casestem = rs.inputfile;
-  if (!rs.caseflag) rs.casefile = rtrim(rs.casestem) + ".case";
-  rs.inputfolder = ".";
-  if (rs.inpuflag) {
+  readdeck(rs.rep, rs.args, rs.settings, rs.files);
+  const Settings &st = rs.settings;
+  JobFiles &jf = rs.files;
+  readsolverinput(rs.rep, st, jf);
+  if (st.inpuflag) jf.casestem = jf.inputfile;
+  if (!st.caseflag) jf.casefile = rtrim(jf.casestem) + ".case";
+  jf.inputfolder = ".";
+  if (st.inpuflag) {
     // Both folders are fixed against the folder the run started in, so that the change to the
     // case folder does not move the meaning of a relative input folder.
     std::error_code ec;
-    fs::path start = fs::current_path(ec);
+    const fs::path start = fs::current_path(ec);
     std::string drive, folder, name, ext;
-    splitpath(rtrim(rs.inputfile), drive, folder, name, ext);
-    rs.inputfolder = (start / (drive + folder)).lexically_normal().string();
-    splitpath(rtrim(rs.casefile), drive, folder, name, ext);
-    rs.casestem = name;
-    rs.casefile = name + ext;
-    rs.casefolder = drive + folder;
-    changefolder(rs.casefolder);
-    readcase(rs, rs.casefile);
-    selectincrement(rs);
+    splitpath(rtrim(jf.inputfile), drive, folder, name, ext);
+    jf.inputfolder = (start / (drive + folder)).lexically_normal().string();
+    splitpath(rtrim(jf.casefile), drive, folder, name, ext);
+    jf.casestem = name;
+    jf.casefile = name + ext;
+    jf.casefolder = drive + folder;
+    changefolder(jf.casefolder);
+    rs.caseinfo = readcase(rs.rep, jf.casefile);
+    selectincrement(rs.caseinfo, st.incoffset, jf);
   }
-  selectsurfaces(rs);
-  if (rs.inpuflag) {
-    rs.dispfile = rtrim(findresultfile(rs, "results/" + rtrim(rs.casestem) + "00_",
-                                       rs.resultfilenumber, ".dis.ens"));
-  }
-  rs.halfexponent = 0.5 * rs.avgexponent;
-}
-
-void marknodes(RunState &rs) {
-  rs.nodeactive.assign(static_cast<size_t>(rs.nnodes), 0);
-  size_t nconn = static_cast<size_t>(rs.nelems) * 8;
-  for (size_t k = 0; k < nconn && k < rs.elemconn.size(); ++k) {
-    int32_t n = rs.elemconn[k];
-    if (n >= 1 && n <= rs.nnodes) rs.nodeactive[static_cast<size_t>(n - 1)] = 255;
+  selectsurfaces(rs.rep, st, rs.caseinfo.ninc, jf);
+  if (st.inpuflag) {
+    jf.dispfile = rtrim(findresultfile("results/" + rtrim(jf.casestem) + "00_",
+                                       jf.resultfilenumber, ".dis.ens"));
   }
 }
 
 void loadsimulation(RunState &rs) {
-  readgeo(rs, ".geo");
-  marknodes(rs);
+  readgeo(rs.rep, rs.caseinfo, rs.files.casestem, rs.files.meshfilenumber, ".geo", rs.sim);
+  marknodes(rs.sim);
   initgrid(rs);
-  readvariable(rs, 3);
+  readvariable(rs.rep, rs.files.dispfile, rs.sim);
 }
 
 void surfacenames(RunState &rs, int i) {
-  rs.progressbase = static_cast<int32_t>(std::lround(99.0 * (i - 1) / rs.nsurfaces));
-  rs.progressshare = 1.0 / rs.nsurfaces;
-  rs.curstlid = rs.stlids[static_cast<size_t>(i - 1)];
-  if (rs.outpflag)
-    rs.outstlpath = rtrim(rs.outfiles[static_cast<size_t>(i - 1)]);
-  else
-    rs.outstlpath = rtrim(rs.inputfile) + "_" + std::to_string(i) + "_warp.stl";
+  rs.progressbase = static_cast<int32_t>(std::lround(99.0 * (i - 1) / rs.files.nsurfaces));
+  rs.progressshare = 1.0 / rs.files.nsurfaces;
+  rs.curstlid = rs.files.stlids[static_cast<size_t>(i - 1)];
+  if (rs.settings.outpflag) {
+    // A list shorter than the surfaces leaves a surface without a name of its own.
+    if (i > rs.settings.outfiles.n) {
+      const std::string surface = selectedsurface(rs.files, rs.curstlid);
+      fatal(196, {surface.empty() ? std::to_string(rs.curstlid) : surface});
+    }
+    rs.outstlpath = rtrim(rs.settings.outfiles[static_cast<size_t>(i - 1)]);
+  } else
+    rs.outstlpath = rtrim(rs.files.inputfile) + "_" + std::to_string(i) + "_warp.stl";
   std::string copy = rs.outstlpath;
   if (fileexists(copy)) copy = stripext(copy);
   rs.wrtupath = rtrim(copy) + "_wrtu.txt";
   std::string out = rtrim(rs.outstlpath);
-  for (int j = 0; j < rs.stlfiles.n; ++j) {
-    if (rtrim(rs.stlfiles[static_cast<size_t>(j)]) == out) {
-      rs.rep.post(1, 193, {out});
-      fatalsilent();
+  for (int j = 0; j < rs.files.stlfiles.n; ++j) {
+    if (rtrim(rs.files.stlfiles[static_cast<size_t>(j)]) == out) {
+      fatal(193, {out});
     }
   }
-  int found = 0;
-  bool have = false;
-  for (int j = 1; j <= rs.stlfiles.n; ++j) {
-    if (surfaceselected(rs, j)) {
-      ++found;
-      if (found == rs.curstlid) {
-        rs.stlpath = rtrim(rs.stlfiles[static_cast<size_t>(j - 1)]);
-        have = true;
-        break;
-      }
-    }
-  }
-  if (!have) {
-    // The list no longer holds the surface of this ID.
-    rs.rep.post(1, 197, {std::to_string(rs.curstlid)});
-    fatalsilent();
-  }
+  rs.stlpath = selectedsurface(rs.files, rs.curstlid);
+  // The list no longer holds the surface of this ID.
+  if (rs.stlpath.empty()) fatal(197, {std::to_string(rs.curstlid)});
   rs.rep.say("STL file = " + rs.stlpath);
-  changefolder(rs.inputfolder);
+  changefolder(rs.files.inputfolder);
 }
 
 void freesurface(RunState &rs) {
@@ -172,33 +161,33 @@ void finishsurface(RunState &rs) {
 int runwarpforge(RunState &rs) {
   setfpmode();
   initrun(rs);
-  if (!rs.scngflag) loadsimulation(rs);
+  if (!rs.settings.scngflag) loadsimulation(rs);
   procref(rs);
   procscn(rs);
-  const int n = rs.nsurfaces;
+  const int n = rs.files.nsurfaces;
   for (int i = 1; i <= n; ++i) {
     surfacenames(rs, i);
     rs.raw = readstl(rs.rep, rs.stlpath, rs.stlbyteorder, false);
     // The watertightness warnings name the surface by its ID in the job's list.
     const std::string surfacename =
-        rs.curstlid >= 1 && rs.curstlid <= rs.stlfiles.n
-            ? rtrim(rs.stlfiles[static_cast<size_t>(rs.curstlid - 1)])
+        rs.curstlid >= 1 && rs.curstlid <= rs.files.stlfiles.n
+            ? rtrim(rs.files.stlfiles[static_cast<size_t>(rs.curstlid - 1)])
             : rtrim(rs.stlpath);
-    const Tolerances rules{rs.reltoledge, rs.reltolbox, rs.tolbyedge, rs.tolbybox};
+    const Tolerances rules{rs.settings.tolerances.reltoledge, rs.settings.tolerances.reltolbox, rs.settings.tolerances.tolbyedge, rs.settings.tolerances.tolbybox};
     rs.check = preparesurface(rs.rep, rs.raw, rules, surfacename, rs.stlpath, rs.mesh, rs.edges);
     warpstl(rs);
     rs.rep.say("Calculating surface normals");
     facetnormals(rs.mesh.vrt.data(), static_cast<size_t>(rs.mesh.nvrt), rs.mesh.tri.data(),
                  rs.mesh.ntri, rs.nrgtri);
     const std::string out = rtrim(rs.outstlpath);
-    writestl(rs.mesh, &rs.nrgtri, out, rs.stlformat);
-    if (rs.stlformat == 'b') rs.rep.say("Finished writing binary STL file " + out);
+    writestl(rs.mesh, &rs.nrgtri, out, rs.settings.stlformat);
+    if (rs.settings.stlformat == 'b') rs.rep.say("Finished writing binary STL file " + out);
     writetextreport(rs);
     writevtkstep(rs);
     write3mfstep(rs);
     freesurface(rs);
-    if (rs.tsrdflag) {
-      const RecheckSettings settings{rules, rs.repairtol, rs.tsreflag};
+    if (rs.settings.tsrdflag) {
+      const RecheckSettings settings{rules, rs.settings.repairtol, rs.settings.tsreflag};
       rs.outstlpath = recheckstep(rs.rep, rs.outstlpath, settings, rs.stlpath, rs.stlbyteorder);
     }
     convert3mfstep(rs);

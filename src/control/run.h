@@ -10,8 +10,9 @@ namespace wf {
 int runwarpforge(RunState &rs);
 void initrun(RunState &rs);
 void loadsimulation(RunState &rs);  // readgeo, nodeactive, initgrid, readvariable
-void marknodes(RunState &rs);       // nodeactive: 255 for every node an element refers to
 void surfacenames(RunState &rs, int i);
+// The file of the id-th selected surface (1-based), trimmed; empty when there is none.
+std::string selectedsurface(const JobFiles &files, int32_t id);
 void freesurface(RunState &rs);     // releases the arrays of a pass
 void finishsurface(RunState &rs);
 // Splits a path into drive (always empty here), folder (with its trailing "/"), name and

@@ -12,7 +12,11 @@
 #include <utility>
 #include <vector>
 
+#include "base/list.h"
 #include "base/reporter.h"
+#include "control/settings.h"
+#include "simresults/readcase.h"
+#include "simresults/simulation.h"
 #include "surface/preparesurface.h"
 #include "surface/surfacemesh.h"
 
@@ -32,101 +36,20 @@ struct TriData {
   double bbox[6] = {0, 0, 0, 0, 0, 0};  // min x,y,z, max x,y,z
 };
 
-// A growable list with the capacity kept beside it (see pushint/pushname/pushreal).
-template <class T>
-struct List {
-  std::vector<T> v;  // v.size() is the capacity
-  int32_t n = 0;     // count in use
-  T &operator[](size_t i) { return v[i]; }
-  const T &operator[](size_t i) const { return v[i]; }
-  void clear() { v.clear(); n = 0; }
-};
 
 struct RunState {
-  // ---- settings of the control deck (defaults set by readdeck through setdefaults) ----
-  double warpscale = -1.0;
-  double unitscale = 1.0;
-  int32_t navgnodes = 10;
-  double avgexponent = 1.0;
-  double snaptol = 1.0e-5;
-  int32_t maxrefine = 10;
-  double minedge = 0.5;
-  double maxedge = 3.0;
-  double refinetol = 0.001;
-  char stlformat = 'b';
-  int32_t incoffset = -2;
-  double ztol = 1.0e-5;
-  double repairtol = 0.01;
-  // fixed settings
-  double reltoledge = 0.1;
-  double reltolbox = 1.0e-6;
-  bool tolbyedge = false;
-  bool tolbybox = false;
-
-  // ---- flags ----
-  bool inpuflag = false, caseflag = false, tsrdflag = false, tsreflag = false;
-  bool ovtkflag = false, o3dmflag = true, o3mfflag = false, refgflag = false;
-  bool scngflag = false, outpflag = false, istlflag = false, astlflag = false;
-  bool sstlflag = false, fixzflag = false, norelflag = false, wrtuflag = false;
-  bool ssssflag = false;
-
-  // ---- derived in initrun ----
-  double snaptolsq = 0, refinetolsq = 0, halfexponent = 0;
-
-  // ---- lists ----
-  List<std::string> stlfiles;   // nstlfiles = stlfiles.n
-  List<int32_t> stltype;
-  List<float> stlfraction;
-  List<int32_t> stlids;         // nstlids = stlids.n
-  List<std::string> outfiles;
-  List<std::string> reffiles;
-  List<std::string> scnfiles;
-
-  // ---- paths (held trimmed unless stated) ----
-  std::string deckpath;     // the deck as given on the command line, trimmed
-  std::string deckstem;
-  std::string inputfile;
-  std::string casefile;
-  std::string casestem;
-  std::string inputfolder = ".";
-  std::string casefolder;
-  std::string dispfile;
-  std::string stlpath;
-  std::string outstlpath;   // after recheckstep: blank-padded to 8192 characters
-  std::string wrtupath;
+  Settings settings;
+  JobFiles files;
+  CaseInfo caseinfo;
+  Simulation sim;
 
   // ---- per surface ----
+  std::string stlpath;      // the current surface file
+  std::string outstlpath;   // after recheckstep: blank-padded to 8192 characters
+  std::string wrtupath;
   int32_t curstlid = 1;
   int32_t progressbase = 0;
   double progressshare = 1.0;
-  int32_t nsurfaces = 0;
-
-  // ---- solver input file ----
-  double stlscale = 1.0;
-  int32_t ofnsdigits = 5;
-  int32_t resultfilenumber = 0, meshfilenumber = 0;
-
-  // ---- case file ----
-  int32_t ninc = 0, nmesh = 0;
-  std::vector<int32_t> resultnums, meshnums;
-  std::vector<double> resulttimes, meshtimes;
-  bool cloudlayout = false;
-  std::string cloudprefix = ".";
-  std::string cloudstem;
-  std::FILE *caseunit = nullptr;  // left open to the end of the run
-
-  // ---- simulation mesh ----
-  int32_t nnodes = 0;
-  std::vector<double> nodexyz;     // 3 x nnodes
-  std::vector<int32_t> nodeid;     // nnodes
-  std::vector<int32_t> nodeindex;  // last nodeid
-  int32_t nelems = 0;
-  std::vector<int32_t> elemconn;   // 8 x nelems
-  std::vector<int32_t> elemid;
-  std::vector<int32_t> elemindex;
-  bool resultsbinary = false;
-  std::vector<uint8_t> nodeactive;  // 255 for a node that an element uses
-  std::vector<double> nodedisp;     // 3 x nnodes
 
   // ---- node grid ----
   double gridorigin[3] = {0, 0, 0};

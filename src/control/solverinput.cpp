@@ -8,9 +8,10 @@
 #include <string>
 #include <type_traits>
 
-#include "control/deck.h"
-#include "control/messages.h"
+#include "base/fatal.h"
+#include "base/text.h"
 #include "base/textio.h"
+#include "control/deck.h"
 
 namespace wf {
 
@@ -20,7 +21,7 @@ namespace {
 // The value line of *OFNS or *STLS: the first free-form token of the next line that is no
 // comment. A missing line or a line without a number is a read error of the file.
 template <class T>
-void readcardvalue(RunState &rs, LineReader &in, const std::string &path, T &value) {
+void readcardvalue(LineReader &in, const std::string &path, T &value) {
   std::string line;
   skipcomments(in);
   checkread(in.readline(line), path);
@@ -53,168 +54,148 @@ bool readstlmrow(LineReader &in, int32_t &type, float &fraction) {
   return true;
 }
 
-int countselected(const RunState &rs) {
+int countselected(const JobFiles &files) {
   int c = 0;
-  for (int j = 1; j <= rs.stlfiles.n; ++j)
-    if (surfaceselected(rs, j)) ++c;
+  for (int j = 1; j <= files.stlfiles.n; ++j)
+    if (surfaceselected(files, j)) ++c;
   return c;
 }
 
-int32_t surftype(const RunState &rs, int j) {
-  return j <= rs.stltype.n ? rs.stltype[static_cast<size_t>(j - 1)] : 1;
+int32_t surftype(const JobFiles &files, int j) {
+  return j <= files.stltype.n ? files.stltype[static_cast<size_t>(j - 1)] : 1;
 }
 
-std::string nameof(const RunState &rs, int j) { return rtrim(rs.stlfiles[static_cast<size_t>(j - 1)]); }
+std::string nameof(const JobFiles &files, int j) {
+  return rtrim(files.stlfiles[static_cast<size_t>(j - 1)]);
+}
 
 }  // namespace
 
-bool surfaceselected(const RunState &rs, int j) {
-  if (j < 1 || j > rs.stlfiles.n) return false;
+bool surfaceselected(const JobFiles &files, int j) {
+  if (j < 1 || j > files.stlfiles.n) return false;
   // A surface without a *STLM row counts as a job without *STLM: processed by default.
-  if (surftype(rs, j) == 1) return true;
-  if (!rs.sstlflag) return false;
-  const float fraction = j <= rs.stlfraction.n ? rs.stlfraction[static_cast<size_t>(j - 1)] : 1.0f;
+  if (surftype(files, j) == 1) return true;
+  if (!files.selectbyfraction) return false;
+  const float fraction =
+      j <= files.stlfraction.n ? files.stlfraction[static_cast<size_t>(j - 1)] : 1.0f;
   return fraction > 0.999f;
 }
 
-void readsolverinput(RunState &rs) {
-  rs.ofnsdigits = 5;
-  rs.stlscale = 1.0;
-  rs.ssssflag = false;
-  if (!rs.inpuflag) return;
+void readsolverinput(Reporter &rep, const Settings &settings, JobFiles &files) {
+  files.ofnsdigits = 5;
+  files.stlscale = 1.0;
+  files.ssssflag = false;
+  if (!settings.inpuflag) return;
 
-  const std::string path = rtrim(rs.inputfile) + ".in";
+  const std::string path = rtrim(files.inputfile) + ".in";
   checkexists(path);
   LineReader in;
   checkopen(in.open(path), path);
-  rs.rep.say("Reading input file " + path);
+  rep.say("Reading input file " + path);
 
   bool stlmseen = false;
   std::string line;
   while (in.readline(line) == 0) {
     const std::string key = line.substr(0, 5);
     if (key == "*OFNS") {
-      readcardvalue(rs, in, path, rs.ofnsdigits);
+      readcardvalue(in, path, files.ofnsdigits);
     } else if (key == "*STLS") {
-      readcardvalue(rs, in, path, rs.stlscale);
+      readcardvalue(in, path, files.stlscale);
     } else if (key == "*STLF") {
-      readstlf(rs, in);
+      readstlf(in, files.stlfiles);
     } else if (key == "*STLM") {
       stlmseen = true;
-      startlist(rs.stltype);
-      startlist(rs.stlfraction);
+      files.stltype.start();
+      files.stlfraction.start();
       for (;;) {
         skipcomments(in);
         int32_t type = 0;
         float fraction = 0;
         if (!readstlmrow(in, type, fraction)) break;
-        pushint(rs, rs.stltype, type);
-        pushreal(rs, rs.stlfraction, fraction);
+        pushvalue(files.stltype, type);
+        pushvalue(files.stlfraction, fraction);
       }
       in.stepback();
     } else if (key == "*SSSS") {
-      rs.ssssflag = true;
+      files.ssssflag = true;
     }
   }
   in.close();
 
-  if (rs.ofnsdigits > 9) {
-    rs.rep.post(1, 190);
-    fatalsilent();
-  }
+  if (files.ofnsdigits > 9) fatal(190);
   if (!stlmseen) {
-    const size_t n = rs.stlfiles.n > 0 ? static_cast<size_t>(rs.stlfiles.n) : 0;
-    rs.stltype.v.assign(n, 1);
-    rs.stltype.n = static_cast<int32_t>(n);
-    rs.stlfraction.v.assign(n, 1.0f);
-    rs.stlfraction.n = static_cast<int32_t>(n);
+    const size_t n = files.stlfiles.n > 0 ? static_cast<size_t>(files.stlfiles.n) : 0;
+    files.stltype.v.assign(n, 1);
+    files.stltype.n = static_cast<int32_t>(n);
+    files.stlfraction.v.assign(n, 1.0f);
+    files.stlfraction.n = static_cast<int32_t>(n);
   }
-  rs.rep.say("STL scaling factor = " + numtext(rs.stlscale));
-  rs.rep.blank();
+  rep.say("STL scaling factor = " + numtext(files.stlscale));
+  rep.blank();
 }
 
-void selectincrement(RunState &rs) {
-  const int32_t ninc = rs.ninc;
-  const long long off = rs.incoffset;
+void selectincrement(const CaseInfo &info, int32_t incoffset, JobFiles &files) {
+  const int32_t ninc = info.ninc;
+  const long long off = incoffset;
   const long long mag = off < 0 ? -off : off;
-  if (mag < 1 || mag > ninc) {
-    rs.rep.post(1, 194, {"1", inttext(ninc)});
-    fatalsilent();
-  }
+  if (mag < 1 || mag > ninc) fatal(194, {"1", inttext(ninc)});
   const long long idx = off > 0 ? off : ninc + 1 + off;
-  if (idx < 1 || static_cast<size_t>(idx) > rs.resulttimes.size() ||
-      static_cast<size_t>(idx) > rs.resultnums.size()) {
-    rs.rep.post(1, 194, {"1", inttext(ninc)});
-    fatalsilent();
-  }
-  const double t = rs.resulttimes[static_cast<size_t>(idx - 1)];
+  if (idx < 1 || static_cast<size_t>(idx) > info.resulttimes.size() ||
+      static_cast<size_t>(idx) > info.resultnums.size())
+    fatal(194, {"1", inttext(ninc)});
+  const double t = info.resulttimes[static_cast<size_t>(idx - 1)];
   // The latest mesh not later than t; of equal times the first, since only a larger one replaces.
   long long best = 0;
   const long long nmesh = std::min<long long>(
-      rs.nmesh, static_cast<long long>(std::min(rs.meshtimes.size(), rs.meshnums.size())));
+      info.nmesh, static_cast<long long>(std::min(info.meshtimes.size(), info.meshnums.size())));
   for (long long m = 1; m <= nmesh; ++m) {
-    const double tm = rs.meshtimes[static_cast<size_t>(m - 1)];
-    if (tm <= t && (best == 0 || tm > rs.meshtimes[static_cast<size_t>(best - 1)])) best = m;
+    const double tm = info.meshtimes[static_cast<size_t>(m - 1)];
+    if (tm <= t && (best == 0 || tm > info.meshtimes[static_cast<size_t>(best - 1)])) best = m;
   }
-  if (best == 0) {
-    // No mesh existed yet at the time of the chosen increment.
-    rs.rep.post(1, 195, {numtext(t)});
-    fatalsilent();
-  }
-  rs.resultfilenumber = rs.resultnums[static_cast<size_t>(idx - 1)];
-  rs.meshfilenumber = rs.meshnums[static_cast<size_t>(best - 1)];
+  // No mesh existed yet at the time of the chosen increment.
+  if (best == 0) fatal(195, {numtext(t)});
+  files.resultfilenumber = info.resultnums[static_cast<size_t>(idx - 1)];
+  files.meshfilenumber = info.meshnums[static_cast<size_t>(best - 1)];
 }
 
-void selectsurfaces(RunState &rs) {
-  const bool lastinc = rs.incoffset == -1 || rs.incoffset == rs.ninc;
-  const int nfiles = rs.stlfiles.n;
-  if (nfiles < 1) {
-    rs.rep.post(1, 191);
-    fatalsilent();
-  }
-  int c = countselected(rs);
-  if (rs.sstlflag && rs.ssssflag) {
-    rs.rep.post(1, 371);
-    fatalsilent();
-  }
-  if (rs.astlflag && rs.sstlflag) {
+void selectsurfaces(Reporter &rep, const Settings &settings, int32_t ninc, JobFiles &files) {
+  const bool lastinc = settings.incoffset == -1 || settings.incoffset == ninc;
+  const int nfiles = files.stlfiles.n;
+  if (nfiles < 1) fatal(191);
+  int c = countselected(files);
+  if (files.selectbyfraction && files.ssssflag) fatal(371);
+  if (settings.astlflag && files.selectbyfraction) {
     if (c < nfiles) {
       for (int j = 1; j <= nfiles; ++j)
-        if (!surfaceselected(rs, j)) rs.rep.post(2, 1036, {nameof(rs, j)});
+        if (!surfaceselected(files, j)) rep.post(2, 1036, {nameof(files, j)});
     }
     if (lastinc) {
       for (int j = 1; j <= nfiles; ++j)
-        if (surfaceselected(rs, j) && surftype(rs, j) != 1) rs.rep.post(2, 1037, {nameof(rs, j)});
-      rs.sstlflag = false;
-      c = countselected(rs);
+        if (surfaceselected(files, j) && surftype(files, j) != 1)
+          rep.post(2, 1037, {nameof(files, j)});
+      files.selectbyfraction = false;
+      c = countselected(files);
     }
   }
-  if (!rs.istlflag) {
-    const int n = rs.astlflag ? c : 1;
-    rs.nsurfaces = n;
-    rs.stlids.v.resize(static_cast<size_t>(n > 0 ? n : 0));
-    rs.stlids.n = n > 0 ? n : 0;
-    for (int i = 0; i < rs.stlids.n; ++i) rs.stlids[static_cast<size_t>(i)] = i + 1;
+  if (!settings.istlflag) {
+    const int n = settings.astlflag ? c : 1;
+    files.nsurfaces = n;
+    files.stlids.v.resize(static_cast<size_t>(n > 0 ? n : 0));
+    files.stlids.n = n > 0 ? n : 0;
+    for (int i = 0; i < files.stlids.n; ++i) files.stlids[static_cast<size_t>(i)] = i + 1;
     return;
   }
-  for (int i = 0; i < rs.stlids.n; ++i) {
-    if (rs.stlids[static_cast<size_t>(i)] > c) {
-      rs.rep.post(1, 192, {inttext(c)});
-      fatalsilent();
-    }
-  }
-  rs.nsurfaces = rs.stlids.n;
-  if (rs.sstlflag && lastinc) {
-    for (int i = 0; i < rs.stlids.n; ++i) {
-      const int32_t id = rs.stlids[static_cast<size_t>(i)];
+  for (int i = 0; i < files.stlids.n; ++i)
+    if (files.stlids[static_cast<size_t>(i)] > c) fatal(192, {inttext(c)});
+  files.nsurfaces = files.stlids.n;
+  if (files.selectbyfraction && lastinc) {
+    for (int i = 0; i < files.stlids.n; ++i) {
+      const int32_t id = files.stlids[static_cast<size_t>(i)];
       int found = 0;
       for (int j = 1; j <= nfiles; ++j) {
-        if (!surfaceselected(rs, j)) continue;
+        if (!surfaceselected(files, j)) continue;
         if (++found == id) {
-          if (surftype(rs, j) != 1) {
-            rs.rep.post(1, 370, {nameof(rs, j)});
-            fatalsilent();
-          }
+          if (surftype(files, j) != 1) fatal(370, {nameof(files, j)});
           break;
         }
       }

@@ -41,7 +41,7 @@ uint64_t tickcount() {
 }  // namespace
 
 void convert3mfstep(RunState &rs) {
-  if (!rs.o3mfflag) return;
+  if (!rs.settings.o3mfflag) return;
   // The path is passed as it stands, blanks and all.
   const std::string &input = rs.outstlpath;
   const size_t p = lastdot(input);

@@ -187,7 +187,7 @@ std::string_view modelstarttag() { return starttag; }
 std::string_view relationshipsstarttag() { return relstart; }
 
 void write3mfstep(RunState &rs) {
-  if (!rs.o3dmflag) return;
+  if (!rs.settings.o3dmflag) return;
   PathKeeper keep(rs);
   const std::string path = rtrim(keep.copy);
   const size_t p = lastdot(path);

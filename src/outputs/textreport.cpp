@@ -11,7 +11,7 @@
 namespace wf {
 
 void writetextreport(RunState &rs) {
-  if (!rs.wrtuflag) return;
+  if (!rs.settings.wrtuflag) return;
   const std::string path = rtrim(rs.wrtupath);
   errno = 0;
   std::FILE *f = std::fopen(path.c_str(), "wb");

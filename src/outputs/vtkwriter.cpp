@@ -40,7 +40,7 @@ void vtkline(BlockWriter &out, std::string_view text) {
 }  // namespace
 
 void writevtkstep(RunState &rs) {
-  if (!rs.ovtkflag) return;
+  if (!rs.settings.ovtkflag) return;
   PathKeeper keep(rs);
   const size_t p = lastdot(keep.copy);
   rs.outstlpath = keep.copy.substr(0, p) + "vtk";

@@ -40,14 +40,14 @@ void buildset(RunState &rs, TriData &set, const List<std::string> &files, const 
 }  // namespace
 
 void procref(RunState &rs) {
-  if (!rs.refgflag) return;
-  buildset(rs, rs.ref, rs.reffiles, "Processing reference geometry");
+  if (!rs.settings.refgflag) return;
+  buildset(rs, rs.ref, rs.settings.reffiles, "Processing reference geometry");
   rs.refminz = rs.ref.bbox[2];
 }
 
 void procscn(RunState &rs) {
-  if (!rs.scngflag) return;
-  buildset(rs, rs.scn, rs.scnfiles, "Processing scanned geometry");
+  if (!rs.settings.scngflag) return;
+  buildset(rs, rs.scn, rs.settings.scnfiles, "Processing scanned geometry");
 }
 
 }  // namespace wf

@@ -10,7 +10,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "control/messages.h"
+#include "base/fatal.h"
+#include "base/memory.h"
+#include "base/text.h"
 #include "base/textio.h"
 
 namespace wf {
@@ -22,7 +24,7 @@ bool startswith(const std::string &line, std::string_view word) {
 }
 
 struct CaseReader {
-  RunState &rs;
+  Reporter &rep;
   LineReader in;
   std::string name;
   std::string line;  // the line in hand
@@ -54,22 +56,22 @@ struct CaseReader {
     count = intbehind(line, 16);
     // Each time stands on a line of its own: a count beyond the size of the file is no count.
     if (count < 0 || count > filesize) checkread(IOSTAT_IOERR, name);
-    rs.rep.say(std::string(countlabel) + rs.rep.integer(count));
+    rep.say(std::string(countlabel) + rep.integer(count));
     search("filename start number:", "filename numbers:");
     const size_t n = static_cast<size_t>(count);
     allocate(nums, n, numslabel);
     if (startswith(line, "filename start number:")) {
-      rs.rep.say(std::string("Implicit ") + kind + " indexing");
+      rep.say(std::string("Implicit ") + kind + " indexing");
       const int32_t start = intbehind(line, 22);
-      rs.rep.say("Start number = " + rs.rep.integer(start));
+      rep.say("Start number = " + rep.integer(start));
       checkread(in.readline(line), name);
       const int32_t step = intbehind(line, 19);  // the words in front are not looked at
-      rs.rep.say("Increment = " + rs.rep.integer(step));
+      rep.say("Increment = " + rep.integer(step));
       uint32_t v = static_cast<uint32_t>(start);
       for (size_t i = 0; i < n; ++i, v += static_cast<uint32_t>(step))
         nums[i] = static_cast<int32_t>(v);
     } else {
-      rs.rep.say(std::string("Explicit ") + kind + " indexing");
+      rep.say(std::string("Explicit ") + kind + " indexing");
       // The numbers follow on the next lines; any on the keyword line itself are not taken.
       std::string numline;
       size_t k = 0;
@@ -99,14 +101,13 @@ std::string prefixbefore(const std::string &text, const std::string &word) {
   return text.substr(0, at);
 }
 
-void readcase(RunState &rs, const std::string &path) {
-  rs.cloudprefix = ".";
-  rs.cloudlayout = false;
+CaseInfo readcase(Reporter &rep, const std::string &path) {
+  CaseInfo info;
   std::string name = path;
   if (!fileexists(path)) {
-    rs.rep.say("Could not find case file \"" + path + "\".");
-    rs.rep.say("Checking for *.awskel file for cloud solves...");
-    rs.rep.blank();
+    rep.say("Could not find case file \"" + path + "\".");
+    rep.say("Checking for *.awskel file for cloud solves...");
+    rep.blank();
     const std::string suffix = path.find("_c.case") != std::string::npos ? "_c.case" : ".case";
     const std::string descriptor = prefixbefore(path, "_mechanical") + ".awskel";
     if (fileexists(descriptor)) {
@@ -117,28 +118,29 @@ void readcase(RunState &rs, const std::string &path) {
         auto it = tree.find("outputDir");
         if (it != tree.end() && it->is_string()) outputdir = it->get<std::string>();
       }
-      rs.cloudlayout = true;
-      rs.cloudprefix = outputdir + "/sim/";
-      rs.cloudstem = std::string("kel") + "mechanical";
-      name = rs.cloudprefix + rs.cloudstem + suffix;
+      info.cloudlayout = true;
+      info.cloudprefix = outputdir + "/sim/";
+      info.cloudstem = std::string("kel") + "mechanical";
+      name = info.cloudprefix + info.cloudstem + suffix;
     }
   }
   checkexists(name);
 
-  CaseReader cr{rs, {}, name, {}, 0};
+  CaseReader cr{rep, {}, name, {}, 0};
   checkopen(cr.in.open(name), name);
   {
     std::error_code ec;
     const auto size = std::filesystem::file_size(name, ec);
     cr.filesize = ec ? 0 : static_cast<long long>(size);
   }
-  rs.rep.say("Reading case file " + name);
-  cr.timeset(rs.ninc, rs.resultnums, rs.resulttimes, "Number of increments = ", "result",
+  rep.say("Reading case file " + name);
+  cr.timeset(info.ninc, info.resultnums, info.resulttimes, "Number of increments = ", "result",
              "readcase, resultnums, 1", "readcase, resulttimes, 2");
-  cr.timeset(rs.nmesh, rs.meshnums, rs.meshtimes, "Number of meshes     = ", "mesh",
+  cr.timeset(info.nmesh, info.meshnums, info.meshtimes, "Number of meshes     = ", "mesh",
              "readcase, meshnums, 3", "readcase, meshtimes, 4");
   // The reader is closed here: nothing reads the case file again.
   cr.in.close();
+  return info;
 }
 
 }  // namespace wf

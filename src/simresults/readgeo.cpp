@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "control/messages.h"
+#include "base/fatal.h"
+#include "base/memory.h"
+#include "base/text.h"
 #include "simresults/resultfile.h"
 
 namespace wf {
@@ -26,7 +28,7 @@ std::string numberdigits(int number, int width) {
 // ascending ids the solver writes is the last one. Ids below 1 are not indexed, and a file
 // whose ids stand far beyond its count (an index that would dwarf the mesh) has those ids left
 // out rather than an index allocated to the size of a stray value.
-void buildindex(RunState &rs, const std::vector<int32_t> &ids, std::vector<int32_t> &index,
+void buildindex(const std::vector<int32_t> &ids, std::vector<int32_t> &index,
                 const char *label) {
   int32_t maxid = 0;
   for (int32_t id : ids) maxid = std::max(maxid, id);
@@ -42,7 +44,7 @@ void buildindex(RunState &rs, const std::vector<int32_t> &ids, std::vector<int32
 
 }  // namespace
 
-std::string findresultfile(RunState &rs, const std::string &prefix, int number,
+std::string findresultfile(const std::string &prefix, int number,
                            const std::string &suffix) {
   const std::string p = rtrim(prefix), s = rtrim(suffix);
   std::string name = p + numberdigits(number, 0) + s;
@@ -55,24 +57,28 @@ std::string findresultfile(RunState &rs, const std::string &prefix, int number,
   return name;
 }
 
-void readgeo(RunState &rs, const std::string &suffix) {
-  const std::string prefix = rs.cloudlayout
-                                 ? rs.cloudprefix + "results/" + rtrim(rs.cloudstem) + "_"
-                                 : "results/" + rtrim(rs.casestem) + "_";
-  const std::string name = findresultfile(rs, prefix, rs.meshfilenumber, suffix);
-  rs.rep.say("Mesh file           =   " + name);
+void readgeo(Reporter &rep, const CaseInfo &info, const std::string &casestem, int meshfilenumber,
+             const std::string &suffix, Simulation &sim) {
+  const std::string prefix = info.cloudlayout
+                                 ? info.cloudprefix + "results/" + rtrim(info.cloudstem) + "_"
+                                 : "results/" + rtrim(casestem) + "_";
+  const std::string name = findresultfile(prefix, meshfilenumber, suffix);
+  rep.say("Mesh file           =   " + name);
+  readgeofile(name, sim);
+}
 
+void readgeofile(const std::string &name, Simulation &sim) {
   ResultFile file;
   checkopen(file.open(name, true), name);
   std::string line;
   // The first record decides the form; whatever this read returns is not looked at.
   if (file.text80(line) == 0) {
     const std::string first = rtrim(line);
-    rs.resultsbinary = first == "Fortran Binary" || first == "C Binary";
+    sim.resultsbinary = first == "Fortran Binary" || first == "C Binary";
   } else {
-    rs.resultsbinary = false;
+    sim.resultsbinary = false;
   }
-  if (!rs.resultsbinary) {
+  if (!sim.resultsbinary) {
     file.close();
     checkopen(file.open(name, false), name);
   }
@@ -87,7 +93,7 @@ void readgeo(RunState &rs, const std::string &suffix) {
   }
   if (extents) {
     float box[6];
-    if (rs.resultsbinary)
+    if (sim.resultsbinary)
       checkread(file.rec.read(box, sizeof box, false), name);
     else
       checkread(file.floats(box, 6), name);
@@ -103,22 +109,22 @@ void readgeo(RunState &rs, const std::string &suffix) {
   const uint64_t n = nnodes < 0 ? 0 : static_cast<uint64_t>(nnodes);
   if (nnodes < 0 || !file.fits(n * (nodeidson ? 4 : 3), nodeidson ? 4 : 3))
     checkread(IOSTAT_IOERR, name);
-  rs.nnodes = nnodes;
+  sim.nnodes = nnodes;
 
-  allocate(rs.nodeid, n, "readgeo, nodeid, 1");
-  allocate(rs.nodexyz, 3 * n, "readgeo, nodexyz, 2");
-  std::unique_ptr<float[]> work = allocatework(rs, 3 * n, "readgeo, work, 3");
+  allocate(sim.nodeid, n, "readgeo, nodeid, 1");
+  allocate(sim.nodexyz, 3 * n, "readgeo, nodexyz, 2");
+  std::unique_ptr<float[]> work = allocatework(3 * n, "readgeo, work, 3");
   if (nodeidson) {
-    checkread(file.ints(rs.nodeid.data(), n), name);
+    checkread(file.ints(sim.nodeid.data(), n), name);
   } else {
-    for (uint64_t i = 0; i < n; ++i) rs.nodeid[i] = static_cast<int32_t>(i + 1);
+    for (uint64_t i = 0; i < n; ++i) sim.nodeid[i] = static_cast<int32_t>(i + 1);
   }
   // One record per coordinate, each straight into its block of the work array, then widened
   // into the node-major layout of nodexyz.
   for (uint64_t c = 0; c < 3; ++c) checkread(file.floats(work.get() + c * n, n), name);
   {
     const float *wx = work.get(), *wy = wx + n, *wz = wy + n;
-    double *xyz = rs.nodexyz.data();
+    double *xyz = sim.nodexyz.data();
     for (uint64_t i = 0; i < n; ++i) {
       xyz[3 * i] = wx[i];
       xyz[3 * i + 1] = wy[i];
@@ -133,20 +139,20 @@ void readgeo(RunState &rs, const std::string &suffix) {
   const uint64_t m = nelems < 0 ? 0 : static_cast<uint64_t>(nelems);
   if (nelems < 0 || !file.fits(m * (elemidson ? 9 : 8), elemidson ? 2 : 1))
     checkread(IOSTAT_IOERR, name);
-  rs.nelems = nelems;
+  sim.nelems = nelems;
 
-  allocate(rs.elemconn, 8 * m, "readgeo, elemconn, 4");
-  allocate(rs.elemid, m, "readgeo, elemid, 5");
+  allocate(sim.elemconn, 8 * m, "readgeo, elemconn, 4");
+  allocate(sim.elemid, m, "readgeo, elemid, 5");
   if (elemidson) {
-    checkread(file.ints(rs.elemid.data(), m), name);
+    checkread(file.ints(sim.elemid.data(), m), name);
   } else {
-    for (uint64_t i = 0; i < m; ++i) rs.elemid[i] = static_cast<int32_t>(i + 1);
+    for (uint64_t i = 0; i < m; ++i) sim.elemid[i] = static_cast<int32_t>(i + 1);
   }
-  checkread(file.ints(rs.elemconn.data(), 8 * m), name);
+  checkread(file.ints(sim.elemconn.data(), 8 * m), name);
   file.close();
 
-  buildindex(rs, rs.nodeid, rs.nodeindex, "readgeo, nodeindex, 6");
-  buildindex(rs, rs.elemid, rs.elemindex, "readgeo, elemindex, 7");
+  buildindex(sim.nodeid, sim.nodeindex, "readgeo, nodeindex, 6");
+  buildindex(sim.elemid, sim.elemindex, "readgeo, elemindex, 7");
 }
 
 }  // namespace wf

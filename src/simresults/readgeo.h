@@ -1,18 +1,29 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// EnSight Gold geometry file (one part, one block of 8-node elements), sequential-record binary
-// or text: node coordinates, ids, connectivity. Also fixes resultsbinary for the displacements.
+// EnSight Gold geometry file of one mesh: one part, one block of 8-node elements. The first
+// record decides the form: "Fortran Binary" or "C Binary" means sequential records with length
+// markers (both alike), anything else, or a failed read, text. Only "off" on an id line means
+// that the ids are absent. Every count is checked against what the file can still hold before
+// anything is allocated.
 #pragma once
 
 #include <string>
 
-#include "control/runstate.h"
+#include "simresults/readcase.h"
+#include "simresults/simulation.h"
 
 namespace wf {
 
-void readgeo(RunState &rs, const std::string &suffix);
-// prefix + number + suffix; when missing, the number zero-padded to width 1..10; the first name
-// that exists, else message 30 on the last one tried.
-std::string findresultfile(RunState &rs, const std::string &prefix, int number,
-                           const std::string &suffix);
+// Reads the mesh into sim (nodes, ids, elements, resultsbinary, the id indexes). Throws Fatal:
+// 31 (open), 27, 28, 29 (a read fails or a count does not fit the file), 32.
+void readgeofile(const std::string &path, Simulation &sim);
+
+// prefix + number + suffix; when that is missing, the number zero-padded to width 1..10, the
+// first name that exists. Throws Fatal 30 on the last name tried when none exists.
+std::string findresultfile(const std::string &prefix, int number, const std::string &suffix);
+
+// The mesh of the run: the name under results/ from the case stem (or the cloud layout) and the
+// mesh file number, its console line, and the read.
+void readgeo(Reporter &rep, const CaseInfo &info, const std::string &casestem, int meshfilenumber,
+             const std::string &suffix, Simulation &sim);
 
 }  // namespace wf

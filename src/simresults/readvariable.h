@@ -1,12 +1,24 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Per-node variable file of the chosen increment (dispfile) into nodedisp (3 components), in
-// the form that readgeo found; an early end of the file is message 362.
+// The per-node variable file of the chosen increment, in the form the geometry file had: a
+// description, the part line, the part number, the "coordinates" line, then one item per
+// component with one single-precision value per node, in the node order of the geometry.
 #pragma once
 
-#include "control/runstate.h"
+#include <string>
+#include <vector>
+
+#include "base/reporter.h"
+#include "simresults/simulation.h"
 
 namespace wf {
 
-void readvariable(RunState &rs, int ncomp);
+// Reads ncomp components into values, node-major (ncomp x nnodes): ncomp 1, 3 or 6; any other
+// ncomp reads the four header items only and leaves values empty. Throws Fatal: 30 (no file),
+// 31 (open), 362 (the file ends early), 27, 29, 32.
+void readvariablefile(const std::string &path, bool binary, int32_t nnodes, int ncomp,
+                      std::vector<double> &values);
+
+// The step: its console line, then the three displacement components into sim.nodedisp.
+void readvariable(Reporter &rep, const std::string &dispfile, Simulation &sim);
 
 }  // namespace wf

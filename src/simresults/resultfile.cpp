@@ -7,7 +7,7 @@
 #include <new>
 #include <type_traits>
 
-#include "control/messages.h"
+#include "base/fatal.h"
 
 namespace wf {
 
@@ -137,7 +137,7 @@ int ResultFile::floats(float *out, size_t n) {
   return readtextvalues(txt, out, n);
 }
 
-std::unique_ptr<float[]> allocatework(RunState &rs, size_t n, const char *label) {
+std::unique_ptr<float[]> allocatework(size_t n, const char *label) {
   try {
     return std::unique_ptr<float[]>(new float[n > 0 ? n : 1]);
   } catch (const std::bad_alloc &) {

@@ -11,7 +11,6 @@
 #include <memory>
 #include <string>
 
-#include "control/runstate.h"
 #include "base/textio.h"
 
 namespace wf {
@@ -64,6 +63,6 @@ class ResultFile {
 
 // A single-precision work block of n values, left uninitialised (every value is read into it
 // before use); a failed allocation goes to checkalloc with the label.
-std::unique_ptr<float[]> allocatework(RunState &rs, size_t n, const char *label);
+std::unique_ptr<float[]> allocatework(size_t n, const char *label);
 
 }  // namespace wf

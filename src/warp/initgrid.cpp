@@ -45,8 +45,8 @@ int32_t gridcell(double c, double o, double s, int32_t n) {
 }
 
 void initgrid(RunState &rs) {
-  const int32_t nn = rs.nnodes;
-  const double *xyz = rs.nodexyz.data();
+  const int32_t nn = rs.sim.nnodes;
+  const double *xyz = rs.sim.nodexyz.data();
 
   // 1. Bounding box of all nodes.
   double lo[3] = {0, 0, 0}, hi[3] = {0, 0, 0};

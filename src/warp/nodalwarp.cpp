@@ -83,9 +83,9 @@ void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes,
   st.px = point[0];
   st.py = point[1];
   st.pz = point[2];
-  st.snaptolsq = rs.snaptolsq;
-  st.xyz = rs.nodexyz.data();
-  st.active = rs.nodeactive.data();
+  st.snaptolsq = rs.settings.snaptolsq();
+  st.xyz = rs.sim.nodexyz.data();
+  st.active = rs.sim.nodeactive.data();
   st.cellnodes = rs.jcellnodes.data();
   st.dist2 = dist2;
   st.nodes = nodes;
@@ -116,7 +116,7 @@ void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes,
   for (;;) {
     // The squared distance is compared with a plain length on purpose.
     if (st.count >= navg && st.dmax <= r * h) break;
-    if (st.count >= rs.nnodes) break;
+    if (st.count >= rs.sim.nnodes) break;
     if (r >= rcover) break;
     ++r;
     const int32_t klo = iz - r > 1 ? iz - r : 1, khi = iz + r < nz ? iz + r : nz;
@@ -157,7 +157,7 @@ void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes,
   }
 
   double u[3] = {0.0, 0.0, 0.0};
-  const double *disp = rs.nodedisp.data();
+  const double *disp = rs.sim.nodedisp.data();
   if (snapped) {
     const double *dn = disp + 3 * static_cast<size_t>(st.snap - 1);
     u[0] = dn[0];
@@ -170,7 +170,7 @@ void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes,
     if (nfill > 0) {
       double wsum = 0.0;
       for (int m = 0; m < nfill; ++m) {
-        weights[m] = 1.0 / std::pow(dist2[m], rs.halfexponent);
+        weights[m] = 1.0 / std::pow(dist2[m], rs.settings.halfexponent());
         wsum += weights[m];
       }
       double sx0 = 0.0, sy0 = 0.0, sz0 = 0.0;
@@ -188,12 +188,12 @@ void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes,
 
   // Z rules.
   const double z = point[2];
-  const bool onplane = rs.fixzflag && std::fabs(z - rs.buildplane) <= rs.ztol;
+  const bool onplane = rs.settings.fixzflag && std::fabs(z - rs.buildplane) <= rs.settings.ztol;
   if (onplane) u[2] = 0.0;
-  if (rs.norelflag) u[2] = 0.0;
+  if (rs.settings.norelflag) u[2] = 0.0;
 
-  const double ws = rs.warpscale;
-  if (!rs.refgflag) {
+  const double ws = rs.settings.warpscale;
+  if (!rs.settings.refgflag) {
     point[0] = point[0] + ws * u[0];
     point[1] = point[1] + ws * u[1];
     point[2] = point[2] + ws * u[2];
@@ -208,7 +208,7 @@ void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes,
   closestpoint(q, c, rs.ref.ntri, rs.ref);
   point[0] = point[0] - ws * (c[0] - q[0]);
   point[1] = point[1] - ws * (c[1] - q[1]);
-  if (rs.norelflag) {
+  if (rs.settings.norelflag) {
     // z unchanged
   } else if (onplane) {
     point[2] = rs.buildplane;
@@ -219,7 +219,7 @@ void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes,
 
 void warpvertex(const RunState &rs, double *point, double *dist2, int32_t *nodes, double *weights,
                 int navg) {
-  if (!rs.scngflag) {
+  if (!rs.settings.scngflag) {
     nodalwarp(rs, point, dist2, nodes, weights, navg);
     return;
   }
@@ -239,9 +239,9 @@ void warpvertex(const RunState &rs, double *point, double *dist2, int32_t *nodes
       s[2] += dz;
     }
   }
-  point[0] = point[0] + rs.warpscale * s[0] / 27.0;
-  point[1] = point[1] + rs.warpscale * s[1] / 27.0;
-  point[2] = point[2] + rs.warpscale * s[2] / 27.0;
+  point[0] = point[0] + rs.settings.warpscale * s[0] / 27.0;
+  point[1] = point[1] + rs.settings.warpscale * s[1] / 27.0;
+  point[2] = point[2] + rs.settings.warpscale * s[2] / 27.0;
 }
 
 }  // namespace wf

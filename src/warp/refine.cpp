@@ -223,9 +223,9 @@ void refinesurface(RunState &rs, double *dist2, int32_t *nodes, double *weights,
     }
 
     const size_t ce = col(e);
-    if (rs.edges.level[ce] >= rs.maxrefine) continue;
+    if (rs.edges.level[ce] >= rs.settings.maxrefine) continue;
     const double len = rs.edges.len[ce];
-    if (len <= rs.minedge) continue;
+    if (len <= rs.settings.minedge) continue;
 
     const int32_t a = rs.edges.vrt[2 * ce], b = rs.edges.vrt[2 * ce + 1];
     const double *pa = rs.mesh.prewarp.data() + 3 * col(a);
@@ -235,7 +235,7 @@ void refinesurface(RunState &rs, double *dist2, int32_t *nodes, double *weights,
     for (int k = 0; k < 3; ++k) after[k] = before[k];
     warpvertex(rs, after, dist2, nodes, weights, navg);
 
-    bool split = len > rs.maxedge;
+    bool split = len > rs.settings.maxedge;
     if (!split) {
       const double *wa = rs.mesh.vrt.data() + 3 * col(a);
       const double *wb = rs.mesh.vrt.data() + 3 * col(b);
@@ -245,7 +245,7 @@ void refinesurface(RunState &rs, double *dist2, int32_t *nodes, double *weights,
         const double dk = after[k] - mk;
         dev += dk * dk;
       }
-      split = dev > rs.refinetolsq;
+      split = dev > rs.settings.refinetolsq();
     }
     if (split) splitedge(rs, e, before, after, rs.edges.level[ce]);
   }
@@ -278,9 +278,9 @@ void refinesurface(RunState &rs, double *dist2, int32_t *nodes, double *weights,
   rs.mesh.vrt.resize(nv);
   rs.mesh.prewarp.resize(nv);
   rs.vrtcap = rs.mesh.nvrt;
-  for (size_t k = 0; k < nv; ++k) rs.mesh.vrt[k] = rs.mesh.vrt[k] / rs.stlscale;
-  for (size_t k = 0; k < nv; ++k) rs.mesh.vrt[k] = rs.mesh.vrt[k] * rs.unitscale;
-  for (size_t k = 0; k < nv; ++k) rs.mesh.prewarp[k] = rs.mesh.prewarp[k] * rs.unitscale;
+  for (size_t k = 0; k < nv; ++k) rs.mesh.vrt[k] = rs.mesh.vrt[k] / rs.files.stlscale;
+  for (size_t k = 0; k < nv; ++k) rs.mesh.vrt[k] = rs.mesh.vrt[k] * rs.settings.unitscale;
+  for (size_t k = 0; k < nv; ++k) rs.mesh.prewarp[k] = rs.mesh.prewarp[k] * rs.settings.unitscale;
 
   rs.rep.say("Number of vertices = " + inttext(rs.mesh.nvrt));
 }

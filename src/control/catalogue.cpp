@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "control/settings.h"
+#include "control/catalogue.h"
 
 #include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
 
-#include "control/messages.h"
+#include "base/text.h"
 
 namespace wf {
 
@@ -22,6 +22,6 @@ std::string exefolder(const std::string &) {
   return buf.substr(0, slash + 1);
 }
 
-void loadsettings(RunState &rs) { rs.rep.loadcatalogue(rtrim(exefolder("kel2")) + "simsolver.arb"); }
+void loadsettings(Reporter &rep) { rep.loadcatalogue(rtrim(exefolder("kel2")) + "simsolver.arb"); }
 
 }  // namespace wf

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The message catalogue simsolver.arb, loaded from the folder of the executable. A run works
+// without it: texts are then empty and codes, variables and tags still reach the signal file.
+#pragma once
+
+#include <string>
+
+#include "base/reporter.h"
+
+namespace wf {
+
+// Loads the catalogue beside the executable into the Reporter, with its console lines.
+void loadsettings(Reporter &rep);
+// Folder of the running executable, with its trailing "/". The module name stands for the
+// suite's main solver, which is never loaded in this process: the folder is always ours.
+std::string exefolder(const std::string &modulename);
+
+}  // namespace wf
