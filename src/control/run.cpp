@@ -2,8 +2,6 @@
 // The run: initialisation, the load of the simulation, the surface loop, the finish event.
 #include "control/run.h"
 
-#include <xmmintrin.h>
-
 #include <cmath>
 #include <filesystem>
 
@@ -25,14 +23,12 @@
 #include "surface/preparesurface.h"
 #include "surface/surfacemesh.h"
 #include "surface/writestl.h"
-#include "warp/initgrid.h"
+#include "warp/nodegrid.h"
 #include "warp/warpstl.h"
 
 namespace fs = std::filesystem;
 
 namespace wf {
-
-void setfpmode() { _mm_setcsr(_mm_getcsr() | 0x8040); }
 
 namespace {
 
@@ -108,7 +104,7 @@ void initrun(RunState &rs) {
 void loadsimulation(RunState &rs) {
   readgeo(rs.rep, rs.caseinfo, rs.files.casestem, rs.files.meshfilenumber, ".geo", rs.sim);
   marknodes(rs.sim);
-  initgrid(rs);
+  rs.grid = initgrid(rs.rep, rs.sim);
   readvariable(rs.rep, rs.files.dispfile, rs.sim);
 }
 
@@ -146,8 +142,6 @@ void freesurface(RunState &rs) {
   rs.mesh = SurfaceMesh();
   rs.edges = EdgeTable();
   release(rs.nrgtri);
-  release(rs.triactive);
-  rs.vrtcap = rs.tricap = 0;
 }
 
 void finishsurface(RunState &rs) {
@@ -175,7 +169,32 @@ int runwarpforge(RunState &rs) {
             : rtrim(rs.stlpath);
     const Tolerances rules{rs.settings.tolerances.reltoledge, rs.settings.tolerances.reltolbox, rs.settings.tolerances.tolbyedge, rs.settings.tolerances.tolbybox};
     rs.check = preparesurface(rs.rep, rs.raw, rules, surfacename, rs.stlpath, rs.mesh, rs.edges);
-    warpstl(rs);
+    {
+      const Settings &st = rs.settings;
+      WarpField field;
+      field.sim = &rs.sim;
+      field.grid = &rs.grid;
+      field.ref = &rs.ref;
+      field.scn = &rs.scn;
+      field.params.warpscale = st.warpscale;
+      field.params.snaptolsq = st.snaptolsq();
+      field.params.halfexponent = st.halfexponent();
+      field.params.navg = st.navgnodes;
+      field.params.fixz = st.fixzflag;
+      field.params.ztol = st.ztol;
+      field.params.norel = st.norelflag;
+      field.params.refg = st.refgflag;
+      field.params.scng = st.scngflag;
+      RefineParams refine;
+      refine.maxrefine = st.maxrefine;
+      refine.minedge = st.minedge;
+      refine.maxedge = st.maxedge;
+      refine.refinetolsq = st.refinetolsq();
+      refine.progressbase = rs.progressbase;
+      refine.progressshare = rs.progressshare;
+      warpstl(rs.rep, field, st.inpuflag, rs.refminz, WarpScales{rs.files.stlscale, st.unitscale},
+              refine, rs.mesh, rs.edges);
+    }
     rs.rep.say("Calculating surface normals");
     facetnormals(rs.mesh.vrt.data(), static_cast<size_t>(rs.mesh.nvrt), rs.mesh.tri.data(),
                  rs.mesh.ntri, rs.nrgtri);

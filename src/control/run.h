@@ -19,7 +19,5 @@ void finishsurface(RunState &rs);
 // extension (with its dot).
 void splitpath(const std::string &path, std::string &drive, std::string &folder,
                std::string &name, std::string &ext);
-// Sets flush-to-zero and denormals-are-zero on the calling thread.
-void setfpmode();
 
 }  // namespace wf

@@ -11,7 +11,7 @@ namespace wf {
 
 namespace {
 
-void buildset(RunState &rs, TriData &set, const List<std::string> &files, const char *title) {
+void buildset(RunState &rs, QuerySet &set, const List<std::string> &files, const char *title) {
   rs.rep.say(title);
   rs.stlpath = files.n > 0 ? rtrim(files[0]) : std::string();
   RawSurface raw = readstl(rs.rep, rs.stlpath, rs.stlbyteorder, false);

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Closest point on a prepared triangle set: Eberly's seven-region minimisation per triangle,
 // a linear pass over the set in order, the first of equal distances kept.
+#include <cstddef>
 #include <limits>
 
-#include "warp/warpstl.h"
+#include "warp/closestpoint.h"
 
 namespace wf {
 
@@ -13,7 +14,8 @@ inline double clamp01(double x) { return x < 0.0 ? 0.0 : (x > 1.0 ? 1.0 : x); }
 
 }  // namespace
 
-void closestpoint(const double *query, double *out, int32_t ntri, const TriData &set) {
+void closestpoint(const double *query, double *out, const QuerySet &set) {
+  const int32_t ntri = set.ntri;
   const double px = query[0], py = query[1], pz = query[2];
   // Without a usable triangle the point stays where it is.
   out[0] = px;

@@ -6,8 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "warp/initgrid.h"
-#include "warp/warpstl.h"
+#include "warp/warpfield.h"
 
 namespace wf {
 
@@ -72,28 +71,34 @@ inline bool visitcell(Search &st, int32_t first, int32_t last) {
 
 }  // namespace
 
-void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes, double *weights,
-               int navg) {
-  const int32_t nx = rs.gridnx, ny = rs.gridny, nz = rs.gridnz;
-  const int32_t ix = gridcell(point[0], rs.gridorigin[0], rs.gridcellsize[0], nx);
-  const int32_t iy = gridcell(point[1], rs.gridorigin[1], rs.gridcellsize[1], ny);
-  const int32_t iz = gridcell(point[2], rs.gridorigin[2], rs.gridcellsize[2], nz);
+void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
+  const Simulation &sim = *field.sim;
+  const NodeGrid &grid = *field.grid;
+  const WarpParams &wp = field.params;
+  double *dist2 = work.dist2.data();
+  int32_t *nodes = work.nodes.data();
+  double *weights = work.weights.data();
+  const int navg = static_cast<int>(work.dist2.size());
+  const int32_t nx = grid.nx, ny = grid.ny, nz = grid.nz;
+  const int32_t ix = gridcell(point[0], grid.origin[0], grid.cellsize[0], nx);
+  const int32_t iy = gridcell(point[1], grid.origin[1], grid.cellsize[1], ny);
+  const int32_t iz = gridcell(point[2], grid.origin[2], grid.cellsize[2], nz);
 
   Search st;
   st.px = point[0];
   st.py = point[1];
   st.pz = point[2];
-  st.snaptolsq = rs.settings.snaptolsq();
-  st.xyz = rs.sim.nodexyz.data();
-  st.active = rs.sim.nodeactive.data();
-  st.cellnodes = rs.jcellnodes.data();
+  st.snaptolsq = wp.snaptolsq;
+  st.xyz = sim.nodexyz.data();
+  st.active = sim.nodeactive.data();
+  st.cellnodes = grid.cellnodes.data();
   st.dist2 = dist2;
   st.nodes = nodes;
   st.navg = navg;
 
-  double h = rs.gridcellsize[0];
-  if (rs.gridcellsize[1] < h) h = rs.gridcellsize[1];
-  if (rs.gridcellsize[2] < h) h = rs.gridcellsize[2];
+  double h = grid.cellsize[0];
+  if (grid.cellsize[1] < h) h = grid.cellsize[1];
+  if (grid.cellsize[2] < h) h = grid.cellsize[2];
 
   // Beyond this ring nothing of the grid is left to see: the search then ends whatever it holds,
   // which changes no result but keeps a search with too few active nodes from running forever.
@@ -104,7 +109,7 @@ void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes,
   if (iz - 1 > rcover) rcover = iz - 1;
   if (nz - iz > rcover) rcover = nz - iz;
 
-  const int32_t *j0 = rs.j0cellnodes.data();
+  const int32_t *j0 = grid.cellrange.data();
   const size_t sx = static_cast<size_t>(nx), sxy = sx * static_cast<size_t>(ny);
   auto cellbase = [&](int32_t i, int32_t j, int32_t k) {
     return 2 * (static_cast<size_t>(k - 1) * sxy + static_cast<size_t>(j - 1) * sx +
@@ -116,7 +121,7 @@ void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes,
   for (;;) {
     // The squared distance is compared with a plain length on purpose.
     if (st.count >= navg && st.dmax <= r * h) break;
-    if (st.count >= rs.sim.nnodes) break;
+    if (st.count >= sim.nnodes) break;
     if (r >= rcover) break;
     ++r;
     const int32_t klo = iz - r > 1 ? iz - r : 1, khi = iz + r < nz ? iz + r : nz;
@@ -157,7 +162,7 @@ void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes,
   }
 
   double u[3] = {0.0, 0.0, 0.0};
-  const double *disp = rs.sim.nodedisp.data();
+  const double *disp = sim.nodedisp.data();
   if (snapped) {
     const double *dn = disp + 3 * static_cast<size_t>(st.snap - 1);
     u[0] = dn[0];
@@ -170,7 +175,7 @@ void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes,
     if (nfill > 0) {
       double wsum = 0.0;
       for (int m = 0; m < nfill; ++m) {
-        weights[m] = 1.0 / std::pow(dist2[m], rs.settings.halfexponent());
+        weights[m] = 1.0 / std::pow(dist2[m], wp.halfexponent);
         wsum += weights[m];
       }
       double sx0 = 0.0, sy0 = 0.0, sz0 = 0.0;
@@ -188,12 +193,12 @@ void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes,
 
   // Z rules.
   const double z = point[2];
-  const bool onplane = rs.settings.fixzflag && std::fabs(z - rs.buildplane) <= rs.settings.ztol;
+  const bool onplane = wp.fixz && std::fabs(z - wp.buildplane) <= wp.ztol;
   if (onplane) u[2] = 0.0;
-  if (rs.settings.norelflag) u[2] = 0.0;
+  if (wp.norel) u[2] = 0.0;
 
-  const double ws = rs.settings.warpscale;
-  if (!rs.settings.refgflag) {
+  const double ws = wp.warpscale;
+  if (!wp.refg) {
     point[0] = point[0] + ws * u[0];
     point[1] = point[1] + ws * u[1];
     point[2] = point[2] + ws * u[2];
@@ -205,22 +210,21 @@ void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes,
   q[0] = point[0] - ws * u[0];
   q[1] = point[1] - ws * u[1];
   q[2] = point[2] - ws * u[2];
-  closestpoint(q, c, rs.ref.ntri, rs.ref);
+  closestpoint(q, c, *field.ref);
   point[0] = point[0] - ws * (c[0] - q[0]);
   point[1] = point[1] - ws * (c[1] - q[1]);
-  if (rs.settings.norelflag) {
+  if (wp.norel) {
     // z unchanged
   } else if (onplane) {
-    point[2] = rs.buildplane;
+    point[2] = wp.buildplane;
   } else {
     point[2] = z - ws * (c[2] - q[2]);
   }
 }
 
-void warpvertex(const RunState &rs, double *point, double *dist2, int32_t *nodes, double *weights,
-                int navg) {
-  if (!rs.settings.scngflag) {
-    nodalwarp(rs, point, dist2, nodes, weights, navg);
+void warpvertex(const WarpField &field, double *point, WarpWork &work) {
+  if (!field.params.scng) {
+    nodalwarp(field, point, work);
     return;
   }
   // Scan path: 27 queries over three points on the diagonal (offsets -0.1, 0, 0.1 on all three
@@ -231,7 +235,7 @@ void warpvertex(const RunState &rs, double *point, double *dist2, int32_t *nodes
     const double o = (2 * k - 2) * 0.05;
     double q[3] = {point[0] + o, point[1] + o, point[2] + o};
     double c[3];
-    closestpoint(q, c, rs.scn.ntri, rs.scn);
+    closestpoint(q, c, *field.scn);
     const double dx = c[0] - q[0], dy = c[1] - q[1], dz = c[2] - q[2];
     for (int rep = 0; rep < 9; ++rep) {
       s[0] += dx;
@@ -239,9 +243,10 @@ void warpvertex(const RunState &rs, double *point, double *dist2, int32_t *nodes
       s[2] += dz;
     }
   }
-  point[0] = point[0] + rs.settings.warpscale * s[0] / 27.0;
-  point[1] = point[1] + rs.settings.warpscale * s[1] / 27.0;
-  point[2] = point[2] + rs.settings.warpscale * s[2] / 27.0;
+  const double ws = field.params.warpscale;
+  point[0] = point[0] + ws * s[0] / 27.0;
+  point[1] = point[1] + ws * s[1] / 27.0;
+  point[2] = point[2] + ws * s[2] / 27.0;
 }
 
 }  // namespace wf

@@ -1,32 +1,52 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Adaptive refinement of the warped surface: the edges are walked longest first, then the new
-// ones in the order they were made, and an edge is split at its displaced midpoint when it is
-// too long or the midpoint leaves the straight edge by more than refinetol. Triangles die by
-// flag and are compacted once at the end. The lists grow by 1.2 (single precision, rounded up).
+// Adaptive refinement of the warped surface. The edges are walked longest first (of equal
+// lengths the higher number first), then the edges made by splits in the order they were made;
+// an edge above the level limit or not longer than minedge is passed over; otherwise the
+// midpoint of its two ends before the warp is displaced like a vertex, and the edge is split
+// at it when it is longer than maxedge, or when the displaced midpoint lies farther than
+// refinetol (strictly) from the midpoint of the two displaced ends.
+//
+// A split inserts the midpoint as vertex m and replaces each triangle of the edge by two: on an
+// interior edge (a, b) with opposite vertices c and d four triangles (a c m), (c b m), (d a m),
+// (b d m) and four edges (a m), (m b), (m c), (d m); on a boundary edge two triangles and three
+// edges. The new edges are one level below the split one. Triangles die by flag and are
+// compacted once, in order, at the end; lists grow by the program's growth rule (vertices and
+// triangles from the capacity, edges from the count plus one).
+//
+// Index base as in surface/surfacemesh.h. Throws Fatal 32 with the labels of the lists
+// ("pushvrt, tmp, 1" ... "pushedge, tmp1, 1").
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
-#include "control/runstate.h"
+#include "surface/surfacemesh.h"
+#include "warp/warpfield.h"
 
 namespace wf {
 
-// The second half of warpstl: walk, split, count, compact, scale back. The three work arrays
-// (navg entries each) are those of the first half, used on the main thread.
-void refinesurface(RunState &rs, double *dist2, int32_t *nodes, double *weights, int navg);
-// Splits edge e (1-based) at the new vertex (midbefore before warping, midafter after); the new
-// edges get level + 1.
-void splitedge(RunState &rs, int32_t e, const double *midbefore, const double *midafter,
-               int32_t level);
-// Appends one vertex: before into prewarpvertices, after into stlvrt.
-void pushvrt(RunState &rs, const double *before, const double *after);
-// Writes the three corners at triangle t (1-based), live, and counts it.
-void pushtri(RunState &rs, const int32_t *corners, int32_t t);
-// Writes the edge record at number e (1-based) and counts it; its length is taken between the
-// warped ends in stlvrt.
-void pushedge(RunState &rs, const int32_t *verts, const int32_t *opposites,
-              const int32_t *triangles, int32_t e, int32_t level, const int32_t *neighbours);
-// The capacity that follows cap in the 1.2 growth: ceil of the single-precision product.
-int32_t growcap(int32_t cap);
+struct RefineParams {
+  int32_t maxrefine = 10;
+  double minedge = 0.5;
+  double maxedge = 3.0;
+  double refinetolsq = 1e-6;
+  // Overall percent of this surface's walk: base + share * 99 * visited / edges.
+  int32_t progressbase = 0;
+  double progressshare = 1.0;
+};
+
+// Told (edge number, edge count, percent) each time the whole-number percentage grows.
+using ProgressFn = std::function<void(int32_t edge, int32_t nedges, int32_t percent)>;
+
+struct RefineCounts {
+  int32_t active = 0;  // live triangles after the walk
+  int32_t total = 0;   // triangles made in all, live or dead
+};
+
+// The walk and the compaction of the live triangles. mesh.vrt and mesh.prewarp hold the warped
+// and unwarped vertices; edges is the table of the mesh with its lengths (scaled as the warp
+// has them). Midpoints are displaced with `work` on the calling thread.
+RefineCounts refinesurface(const WarpField &field, const RefineParams &params, SurfaceMesh &mesh,
+                           EdgeTable &edges, WarpWork &work, const ProgressFn &progress);
 
 }  // namespace wf

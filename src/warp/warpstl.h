@@ -1,23 +1,34 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The warp: every vertex moves by the inverse-distance-weighted displacement of the nearest
-// active nodes (or towards the scanned surface), in parallel; then edges are split where the
-// straight surface no longer follows the field. On return stlvrt is final, in output units.
+// The warp of one surface: every vertex moves by the field (in parallel), then the edges are
+// refined. On return the vertices are final and in output units, prewarp holds them before the
+// warp (with the STL scaling, in output units), and the triangles are the live ones in order.
 #pragma once
 
-#include <cstdint>
-
-#include "control/runstate.h"
+#include "base/reporter.h"
+#include "surface/surfacemesh.h"
+#include "warp/refine.h"
+#include "warp/warpfield.h"
 
 namespace wf {
 
-void warpstl(RunState &rs);
-// Displaces point (3 doubles) in place; dist2, nodes, weights are the caller's work arrays of
-// navg entries.
-void warpvertex(const RunState &rs, double *point, double *dist2, int32_t *nodes, double *weights,
-                int navg);
-void nodalwarp(const RunState &rs, double *point, double *dist2, int32_t *nodes, double *weights,
-               int navg);
-// Closest point on the triangles of a query set; the first of equal distances wins.
-void closestpoint(const double *query, double *out, int32_t ntri, const TriData &set);
+struct WarpScales {
+  double stlscale = 1.0;   // of the solver input file; applied to vertices and first lengths
+  double unitscale = 1.0;  // applied to the output at the end
+};
+
+// Moves every vertex of mesh.vrt in place: an OpenMP loop over the vertices, each thread with
+// its own work arrays and the floating-point mode of the main thread (flush-to-zero,
+// denormals-are-zero). The result does not depend on the number of threads.
+void warpvertices(const WarpField &field, SurfaceMesh &mesh);
+
+// The step, with its console lines. nodecheck (a job with a simulation file): navg above the
+// node count ends the run (174), above a tenth of it warns. The build plane is set here, from
+// `refminz` with a reference geometry, else from the lowest Z of the surface as read (unscaled).
+void warpstl(Reporter &rep, const WarpField &field, bool nodecheck, double refminz,
+             const WarpScales &scales, const RefineParams &refine, SurfaceMesh &mesh,
+             EdgeTable &edges);
+
+// Flush-to-zero and denormals-are-zero on the calling thread.
+void setfpmode();
 
 }  // namespace wf
