@@ -10,6 +10,7 @@
 #include "control/catalogue.h"
 #include "control/solverinput.h"
 #include "outputs/convert3mf.h"
+#include "outputs/outcommon.h"
 #include "outputs/package3mf.h"
 #include "outputs/textreport.h"
 #include "outputs/vtkwriter.h"
@@ -201,15 +202,33 @@ int runwarpforge(RunState &rs) {
     const std::string out = rtrim(rs.outstlpath);
     writestl(rs.mesh, &rs.nrgtri, out, rs.settings.stlformat);
     if (rs.settings.stlformat == 'b') rs.rep.say("Finished writing binary STL file " + out);
-    writetextreport(rs);
-    writevtkstep(rs);
-    write3mfstep(rs);
+    if (rs.settings.wrtuflag) {
+      const std::string path = rtrim(rs.wrtupath);
+      writetextreport(rs.mesh, path);
+      rs.rep.say("Finished writing file " + path);
+    }
+    if (rs.settings.ovtkflag) {
+      const std::string path = vtkname(out);
+      writevtk(rs.mesh, dispsingle(rs.mesh, "writevtkstep, dispsingle, 1"), path, 'b', true);
+      rs.rep.finishedfile(path);
+      rs.rep.say("Finished writing VTK file " + path);
+    }
+    if (rs.settings.o3dmflag)
+      write3mf(rs.rep, rs.mesh, dispsingle(rs.mesh, "write3mfstep, dispsingle, 1"),
+               packagefolder(out));
     freesurface(rs);
     if (rs.settings.tsrdflag) {
       const RecheckSettings settings{rules, rs.settings.repairtol, rs.settings.tsreflag};
       rs.outstlpath = recheckstep(rs.rep, rs.outstlpath, settings, rs.stlpath, rs.stlbyteorder);
     }
-    convert3mfstep(rs);
+    if (rs.settings.o3mfflag) {
+      // The path is passed as it stands, blanks and all.
+      const std::string plain = plain3mfname(rs.outstlpath);
+      if (convertto3mf(rs.rep, rs.outstlpath.c_str(), plain.c_str()) != 0) {
+        rs.rep.say("Warning:  3MF conversion was not successful.");
+        rs.rep.blank();
+      }
+    }
     finishsurface(rs);
   }
   rs.rep.finish(1);

@@ -9,7 +9,8 @@
 #include <filesystem>
 #include <string>
 
-#include "control/messages.h"
+#include "base/memory.h"
+#include "base/text.h"
 #include "base/textio.h"
 #include "outputs/colourscale.h"
 #include "outputs/outcommon.h"
@@ -37,32 +38,18 @@ static_assert(starttag.size() == 585, "the model start tag is one record of 585 
 constexpr std::string_view relstart = "<Relationships xmlns=\"" WF_OPC "/relationships\">";
 constexpr std::string_view xmldecl = "<?xml version=\"1.0\" encoding=\"utf-8\"?>";
 
-// Keeps outstlpath for the length of the step.
-struct PathKeeper {
-  RunState &rs;
-  std::string copy;
-  explicit PathKeeper(RunState &r) : rs(r), copy(r.outstlpath) {}
-  ~PathKeeper() { rs.outstlpath = copy; }
-};
-
-std::FILE *openmember(RunState &rs, const std::string &path, const std::string &modelpath) {
-  errno = 0;
-  std::FILE *f = std::fopen(path.c_str(), "wb");
-  // Every member reports its failure under the name of the model member.
-  checkopen(f ? 0 : (errno ? errno : EIO), modelpath);
-  return f;
-}
 
 // A small member: records given with their indentation depth.
 struct Record {
   int tabs;
   std::string_view text;
 };
-void writemember(RunState &rs, const std::string &path, const std::string &modelpath,
+void writemember(const std::string &path, const std::string &modelpath,
                  std::initializer_list<Record> records) {
-  std::FILE *f = openmember(rs, path, modelpath);
+  // Every member reports a failed open under the name of the model member.
+  std::FILE *f = openoutput(path, modelpath);
   {
-    BlockWriter out(rs, f, path, 1 << 14);
+    BlockWriter out(f, path, 1 << 14);
     for (const Record &r : records) {
       out.put(std::string_view("\t\t\t\t\t", static_cast<size_t>(r.tabs)));
       out.put(r.text);
@@ -70,14 +57,17 @@ void writemember(RunState &rs, const std::string &path, const std::string &model
     }
     out.flush();
   }
-  closeoutput(rs, f, path);
+  closeoutput(f, path);
 }
 
 constexpr char hexdigit[] = "0123456789ABCDEF";
 
-void writemodel(RunState &rs, const std::string &path, const std::vector<float> &dispsingle) {
-  std::FILE *f = openmember(rs, path, path);
-  BlockWriter out(rs, f, path);
+}  // namespace
+
+void writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
+                const std::string &path, const std::string &report) {
+  std::FILE *f = openoutput(path, report);
+  BlockWriter out(f, path);
   auto rec = [&](int tabs, std::string_view text) {
     char *p = out.reserve(static_cast<size_t>(tabs) + text.size() + 1);
     for (int k = 0; k < tabs; ++k) *p++ = '\t';
@@ -108,12 +98,12 @@ void writemodel(RunState &rs, const std::string &path, const std::vector<float> 
   rec(3, "<mesh>");
   rec(4, "<vertices>");
 
-  const size_t n = rs.mesh.nvrt > 0 ? static_cast<size_t>(rs.mesh.nvrt) : 0;
-  const size_t t = rs.mesh.ntri > 0 ? static_cast<size_t>(rs.mesh.ntri) : 0;
-  const size_t nv = std::min(n, rs.mesh.vrt.size() / 3);
-  const size_t nt = std::min(t, rs.mesh.tri.size() / 3);
+  const size_t n = mesh.nvrt > 0 ? static_cast<size_t>(mesh.nvrt) : 0;
+  const size_t t = mesh.ntri > 0 ? static_cast<size_t>(mesh.ntri) : 0;
+  const size_t nv = std::min(n, mesh.vrt.size() / 3);
+  const size_t nt = std::min(t, mesh.tri.size() / 3);
   for (size_t i = 0; i < n; ++i) {
-    const double *v = i < nv ? &rs.mesh.vrt[3 * i] : nullptr;
+    const double *v = i < nv ? &mesh.vrt[3 * i] : nullptr;
     char *p = out.reserve(5 + 3 * 16 + 40);
     p = putlit(p, "\t\t\t\t\t<vertex x=\"");
     p = scifield(p, v ? v[0] : 0.0, 16, 6);
@@ -150,7 +140,7 @@ void writemodel(RunState &rs, const std::string &path, const std::vector<float> 
 
   rec(4, "<triangles>");
   for (size_t i = 0; i < nt; ++i) {
-    const int32_t *c = &rs.mesh.tri[3 * i];
+    const int32_t *c = &mesh.tri[3 * i];
     char *p = out.reserve(5 + 6 * 12 + 80);
     p = putlit(p, "\t\t\t\t\t<triangle v1=\"");
     p = putint(p, c[0] - 1);
@@ -178,54 +168,45 @@ void writemodel(RunState &rs, const std::string &path, const std::vector<float> 
   rec(1, "</build>");
   rec(0, "</model>");
   out.flush();
-  closeoutput(rs, f, path);
+  closeoutput(f, path);
 }
-
-}  // namespace
 
 std::string_view modelstarttag() { return starttag; }
 std::string_view relationshipsstarttag() { return relstart; }
 
-void write3mfstep(RunState &rs) {
-  if (!rs.settings.o3dmflag) return;
-  PathKeeper keep(rs);
-  const std::string path = rtrim(keep.copy);
-  const size_t p = lastdot(path);
+std::string packagefolder(const std::string &outstlpath) {
   // The whole path is searched: a dot in a folder cuts there when the name has none.
-  rs.outstlpath = (p >= 2 ? path.substr(0, p - 1) : std::string()) + "_color";
-  std::vector<float> dispsingle;
-  filldispsingle(rs, dispsingle, "write3mfstep, dispsingle, 1");
-  write3mf(rs, dispsingle);
-  release(dispsingle);
+  const size_t p = lastdot(outstlpath);
+  return (p >= 2 ? outstlpath.substr(0, p - 1) : std::string()) + "_color";
 }
 
-void write3mf(RunState &rs, const std::vector<float> &dispsingle) {
-  const std::string folder = rtrim(rs.outstlpath);
+void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
+              const std::string &folder) {
   // Existing folders are no error, and failures show only when a member fails to open.
   for (const char *sub : {"", "/_rels", "/3D", "/3D/_rels", "/History"}) {
     std::error_code ec;
     std::filesystem::create_directories(folder + sub, ec);
   }
   const std::string modelpath = folder + "/3D/3dmodel.model";
-  writemodel(rs, modelpath, dispsingle);
-  rs.rep.finishedfile(modelpath);
-  rs.rep.say("Finished writing 3dmodel file " + modelpath);
-  rs.rep.blank();
-  rs.rep.blank();
+  writemodel(mesh, dispsingle, modelpath, modelpath);
+  rep.finishedfile(modelpath);
+  rep.say("Finished writing 3dmodel file " + modelpath);
+  rep.blank();
+  rep.blank();
 
   const std::string rel = std::string(relstart);
-  writemember(rs, folder + "/_rels/.rels", modelpath,
+  writemember(folder + "/_rels/.rels", modelpath,
               {{0, xmldecl},
                {0, rel},
                {1, "<Relationship Type=\"" WF_MS "/2013/01/3dmodel\" Target=\"/3D/3dmodel.model\" Id=\"rel0\" />"},
                {0, "</Relationships>"}});
-  writemember(rs, folder + "/3D/_rels/3dmodel.model.rels", modelpath,
+  writemember(folder + "/3D/_rels/3dmodel.model.rels", modelpath,
               {{0, xmldecl},
                {0, rel},
                {1, "<Relationship Type=\"" WF_OWN "/zqm/tessero/history/2018/06\" Target=\"/History/history.xml\" Id=\"rel1\" />"},
                {0, "</Relationships>"}});
   const std::string historyopen = "<history partnumber=\"" + std::string(uuid1) + "\">";
-  writemember(rs, folder + "/History/history.xml", modelpath,
+  writemember(folder + "/History/history.xml", modelpath,
               {{0, "<root>"},
                {1, historyopen},
                {2, "<history_node identifier=\"tessero_modify\">"},
@@ -234,7 +215,7 @@ void write3mf(RunState &rs, const std::vector<float> &dispsingle) {
                {2, "</history_node>"},
                {1, "</history>"},
                {0, "</root>"}});
-  writemember(rs, folder + "/[Content_Types].xml", modelpath,
+  writemember(folder + "/[Content_Types].xml", modelpath,
               {{0, xmldecl},
                {0, "<Types xmlns=\"" WF_OPC "/content-types\">"},
                {1, "<Default Extension=\"jpeg\" ContentType=\"image/jpeg\" />"},
@@ -254,12 +235,12 @@ void write3mf(RunState &rs, const std::vector<float> &dispsingle) {
       "3D/3dmodel.model\n";
   std::vector<char> filelist(list.begin(), list.end());
   filelist.push_back('\0');
-  const int status = zippackage(rs, zipname.c_str(), folder.c_str(), filelist.data());
+  const int status = zippackage(rep, zipname.c_str(), folder.c_str(), filelist.data());
   if (status == 0) {
-    rs.rep.finishedfile(zipname);
-    rs.rep.say("Finished writing 3MF file " + zipname);
+    rep.finishedfile(zipname);
+    rep.say("Finished writing 3MF file " + zipname);
   } else {
-    rs.rep.say("ERROR zipping");
+    rep.say("ERROR zipping");
   }
 }
 

@@ -1,18 +1,41 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The coloured 3MF package: five members written into "<stem>_color/" and zipped to
-// "<stem>_color.3mf"; vertices coloured by displacement magnitude from blue to red.
+// The coloured 3MF package: five members written into a folder "<stem>_color/" and zipped to
+// "<stem>_color.3mf" through minizip; the vertices are coloured by the magnitude of their
+// displacement on the surface's own scale, from blue (least) to red (most).
+//
+// Members, in the order written: 3D/3dmodel.model, _rels/.rels, 3D/_rels/3dmodel.model.rels,
+// History/history.xml, [Content_Types].xml; zipped with the model last. Every member that
+// cannot be opened reports the path of the model (message 31). A failed zip is no failure of
+// the run: its console lines and "ERROR zipping", and the members stay.
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "control/runstate.h"
+#include "base/reporter.h"
+#include "surface/surfacemesh.h"
 
 namespace wf {
 
-void write3mfstep(RunState &rs);
-void write3mf(RunState &rs, const std::vector<float> &dispsingle);
-int zippackage(RunState &rs, const char *zipname, const char *folder, char *filelist);
-int iszip64file(const char *path, const char *prefix);
+// The folder of the package of an output: the text before the last dot of the whole path, then
+// "_color" ("_color" alone when the dot is missing or first).
+std::string packagefolder(const std::string &outstlpath);
+
+// Writes the model member: the colour group of 1021 entries, the vertices (16-character
+// scientific fields) and the triangles (0-based corners and their colours). Throws Fatal 31
+// (naming `report`), 200, 32.
+void writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
+                const std::string &path, const std::string &report);
+
+// The step: the members, the signal events and console lines, the zip.
+void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
+              const std::string &folder);
+
+// Zips the members named in filelist (each followed by a line feed; split in place) from
+// folder into zipname. Console lines begin with "zip:  ". Returns 0, or the failing status.
+int zippackage(Reporter &rep, const char *zipname, const char *folder, char *filelist);
+// 1 when the file has 0xFFFFFFFF bytes or more, else 0 (also when it cannot be opened); an
+// opened file is reported as prefix + file "path" is N bytes.
+int iszip64file(Reporter &rep, const char *path, const char *prefix);
 
 }  // namespace wf

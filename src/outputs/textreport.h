@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// *WRTU: one 84-character line per vertex: position before the warp and the displacement.
+// *WRTU: the text report, one line per vertex of 84 characters: the position before the warp and
+// the displacement, six 14-character scientific fields (differences taken in double).
 #pragma once
 
-#include "control/runstate.h"
+#include <string>
+
+#include "surface/surfacemesh.h"
 
 namespace wf {
 
-void writetextreport(RunState &rs);
+// Writes the report of mesh to path, replacing an earlier file. Throws Fatal: 31, 200, 32.
+void writetextreport(const SurfaceMesh &mesh, const std::string &path);
 
 }  // namespace wf

@@ -8,21 +8,14 @@
 #include <cstring>
 #include <string>
 
-#include "control/messages.h"
+#include "base/memory.h"
+#include "base/text.h"
 #include "base/textio.h"
 #include "outputs/outcommon.h"
 
 namespace wf {
 
 namespace {
-
-// Puts outstlpath back when the step is left.
-struct PathKeeper {
-  RunState &rs;
-  std::string copy;
-  explicit PathKeeper(RunState &r) : rs(r), copy(r.outstlpath) {}
-  ~PathKeeper() { rs.outstlpath = copy; }
-};
 
 inline uint32_t bigendian(uint32_t v) {
   if constexpr (std::endian::native == std::endian::little) return __builtin_bswap32(v);
@@ -39,34 +32,25 @@ void vtkline(BlockWriter &out, std::string_view text) {
 
 }  // namespace
 
-void writevtkstep(RunState &rs) {
-  if (!rs.settings.ovtkflag) return;
-  PathKeeper keep(rs);
-  const size_t p = lastdot(keep.copy);
-  rs.outstlpath = keep.copy.substr(0, p) + "vtk";
-  std::vector<float> dispsingle;
-  filldispsingle(rs, dispsingle, "writevtkstep, dispsingle, 1");
-  writevtk(rs, 'b', true, dispsingle);
-  release(dispsingle);
+std::string vtkname(const std::string &outstlpath) {
+  return outstlpath.substr(0, lastdot(outstlpath)) + "vtk";
 }
 
-void writevtk(RunState &rs, char form, bool indexed, const std::vector<float> &displacement) {
-  const std::string path = rtrim(rs.outstlpath);
+void writevtk(const SurfaceMesh &mesh, const std::vector<float> &displacement,
+              const std::string &path, char form, bool indexed) {
   const bool text = form == 'a';
-  errno = 0;
-  std::FILE *f = std::fopen(path.c_str(), "wb");
-  checkopen(f ? 0 : (errno ? errno : EIO), path);
+  std::FILE *f = openoutput(path, path);
 
-  const size_t n = rs.mesh.nvrt > 0 ? static_cast<size_t>(rs.mesh.nvrt) : 0;
-  const size_t t = rs.mesh.ntri > 0 ? static_cast<size_t>(rs.mesh.ntri) : 0;
-  const size_t nv = std::min(n, rs.mesh.vrt.size() / 3);
-  const size_t nt = std::min(t, rs.mesh.tri.size() / 3);
+  const size_t n = mesh.nvrt > 0 ? static_cast<size_t>(mesh.nvrt) : 0;
+  const size_t t = mesh.ntri > 0 ? static_cast<size_t>(mesh.ntri) : 0;
+  const size_t nv = std::min(n, mesh.vrt.size() / 3);
+  const size_t nt = std::min(t, mesh.tri.size() / 3);
   const size_t nd = std::min(n, displacement.size() / 3);
-  auto coord = [&](size_t k) { return k < 3 * nv ? rs.mesh.vrt[k] : 0.0; };
-  auto corner = [&](size_t k) { return k < 3 * nt ? rs.mesh.tri[k] - 1 : -1; };
+  auto coord = [&](size_t k) { return k < 3 * nv ? mesh.vrt[k] : 0.0; };
+  auto corner = [&](size_t k) { return k < 3 * nt ? mesh.tri[k] - 1 : -1; };
   auto disp = [&](size_t k) { return k < 3 * nd ? displacement[k] : 0.0f; };
 
-  BlockWriter out(rs, f, path);
+  BlockWriter out(f, path);
   vtkline(out, "# vtk DataFile Version 4.1");
   vtkline(out, "Corvanta Tessero Thermo Mechanics vtk output");
   vtkline(out, text ? "ASCII" : "BINARY");
@@ -145,9 +129,7 @@ void writevtk(RunState &rs, char form, bool indexed, const std::vector<float> &d
   }
   out.flush();
   release(block);
-  closeoutput(rs, f, path);
-  rs.rep.finishedfile(path);
-  rs.rep.say("Finished writing VTK file " + path);
+  closeoutput(f, path);
 }
 
 }  // namespace wf

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "control/messages.h"
+#include "base/text.h"
 #include "outputs/package3mf.h"
 
 namespace wf {
@@ -19,9 +19,7 @@ namespace {
 
 constexpr size_t transfersize = 16384;
 
-void zipline(RunState &rs, const std::string &text) {
-  rs.rep.raw("zip:  " + text);
-}
+void zipline(Reporter &rep, const std::string &text) { rep.raw("zip:  " + text); }
 
 // Last write time of a file as the packed DOS date (high word) and time (low word), local
 // time; 0 when the file is not found or its time has no DOS form.
@@ -44,19 +42,18 @@ unsigned long dosdatetime(const char *path) {
 
 }  // namespace
 
-int iszip64file(const char *path, const char *prefix) {
+int iszip64file(Reporter &rep, const char *path, const char *prefix) {
   std::FILE *f = std::fopen(path, "rb");
   if (f == nullptr) return 0;
   long long size = 0;
   if (fseeko(f, 0, SEEK_END) == 0) size = static_cast<long long>(ftello(f));
   std::fclose(f);
-  std::printf("%sfile \"%s\" is %lld bytes\n", prefix, path, size);
-  std::fflush(stdout);
+  rep.raw(std::string(prefix) + "file \"" + path + "\" is " + std::to_string(size) + " bytes");
   return size >= 0xffffffffLL ? 1 : 0;
 }
 
-int zippackage(RunState &rs, const char *zipname, const char *folder, char *filelist) {
-  zipline(rs, "starting");
+int zippackage(Reporter &rep, const char *zipname, const char *folder, char *filelist) {
+  zipline(rep, "starting");
   // The list is split in place at its line feeds.
   std::vector<char *> members;
   for (char *p = filelist; *p != '\0';) {
@@ -69,16 +66,16 @@ int zippackage(RunState &rs, const char *zipname, const char *folder, char *file
 
   char *buf = static_cast<char *>(std::malloc(transfersize));
   if (buf == nullptr) {
-    zipline(rs, "error in allocating memory");
+    zipline(rep, "error in allocating memory");
     return -104;
   }
 
   int status = 0;
   zipFile zf = zipOpen(zipname, APPEND_STATUS_CREATE);
   if (zf != nullptr) {
-    zipline(rs, std::string("creating \"") + zipname + "\"");
+    zipline(rep, std::string("creating \"") + zipname + "\"");
   } else {
-    zipline(rs, std::string("error opening \"") + zipname + "\"");
+    zipline(rep, std::string("error opening \"") + zipname + "\"");
     status = -1;
   }
 
@@ -87,7 +84,7 @@ int zippackage(RunState &rs, const char *zipname, const char *folder, char *file
     zip_fileinfo info;
     std::memset(&info, 0, sizeof info);
     info.dosDate = dosdatetime(source.c_str());
-    const int zip64 = iszip64file(source.c_str(), "zip:  ");
+    const int zip64 = iszip64file(rep, source.c_str(), "zip:  ");
     const char *entry = members[m];
     while (*entry == '\\' || *entry == '/') ++entry;
 
@@ -96,12 +93,12 @@ int zippackage(RunState &rs, const char *zipname, const char *folder, char *file
                                       DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, zip64);
     std::FILE *in = nullptr;
     if (err != ZIP_OK) {
-      zipline(rs, "error in opening \"" + source + "\" in zipfile (" + rs.rep.integer(err) + ")");
+      zipline(rep, "error in opening \"" + source + "\" in zipfile (" + rep.integer(err) + ")");
     } else {
       in = std::fopen(source.c_str(), "rb");
       if (in == nullptr) {
         err = ZIP_ERRNO;
-        zipline(rs, "error in opening \"" + source + "\" for reading");
+        zipline(rep, "error in opening \"" + source + "\" for reading");
       }
     }
     if (err == ZIP_OK) {
@@ -110,13 +107,13 @@ int zippackage(RunState &rs, const char *zipname, const char *folder, char *file
         err = ZIP_OK;
         got = std::fread(buf, 1, transfersize, in);
         if (got < transfersize && std::feof(in) == 0) {
-          zipline(rs, "error in reading \"" + source + "\"");
+          zipline(rep, "error in reading \"" + source + "\"");
           err = ZIP_ERRNO;
         }
         if (got > 0) {
           err = zipWriteInFileInZip(zf, buf, static_cast<unsigned>(got));
           if (err < 0)
-            zipline(rs, "error in writing \"" + source + "\" in the zipfile (" + rs.rep.integer(err) + ")");
+            zipline(rep, "error in writing \"" + source + "\" in the zipfile (" + rep.integer(err) + ")");
         }
       } while (err == ZIP_OK && got > 0);
     }
@@ -126,7 +123,7 @@ int zippackage(RunState &rs, const char *zipname, const char *folder, char *file
     } else {
       status = zipCloseFileInZip(zf);
       if (status != ZIP_OK)
-        zipline(rs, "error in closing \"" + source + "\" in the zipfile (" + rs.rep.integer(status) + ")");
+        zipline(rep, "error in closing \"" + source + "\" in the zipfile (" + rep.integer(status) + ")");
     }
   }
   std::free(buf);
@@ -135,10 +132,10 @@ int zippackage(RunState &rs, const char *zipname, const char *folder, char *file
 
   const int err = zipClose(zf, nullptr);
   if (err == ZIP_OK) {
-    zipline(rs, "done");
+    zipline(rep, "done");
     return 0;
   }
-  zipline(rs, std::string("error in closing \"") + zipname + "(" + rs.rep.integer(err) + ")");
+  zipline(rep, std::string("error in closing \"") + zipname + "(" + rep.integer(err) + ")");
   return err;
 }
 
