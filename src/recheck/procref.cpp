@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Reference and scanned geometries: read once as raw triangles, given their query terms, and
-// kept as a query set that the warp reads for the rest of the run.
 #include "recheck/procref.h"
 
 #include "base/text.h"
@@ -9,16 +7,16 @@
 
 namespace wf {
 
-namespace {
-
-void buildset(RunState &rs, QuerySet &set, const List<std::string> &files, const char *title) {
-  rs.rep.say(title);
-  rs.stlpath = files.n > 0 ? rtrim(files[0]) : std::string();
-  RawSurface raw = readstl(rs.rep, rs.stlpath, rs.stlbyteorder, false);
-  rs.rep.say("Calculating surface normals");
+QuerySet buildqueryset(Reporter &rep, const char *title, const std::string &file,
+                       std::string &stlpath, int &byteorder) {
+  rep.say(title);
+  stlpath = rtrim(file);
+  RawSurface raw = readstl(rep, stlpath, byteorder, false);
+  rep.say("Calculating surface normals");
   TriangleTerms terms;
   triangleterms(raw.vrt.data(), static_cast<size_t>(raw.nvrt), nullptr, raw.ntri, terms);
 
+  QuerySet set;
   set.nvrt = raw.nvrt;
   set.ntri = raw.ntri;
   for (int a = 0; a < 3; ++a) {
@@ -35,19 +33,7 @@ void buildset(RunState &rs, QuerySet &set, const List<std::string> &files, const
   set.den = std::move(terms.den);
   set.normal = std::move(terms.n);
   set.nnsq = std::move(terms.nn);
-}
-
-}  // namespace
-
-void procref(RunState &rs) {
-  if (!rs.settings.refgflag) return;
-  buildset(rs, rs.ref, rs.settings.reffiles, "Processing reference geometry");
-  rs.refminz = rs.ref.bbox[2];
-}
-
-void procscn(RunState &rs) {
-  if (!rs.settings.scngflag) return;
-  buildset(rs, rs.scn, rs.settings.scnfiles, "Processing scanned geometry");
+  return set;
 }
 
 }  // namespace wf

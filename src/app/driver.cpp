@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "app/driver.h"
+
+#include <cmath>
+#include <filesystem>
+
+#include "base/fatal.h"
+#include "base/text.h"
+#include "control/catalogue.h"
+#include "control/deck.h"
+#include "control/solverinput.h"
+#include "outputs/convert3mf.h"
+#include "outputs/outcommon.h"
+#include "outputs/package3mf.h"
+#include "outputs/textreport.h"
+#include "outputs/vtkwriter.h"
+#include "recheck/procref.h"
+#include "recheck/recheck.h"
+#include "simresults/readgeo.h"
+#include "simresults/readvariable.h"
+#include "simresults/simulation.h"
+#include "surface/normals.h"
+#include "surface/preparesurface.h"
+#include "surface/readstl.h"
+#include "surface/writestl.h"
+#include "warp/closestpoint.h"
+#include "warp/nodegrid.h"
+#include "warp/warpstl.h"
+
+namespace fs = std::filesystem;
+
+namespace wf {
+
+namespace {
+
+// Changes the current folder; an empty name stays where it is, and a failure is not fatal:
+// the next open of a file reports what is missing.
+void changefolder(const std::string &folder) {
+  if (folder.empty()) return;
+  std::error_code ec;
+  fs::current_path(folder, ec);
+}
+
+// What the run has loaded for all its surfaces.
+struct RunData {
+  Settings settings;
+  JobFiles files;
+  CaseInfo caseinfo;
+  Simulation sim;
+  NodeGrid grid;
+  QuerySet ref, scn;
+  double refminz = 0;
+  int stlbyteorder = 0;   // remembered between surface reads
+  std::string stlpath;    // the file the last read took
+};
+
+WarpField warpfield(const RunData &run) {
+  const Settings &st = run.settings;
+  WarpField field;
+  field.sim = &run.sim;
+  field.grid = &run.grid;
+  field.ref = &run.ref;
+  field.scn = &run.scn;
+  field.params.warpscale = st.warpscale;
+  field.params.snaptolsq = st.snaptolsq();
+  field.params.halfexponent = st.halfexponent();
+  field.params.navg = st.navgnodes;
+  field.params.fixz = st.fixzflag;
+  field.params.ztol = st.ztol;
+  field.params.norel = st.norelflag;
+  field.params.refg = st.refgflag;
+  field.params.scng = st.scngflag;
+  return field;
+}
+
+// One pass of the surface loop: read, prepare, warp, normals, the outputs, the check.
+void processsurface(Reporter &rep, RunData &run, int i) {
+  const Settings &st = run.settings;
+  const SurfaceNames names = surfacenames(rep, st, run.files, i);
+  run.stlpath = names.stlpath;
+  std::string outstlpath = names.outstlpath;
+  {
+    RawSurface raw = readstl(rep, run.stlpath, run.stlbyteorder, false);
+    // The watertightness warnings name the surface by its ID in the job's list.
+    const JobFiles &jf = run.files;
+    const std::string surfacename =
+        names.curstlid >= 1 && names.curstlid <= jf.stlfiles.n
+            ? rtrim(jf.stlfiles[static_cast<size_t>(names.curstlid - 1)])
+            : rtrim(run.stlpath);
+    SurfaceMesh mesh;
+    EdgeTable edges;
+    preparesurface(rep, raw, st.tolerances, surfacename, run.stlpath, mesh, edges);
+
+    RefineParams refine;
+    refine.maxrefine = st.maxrefine;
+    refine.minedge = st.minedge;
+    refine.maxedge = st.maxedge;
+    refine.refinetolsq = st.refinetolsq();
+    refine.progressbase = names.progressbase;
+    refine.progressshare = names.progressshare;
+    warpstl(rep, warpfield(run), st.inpuflag, run.refminz,
+            WarpScales{run.files.stlscale, st.unitscale}, refine, mesh, edges);
+    edges = EdgeTable();
+
+    rep.say("Calculating surface normals");
+    std::vector<double> nrgtri;
+    facetnormals(mesh.vrt.data(), static_cast<size_t>(mesh.nvrt), mesh.tri.data(), mesh.ntri,
+                 nrgtri);
+    const std::string out = rtrim(outstlpath);
+    writestl(mesh, &nrgtri, out, st.stlformat);
+    if (st.stlformat == 'b') rep.say("Finished writing binary STL file " + out);
+
+    if (st.wrtuflag) {
+      const std::string path = rtrim(names.wrtupath);
+      writetextreport(mesh, path);
+      rep.say("Finished writing file " + path);
+    }
+    if (st.ovtkflag) {
+      const std::string path = vtkname(out);
+      writevtk(mesh, dispsingle(mesh, "writevtkstep, dispsingle, 1"), path, 'b', true);
+      rep.finishedfile(path);
+      rep.say("Finished writing VTK file " + path);
+    }
+    if (st.o3dmflag)
+      write3mf(rep, mesh, dispsingle(mesh, "write3mfstep, dispsingle, 1"), packagefolder(out));
+    // The arrays of the pass are released here, before the read-back.
+  }
+  if (st.tsrdflag) {
+    const RecheckSettings settings{st.tolerances, st.repairtol, st.tsreflag};
+    outstlpath = recheckstep(rep, outstlpath, settings, run.stlpath, run.stlbyteorder);
+  }
+  if (st.o3mfflag) {
+    // The path is passed as it stands, blanks and all.
+    const std::string plain = plain3mfname(outstlpath);
+    if (convertto3mf(rep, outstlpath.c_str(), plain.c_str()) != 0) {
+      rep.say("Warning:  3MF conversion was not successful.");
+      rep.blank();
+    }
+  }
+  finishsurface(rep, outstlpath);
+}
+
+}  // namespace
+
+std::string selectedsurface(const JobFiles &files, int32_t id) {
+  int found = 0;
+  for (int j = 1; j <= files.stlfiles.n; ++j) {
+    if (surfaceselected(files, j) && ++found == id)
+      return rtrim(files.stlfiles[static_cast<size_t>(j - 1)]);
+  }
+  return {};
+}
+
+void splitpath(const std::string &path, std::string &drive, std::string &folder, std::string &name,
+               std::string &ext) {
+  drive.clear();
+  const size_t slash = path.find_last_of('/');
+  const size_t start = slash == std::string::npos ? 0 : slash + 1;
+  folder = path.substr(0, start);
+  const std::string file = path.substr(start);
+  const size_t dot = file.find_last_of('.');
+  if (dot == std::string::npos) {
+    name = file;
+    ext.clear();
+  } else {
+    name = file.substr(0, dot);
+    ext = file.substr(dot);
+  }
+}
+
+void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &st, JobFiles &jf,
+             CaseInfo &caseinfo) {
+  loadsettings(rep);
+  rep.opensignal();
+  readdeck(rep, args, st, jf);
+  readsolverinput(rep, st, jf);
+  if (st.inpuflag) jf.casestem = jf.inputfile;
+  if (!st.caseflag) {
+    jf.casefile = rtrim(jf.casestem);
+    jf.casefile += ".case";
+  }
+  jf.inputfolder.assign(1, '.');
+  if (st.inpuflag) {
+    // Both folders are fixed against the folder the run started in, so that the change to the
+    // case folder does not move the meaning of a relative input folder.
+    std::error_code ec;
+    const fs::path start = fs::current_path(ec);
+    std::string drive, folder, name, ext;
+    splitpath(rtrim(jf.inputfile), drive, folder, name, ext);
+    jf.inputfolder = (start / (drive + folder)).lexically_normal().string();
+    splitpath(rtrim(jf.casefile), drive, folder, name, ext);
+    jf.casestem = name;
+    jf.casefile = name + ext;
+    jf.casefolder = drive + folder;
+    changefolder(jf.casefolder);
+    caseinfo = readcase(rep, jf.casefile);
+    selectincrement(caseinfo, st.incoffset, jf);
+  }
+  selectsurfaces(rep, st, caseinfo.ninc, jf);
+  if (st.inpuflag) {
+    jf.dispfile = rtrim(findresultfile("results/" + rtrim(jf.casestem) + "00_",
+                                       jf.resultfilenumber, ".dis.ens"));
+  }
+}
+
+SurfaceNames surfacenames(Reporter &rep, const Settings &st, const JobFiles &jf, int i) {
+  SurfaceNames n;
+  n.progressbase = static_cast<int32_t>(std::lround(99.0 * (i - 1) / jf.nsurfaces));
+  n.progressshare = 1.0 / jf.nsurfaces;
+  n.curstlid = jf.stlids[static_cast<size_t>(i - 1)];
+  if (st.outpflag) {
+    // A list shorter than the surfaces leaves a surface without a name of its own.
+    if (i > st.outfiles.n) {
+      const std::string surface = selectedsurface(jf, n.curstlid);
+      fatal(196, {surface.empty() ? std::to_string(n.curstlid) : surface});
+    }
+    n.outstlpath = rtrim(st.outfiles[static_cast<size_t>(i - 1)]);
+  } else {
+    n.outstlpath = rtrim(jf.inputfile) + "_" + std::to_string(i) + "_warp.stl";
+  }
+  // The report's name depends on whether an earlier output stands there, in the folder the
+  // pass starts in.
+  std::string copy = n.outstlpath;
+  if (fileexists(copy)) copy = stripext(copy);
+  n.wrtupath = rtrim(copy) + "_wrtu.txt";
+  const std::string out = rtrim(n.outstlpath);
+  for (int j = 0; j < jf.stlfiles.n; ++j)
+    if (rtrim(jf.stlfiles[static_cast<size_t>(j)]) == out) fatal(193, {out});
+  n.stlpath = selectedsurface(jf, n.curstlid);
+  // The list no longer holds the surface of this ID.
+  if (n.stlpath.empty()) fatal(197, {std::to_string(n.curstlid)});
+  rep.say("STL file = " + n.stlpath);
+  changefolder(jf.inputfolder);
+  return n;
+}
+
+void finishsurface(Reporter &rep, const std::string &outstlpath) {
+  rep.blank();
+  rep.say("Finished writing file " + rtrim(outstlpath));
+  rep.blank();
+  rep.say("CPU wall = " + walltext(rep.wallseconds()));
+  rep.blank();
+}
+
+int runwarpforge(Reporter &rep, const std::vector<std::string> &args) {
+  setfpmode();
+  RunData run;
+  initrun(rep, args, run.settings, run.files, run.caseinfo);
+  const Settings &st = run.settings;
+  if (!st.scngflag) {
+    readgeo(rep, run.caseinfo, run.files.casestem, run.files.meshfilenumber, ".geo", run.sim);
+    marknodes(run.sim);
+    run.grid = initgrid(rep, run.sim);
+    readvariable(rep, run.files.dispfile, run.sim);
+  }
+  if (st.refgflag) {
+    run.ref = buildqueryset(rep, "Processing reference geometry",
+                            st.reffiles.n > 0 ? st.reffiles[0] : std::string(), run.stlpath,
+                            run.stlbyteorder);
+    run.refminz = run.ref.bbox[2];
+  }
+  if (st.scngflag) {
+    run.scn = buildqueryset(rep, "Processing scanned geometry",
+                            st.scnfiles.n > 0 ? st.scnfiles[0] : std::string(), run.stlpath,
+                            run.stlbyteorder);
+  }
+  const int n = run.files.nsurfaces;
+  for (int i = 1; i <= n; ++i) processsurface(rep, run, i);
+  rep.finish(1);
+  return 0;
+}
+
+}  // namespace wf
