@@ -6,6 +6,7 @@
 
 #include "base/memory.h"
 #include "surface/sortkit.h"
+#include "warp/warpstl.h"
 
 namespace wf {
 
@@ -216,18 +217,90 @@ void Walk::splitedge(int32_t e, const double *midbefore, const double *midafter,
   if (d != 0 && t2 >= 1) active_[col(t2)] = 0;
 }
 
+// The displaced midpoints of the edges that the walk will test, computed ahead in parallel.
+// The midpoint of an edge depends only on its two ends before the warp, which are fixed when the
+// edge is made, and whether the walk tests it only on its level and its length, also fixed then.
+// So the midpoints of a wave of edges (the initial edges, then the edges made while the walk
+// went through the previous wave) can all be computed before the walk reaches them, each by the
+// same call the walk would make; the walk then takes them in its own order.
+class Midpoints {
+ public:
+  Midpoints(const WarpField &field, const RefineParams &params, const SurfaceMesh &mesh,
+            const EdgeTable &edges)
+      : field_(field), params_(params), mesh_(mesh), edges_(edges) {}
+
+  // Computes the midpoints of edges first..last (1-based).
+  void wave(int32_t first, int32_t last) {
+    first_ = first;
+    const size_t n = static_cast<size_t>(last - first + 1);
+    if (after_.size() < 3 * n) after_.resize(3 * n);
+    double *after = after_.data();
+    const WarpField &field = field_;
+    const int32_t navg = field.params.scng ? 1 : field.params.navg;
+    const int32_t count = static_cast<int32_t>(n);
+    const Midpoints &self = *this;
+#pragma omp parallel default(none) shared(field, self, after) firstprivate(navg, count, first)
+    {
+      setfpmode();
+      WarpWork work(navg);
+#pragma omp for schedule(dynamic, 64)
+      for (int32_t k = 0; k < count; ++k) {
+        const int32_t e = first + k;
+        double *mid = after + 3 * static_cast<size_t>(k);
+        if (!self.tested(e)) continue;
+        self.before(e, mid);
+        warpvertex(field, mid, work);
+      }
+    }
+  }
+  // Whether the walk tests edge e: below the level limit and longer than minedge.
+  bool tested(int32_t e) const {
+    const size_t ce = col(e);
+    return edges_.level[ce] < params_.maxrefine && edges_.len[ce] > params_.minedge;
+  }
+  // The midpoint of edge e before the warp.
+  void before(int32_t e, double *mid) const {
+    const size_t ce = col(e);
+    const double *pa = mesh_.prewarp.data() + 3 * col(edges_.vrt[2 * ce]);
+    const double *pb = mesh_.prewarp.data() + 3 * col(edges_.vrt[2 * ce + 1]);
+    for (int k = 0; k < 3; ++k) mid[k] = 0.5 * (pa[k] + pb[k]);
+  }
+  // The displaced midpoint of edge e of the current wave.
+  const double *after(int32_t e) const {
+    return after_.data() + 3 * static_cast<size_t>(e - first_);
+  }
+
+ private:
+  const WarpField &field_;
+  const RefineParams &params_;
+  const SurfaceMesh &mesh_;
+  const EdgeTable &edges_;
+  std::vector<double> after_;
+  int32_t first_ = 1;
+};
+
 }  // namespace
 
 RefineCounts refinesurface(const WarpField &field, const RefineParams &params, SurfaceMesh &mesh,
                            EdgeTable &edges, WarpWork &work, const ProgressFn &progress) {
+  (void)work;  // the midpoints are displaced ahead, with work arrays of each thread
   Walk walk(mesh, edges);
   const int32_t n0 = edges.n;
   std::vector<int32_t> edgeorder(static_cast<size_t>(std::max(n0, 0)));
   dvecsort(edges.len.data(), edgeorder.data(), n0);
 
+  Midpoints mids(field, params, mesh, edges);
+  mids.wave(1, n0);
+  int32_t wavelast = n0;
+
   int32_t progressmark = params.progressbase;
   for (int32_t i = 1; i <= edges.n; ++i) {
     const int32_t e = i <= n0 ? edgeorder[static_cast<size_t>(n0 - i)] : i;
+    if (e > wavelast) {
+      // The walk enters the edges made by the previous wave.
+      mids.wave(wavelast + 1, edges.n);
+      wavelast = edges.n;
+    }
 
     const double share = params.progressshare * 99.0 * i / edges.n;
     int32_t p = params.progressbase + static_cast<int32_t>(std::lround(share));
@@ -237,18 +310,14 @@ RefineCounts refinesurface(const WarpField &field, const RefineParams &params, S
       progressmark = p;
     }
 
+    if (!mids.tested(e)) continue;
     const size_t ce = col(e);
-    if (edges.level[ce] >= params.maxrefine) continue;
     const double len = edges.len[ce];
-    if (len <= params.minedge) continue;
-
     const int32_t a = edges.vrt[2 * ce], b = edges.vrt[2 * ce + 1];
-    const double *pa = mesh.prewarp.data() + 3 * col(a);
-    const double *pb = mesh.prewarp.data() + 3 * col(b);
     double before[3], after[3];
-    for (int k = 0; k < 3; ++k) before[k] = 0.5 * (pa[k] + pb[k]);
-    for (int k = 0; k < 3; ++k) after[k] = before[k];
-    warpvertex(field, after, work);
+    mids.before(e, before);
+    const double *mid = mids.after(e);
+    for (int k = 0; k < 3; ++k) after[k] = mid[k];
 
     bool split = len > params.maxedge;
     if (!split) {

@@ -45,7 +45,10 @@ struct RefineCounts {
 
 // The walk and the compaction of the live triangles. mesh.vrt and mesh.prewarp hold the warped
 // and unwarped vertices; edges is the table of the mesh with its lengths (scaled as the warp
-// has them). Midpoints are displaced with `work` on the calling thread.
+// has them). The midpoints are displaced ahead of the walk, wave by wave, on all threads (each
+// with the floating-point mode of the caller and its own work arrays); the walk's decisions,
+// numbering and result are those of a walk that displaces each midpoint when it reaches it, on
+// any number of threads. `work` is not used and stays for callers that hold one.
 RefineCounts refinesurface(const WarpField &field, const RefineParams &params, SurfaceMesh &mesh,
                            EdgeTable &edges, WarpWork &work, const ProgressFn &progress);
 

@@ -22,7 +22,7 @@ void warpvertices(const WarpField &field, SurfaceMesh &mesh) {
   {
     setfpmode();
     WarpWork work(navg);
-#pragma omp for schedule(dynamic, 1)
+#pragma omp for schedule(dynamic, 16)
     for (int32_t i = 0; i < nvrt; ++i) warpvertex(field, vrt + 3 * static_cast<size_t>(i), work);
   }
 }
