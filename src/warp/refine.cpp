@@ -282,8 +282,7 @@ class Midpoints {
 }  // namespace
 
 RefineCounts refinesurface(const WarpField &field, const RefineParams &params, SurfaceMesh &mesh,
-                           EdgeTable &edges, WarpWork &work, const ProgressFn &progress) {
-  (void)work;  // the midpoints are displaced ahead, with work arrays of each thread
+                           EdgeTable &edges, const ProgressFn &progress) {
   Walk walk(mesh, edges);
   const int32_t n0 = edges.n;
   std::vector<int32_t> edgeorder(static_cast<size_t>(std::max(n0, 0)));

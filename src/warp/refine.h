@@ -48,8 +48,8 @@ struct RefineCounts {
 // has them). The midpoints are displaced ahead of the walk, wave by wave, on all threads (each
 // with the floating-point mode of the caller and its own work arrays); the walk's decisions,
 // numbering and result are those of a walk that displaces each midpoint when it reaches it, on
-// any number of threads. `work` is not used and stays for callers that hold one.
+// any number of threads.
 RefineCounts refinesurface(const WarpField &field, const RefineParams &params, SurfaceMesh &mesh,
-                           EdgeTable &edges, WarpWork &work, const ProgressFn &progress);
+                           EdgeTable &edges, const ProgressFn &progress);
 
 }  // namespace wf

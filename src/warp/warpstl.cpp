@@ -63,10 +63,8 @@ void warpstl(Reporter &rep, const WarpField &given, bool nodecheck, double refmi
 
   rep.say("Refining STL edges ...");
   rep.blank();
-  // The main thread's work arrays displace the midpoints.
-  WarpWork work(field.params.scng ? 1 : field.params.navg);
   const RefineCounts counts =
-      refinesurface(field, refine, mesh, edges, work,
+      refinesurface(field, refine, mesh, edges,
                     [&](int32_t edge, int32_t nedges, int32_t percent) {
                       rep.progress(edge, nedges, percent);
                     });
