@@ -11,6 +11,7 @@ namespace wf {
 namespace {
 
 const std::string kIndent(30, ' ');
+constexpr int32_t kMaxAverageNodes = 100000000;
 
 // One free-form token, passing over blank lines as the list-directed read does.
 int readtoken(LineReader &in, std::string &token) {
@@ -158,6 +159,9 @@ bool validate(Reporter &rep, const Settings &s, JobFiles &files) {
   }
   if (s.maxrefine < 0) fail(181);
   if (s.navgnodes < 1) fail(182);
+  // Each thread keeps 20 bytes per averaged node: beyond this no machine holds the arrays, with
+  // a mesh to match or, in a scan job, without one.
+  if (s.navgnodes > kMaxAverageNodes) fail(172, {inttext(s.navgnodes)});
   if (s.avgexponent <= 0) fail(183);
   if (s.snaptol <= 0) fail(184);
   if (s.minedge <= 0) fail(185);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "warp/refine.h"
 
+#include <omp.h>
+
 #include <algorithm>
 #include <cmath>
 
@@ -227,22 +229,28 @@ class Midpoints {
  public:
   Midpoints(const WarpField &field, const RefineParams &params, const SurfaceMesh &mesh,
             const EdgeTable &edges)
-      : field_(field), params_(params), mesh_(mesh), edges_(edges) {}
+      : field_(field), params_(params), mesh_(mesh), edges_(edges), works_(threadwork(field)) {}
 
   // Computes the midpoints of edges first..last (1-based).
   void wave(int32_t first, int32_t last) {
     first_ = first;
     const size_t n = static_cast<size_t>(last - first + 1);
-    if (after_.size() < 3 * n) after_.resize(3 * n);
+    if (after_.size() < 3 * n) {
+      try {
+        after_.resize(3 * n);
+      } catch (const std::bad_alloc &) {
+        checkalloc(1, "refinesurface, midpoints, 1");
+      }
+    }
     double *after = after_.data();
     const WarpField &field = field_;
-    const int32_t navg = field.params.scng ? 1 : field.params.navg;
     const int32_t count = static_cast<int32_t>(n);
     const Midpoints &self = *this;
-#pragma omp parallel default(none) shared(field, self, after) firstprivate(navg, count, first)
+    std::vector<WarpWork> &works = works_;
+#pragma omp parallel default(none) shared(field, self, after, works) firstprivate(count, first)
     {
       setfpmode();
-      WarpWork work(navg);
+      WarpWork &work = works[static_cast<size_t>(omp_get_thread_num())];
 #pragma omp for schedule(dynamic, 64)
       for (int32_t k = 0; k < count; ++k) {
         const int32_t e = first + k;
@@ -275,6 +283,7 @@ class Midpoints {
   const RefineParams &params_;
   const SurfaceMesh &mesh_;
   const EdgeTable &edges_;
+  std::vector<WarpWork> works_;
   std::vector<double> after_;
   int32_t first_ = 1;
 };

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "warp/warpstl.h"
 
+#include <omp.h>
 #include <xmmintrin.h>
+
+#include <algorithm>
+#include <new>
 
 #include <vector>
 
@@ -13,15 +17,27 @@ namespace wf {
 
 void setfpmode() { _mm_setcsr(_mm_getcsr() | 0x8040); }
 
-void warpvertices(const WarpField &field, SurfaceMesh &mesh) {
-  // The scan path needs no node arrays.
+std::vector<WarpWork> threadwork(const WarpField &field) {
+  // The scan path needs no node arrays. The arrays are made here, on the calling thread, so that
+  // a failed allocation is reported like any other and never meets a parallel region.
   const int32_t navg = field.params.scng ? 1 : field.params.navg;
+  try {
+    return std::vector<WarpWork>(static_cast<size_t>(std::max(omp_get_max_threads(), 1)),
+                                 WarpWork(navg));
+  } catch (const std::bad_alloc &) {
+    checkalloc(1, "warpstl, work, 1");
+  }
+  return {};
+}
+
+void warpvertices(const WarpField &field, SurfaceMesh &mesh) {
+  std::vector<WarpWork> works = threadwork(field);
   const int32_t nvrt = mesh.nvrt;
   double *vrt = mesh.vrt.data();
-#pragma omp parallel default(none) shared(field, vrt) firstprivate(navg, nvrt)
+#pragma omp parallel default(none) shared(field, vrt, works) firstprivate(nvrt)
   {
     setfpmode();
-    WarpWork work(navg);
+    WarpWork &work = works[static_cast<size_t>(omp_get_thread_num())];
 #pragma omp for schedule(dynamic, 16)
     for (int32_t i = 0; i < nvrt; ++i) warpvertex(field, vrt + 3 * static_cast<size_t>(i), work);
   }

@@ -4,6 +4,8 @@
 // warp (with the STL scaling, in output units), and the triangles are the live ones in order.
 #pragma once
 
+#include <vector>
+
 #include "base/reporter.h"
 #include "surface/surfacemesh.h"
 #include "warp/refine.h"
@@ -31,5 +33,8 @@ void warpstl(Reporter &rep, const WarpField &field, bool nodecheck, double refmi
 
 // Flush-to-zero and denormals-are-zero on the calling thread.
 void setfpmode();
+// One set of work arrays per thread of a parallel region, made on the calling thread. Throws
+// Fatal 32 ("warpstl, work, 1").
+std::vector<WarpWork> threadwork(const WarpField &field);
 
 }  // namespace wf

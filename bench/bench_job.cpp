@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The large default job, phase by phase and whole: a job of about 1.1 M surface triangles and
+// 1 M mesh nodes made by genjob, then on one and on two threads
+//   surface preparation (read, snap, merge, edges), the vertex loop, the refinement walk (with
+//   *MINE 0.05 *MAXE 0.12, which refines to about 2.4 M triangles), normals, the STL write,
+//   the model text of the package, its zip,
+// and the whole program on the default deck (package on) and on the refining deck (package off).
+// Each figure is the best of `repeats` runs.
+//
+//   bench_job [folder (/tmp/bench_job)] [repeats (3)] [triangles (1100000)] [nodes (1000000)]
+#include <omp.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "base/reporter.h"
+#include "control/catalogue.h"
+#include "outputs/outcommon.h"
+#include "outputs/package3mf.h"
+#include "simresults/readcase.h"
+#include "simresults/readgeo.h"
+#include "simresults/readvariable.h"
+#include "surface/normals.h"
+#include "surface/preparesurface.h"
+#include "surface/readstl.h"
+#include "surface/writestl.h"
+#include "warp/nodegrid.h"
+#include "warp/refine.h"
+#include "warp/warpstl.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+double now() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+// Best wall time of repeats runs of f; prepare runs before each, untimed.
+double best(int repeats, const std::function<void()> &prepare, const std::function<void()> &f) {
+  double b = 1e30;
+  for (int r = 0; r < repeats; ++r) {
+    if (prepare) prepare();
+    const double t0 = now();
+    f();
+    b = std::min(b, now() - t0);
+  }
+  return b;
+}
+
+// Runs a program in folder with OMP_NUM_THREADS set, its output discarded; returns the wall time.
+double runprogram(const std::string &exe, const std::string &arg, const std::string &folder,
+                  int threads) {
+  std::fflush(stdout);
+  const double t0 = now();
+  const pid_t pid = fork();
+  if (pid == 0) {
+    if (chdir(folder.c_str()) != 0) _exit(127);
+    if (!std::freopen("/dev/null", "w", stdout)) _exit(127);
+    setenv("OMP_NUM_THREADS", std::to_string(threads).c_str(), 1);
+    setenv("CRVT_TSR_SIM_TMP", (folder + "/tmp").c_str(), 1);
+    execl(exe.c_str(), exe.c_str(), arg.c_str(), static_cast<char *>(nullptr));
+    _exit(127);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+    std::fprintf(stderr, "%s %s exited with %d\n", exe.c_str(), arg.c_str(), status);
+  return now() - t0;
+}
+
+void writetext(const std::string &path, const std::string &text) {
+  std::FILE *f = std::fopen(path.c_str(), "w");
+  if (!f) return;
+  std::fputs(text.c_str(), f);
+  std::fclose(f);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  const std::string folder = argc > 1 ? argv[1] : "/tmp/bench_job";
+  const int repeats = argc > 2 ? std::max(1, std::atoi(argv[2])) : 3;
+  const std::string tris = argc > 3 ? argv[3] : "1100000";
+  const std::string nodes = argc > 4 ? argv[4] : "1000000";
+  const std::string bindir = wf::exefolder("");
+  const std::string genjob = bindir + "genjob", warpforge = bindir + "warpforge";
+
+  fs::remove_all(folder);
+  const std::string make =
+      "'" + genjob + "' '" + folder + "' --tris " + tris + " --nodes " + nodes + " >/dev/null";
+  if (std::system(make.c_str()) != 0) {
+    std::fprintf(stderr, "bench_job: genjob failed\n");
+    return 1;
+  }
+  writetext(folder + "/default.deck", "*INPU\njob\n*IOFF\n-1\n");
+  writetext(folder + "/refine.deck", "*INPU\njob\n*IOFF\n-1\n*MINE\n0.05\n*MAXE\n0.12\n*N3DM\n");
+
+  std::FILE *devnull = std::fopen("/dev/null", "w");
+  wf::Reporter rep(devnull);
+  std::error_code ec;
+  fs::current_path(folder, ec);
+  wf::setfpmode();
+
+  // The simulation, loaded once.
+  wf::Simulation sim;
+  const wf::CaseInfo info = wf::readcase(rep, "job.case");
+  const double tload = best(1, nullptr, [&] {
+    wf::readgeo(rep, info, "job", info.meshnums.back(), ".geo", sim);
+    wf::marknodes(sim);
+  });
+  wf::NodeGrid grid;
+  const double tgrid = best(repeats, nullptr, [&] { grid = wf::initgrid(rep, sim); });
+  wf::readvariable(rep, "results/job00_" + std::to_string(info.resultnums.back()) + ".dis.ens", sim);
+
+  // Surface preparation: read, snap, merge, edges.
+  wf::SurfaceMesh mesh0;
+  wf::EdgeTable edges0;
+  int byteorder = 0;
+  const double tprep = best(repeats, nullptr, [&] {
+    std::string path = "part.stl";
+    wf::RawSurface raw = wf::readstl(rep, path, byteorder, false);
+    mesh0 = wf::SurfaceMesh();
+    edges0 = wf::EdgeTable();
+    wf::preparesurface(rep, raw, wf::Tolerances(), "part.stl", path, mesh0, edges0);
+  });
+
+  wf::WarpField field;
+  field.sim = &sim;
+  field.grid = &grid;
+  field.params.buildplane = mesh0.box.min[2];
+  wf::RefineParams refine;
+  refine.minedge = 0.05;
+  refine.maxedge = 0.12;
+  refine.refinetolsq = 1e-6;
+
+  std::printf("==== job: %s triangles, %d nodes (%d x %d x %d cells); best of %d\n", tris.c_str(),
+              sim.nnodes, grid.nx, grid.ny, grid.nz, repeats);
+  std::printf("%-34s %8.3f s\n", "load mesh (geometry file)", tload);
+  std::printf("%-34s %8.3f s\n", "initgrid", tgrid);
+  std::printf("%-34s %8.3f s   (%d -> %d vertices, %d edges)\n", "surface preparation",
+              tprep, 3 * mesh0.ntri, mesh0.nvrt, edges0.n);
+
+  wf::SurfaceMesh warped, refined;
+  for (int threads : {1, 2}) {
+    omp_set_num_threads(threads);
+    wf::SurfaceMesh mesh;
+    wf::EdgeTable edges;
+    const double tloop = best(repeats, [&] { mesh = mesh0; mesh.prewarp = mesh.vrt; },
+                              [&] { wf::warpvertices(field, mesh); });
+    warped = mesh;
+    wf::RefineCounts counts;
+    const double twalk = best(
+        repeats, [&] { mesh = warped; edges = edges0; },
+        [&] { counts = wf::refinesurface(field, refine, mesh, edges, nullptr); });
+    refined = mesh;
+    std::printf("%-34s %8.3f s   (%d threads)\n", "vertex loop", tloop, threads);
+    std::printf("%-34s %8.3f s   (%d threads; %d -> %d triangles)\n", "refinement walk", twalk,
+                threads, mesh0.ntri, counts.active);
+  }
+
+  std::vector<double> nrgtri;
+  const double tnormals = best(repeats, nullptr, [&] {
+    wf::facetnormals(warped.vrt.data(), static_cast<size_t>(warped.nvrt), warped.tri.data(),
+                     warped.ntri, nrgtri);
+  });
+  const double twrite =
+      best(repeats, nullptr, [&] { wf::writestl(warped, &nrgtri, "bench_out.stl", 'b'); });
+  const std::vector<float> disp = wf::dispsingle(warped, "bench, dispsingle, 1");
+  fs::create_directories("bench_color/3D", ec);
+  const double tmodel = best(repeats, nullptr, [&] {
+    wf::writemodel(warped, disp, "bench_color/3D/3dmodel.model", "bench_color/3D/3dmodel.model");
+  });
+  const double tzip = best(repeats, nullptr, [&] {
+    char list[] = "3D/3dmodel.model\n";
+    wf::zippackage(rep, "bench_color.3mf", "bench_color", list);
+  });
+  std::printf("%-34s %8.3f s\n", "normals", tnormals);
+  std::printf("%-34s %8.3f s\n", "STL write (binary)", twrite);
+  std::printf("%-34s %8.3f s   (%.1f MB)\n", "model text", tmodel,
+              static_cast<double>(fs::file_size("bench_color/3D/3dmodel.model", ec)) / 1e6);
+  std::printf("%-34s %8.3f s   (%.1f MB)\n", "zip", tzip,
+              static_cast<double>(fs::file_size("bench_color.3mf", ec)) / 1e6);
+
+  for (int threads : {1, 2}) {
+    double tdef = 1e30, tref = 1e30;
+    for (int r = 0; r < repeats; ++r) {
+      tdef = std::min(tdef, runprogram(warpforge, "default.deck", folder, threads));
+      tref = std::min(tref, runprogram(warpforge, "refine.deck", folder, threads));
+    }
+    std::printf("%-34s %8.3f s   (%d threads)\n", "whole run, default (package on)", tdef, threads);
+    std::printf("%-34s %8.3f s   (%d threads)\n", "whole run, refining (package off)", tref,
+                threads);
+  }
+  std::fclose(devnull);
+  return 0;
+}
