@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that warpforge needs to build, test and run; only the missing ones.
 set -euo pipefail
+# clang, its runtime and libomp build the fuzz harnesses (tools/fuzz.sh, CI).
 pkgs=(g++ cmake make pkg-config libgtest-dev libminizip-dev lib3mf-dev libzip-dev
-      nlohmann-json3-dev libadmesh-dev admesh python3-vtk9 unzip)
+      nlohmann-json3-dev libadmesh-dev admesh python3-vtk9 unzip
+      clang libclang-rt-14-dev libomp-14-dev)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

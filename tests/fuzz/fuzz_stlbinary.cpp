@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// An STL file through the whole read (the text attempt, then the byte orders), then prepared.
+#include "fuzz_stl.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  fuzz::writefile("part.stl", data, size);
+  fuzz::run([] {
+    std::string path = "part.stl";
+    int byteorder = 0;
+    wf::RawSurface raw = wf::readstl(fuzz::quiet(), path, byteorder, false);
+    fuzzprepare(raw, path);
+  });
+  return 0;
+}
