@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "base/reporter.h"
+#include "outputs/zippackage.h"
 #include "surface/surfacemesh.h"
 
 namespace wf {
@@ -31,11 +32,5 @@ void writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
 void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
               const std::string &folder);
 
-// Zips the members named in filelist (each followed by a line feed; split in place) from
-// folder into zipname. Console lines begin with "zip:  ". Returns 0, or the failing status.
-int zippackage(Reporter &rep, const char *zipname, const char *folder, char *filelist);
-// 1 when the file has 0xFFFFFFFF bytes or more, else 0 (also when it cannot be opened); an
-// opened file is reported as prefix + file "path" is N bytes.
-int iszip64file(Reporter &rep, const char *path, const char *prefix);
 
 }  // namespace wf

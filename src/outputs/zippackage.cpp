@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "base/text.h"
-#include "outputs/package3mf.h"
+#include "outputs/zippackage.h"
 
 namespace wf {
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/reporter.h"
+#include "surface/edges.h"
 #include "surface/surfacemesh.h"
 
 namespace wf {
@@ -45,20 +46,6 @@ void snapvertices(RawSurface &raw, double pitch);
 // mesh.tri the 1-based number of each corner. triedgesq gets the squared sides of each
 // triangle (corners 2-1, 3-2, 1-3). The soup is released. Throws Fatal 32.
 void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &triedgesq);
-
-struct EdgeCounts {
-  int64_t open = 0;      // edges with one triangle
-  int64_t good = 0;      // edges with two
-  int64_t over = 0;      // edges with more
-  bool watertight() const { return open == 0 && over == 0; }
-};
-// The unique edges of the mesh, numbered in ascending order of (lower vertex, higher vertex),
-// with their tables filled in one pass (see EdgeTable). Throws Fatal 32.
-EdgeCounts buildedges(const SurfaceMesh &mesh, const std::vector<double> &triedgesq,
-                      EdgeTable &edges);
-// Edges whose two triangles both run along it, or both do not. Meaningful when every edge has
-// two triangles.
-int64_t countinverted(const SurfaceMesh &mesh, const EdgeTable &edges);
 
 struct SurfaceCheck {
   int status = 0;         // 0 clean, -1 some edge has other than two triangles

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "base/memory.h"
-#include "surface/preparesurface.h"
+#include "surface/edges.h"
 #include "surface/sortkit.h"
 
 namespace wf {
