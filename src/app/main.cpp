@@ -5,6 +5,8 @@
 // ends the run (posted here, after which "ABORTING"); anything else that escapes (an allocation
 // without a label of its own, the C++ library) is reported as a failed allocation or with its
 // text, never left uncaught. The exit status is 0 at the end of a run and 255 for an aborted one.
+#include <malloc.h>
+
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -43,6 +45,12 @@ int main(int argc, char **argv) {
       std::printf("warpforge %s\n", WARPFORGE_BUILD_ID);
     return 0;
   }
+
+  // The run allocates and frees arrays of hundreds of megabytes in turn. Kept in the heap instead
+  // of going back to the system, freed memory is taken again without fresh pages to be faulted
+  // in and zeroed, which is a good part of the time of the surface preparation.
+  mallopt(M_MMAP_THRESHOLD, 1 << 30);
+  mallopt(M_TRIM_THRESHOLD, 1 << 30);
 
   wf::Reporter rep;
   int status = 255;

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <limits>
+#include <new>
 
 #include "base/memory.h"
 #include "base/text.h"
@@ -65,21 +67,83 @@ SnapTolerance snaptolerance(const BBox &box, double minedgelen, const Tolerances
   return st;
 }
 
-void snapvertices(RawSurface &raw, double pitch) {
+void snapvertices(RawSurface &raw, double pitch, std::vector<uint64_t> *keys) {
   // The lattice is centred on the box, so the bound of its pitch depends on the size alone.
   double centre[3];
   for (int k = 0; k < 3; ++k) centre[k] = (raw.box.min[k] + raw.box.max[k]) * 0.5;
   const size_t n = std::min(raw.vrt.size() / 3, static_cast<size_t>(std::max(raw.nvrt, 0)));
   double *v = raw.vrt.data();
+
+  // Lattice keys. A snapped coordinate is fl(fl(q pitch) + centre), within one spacing of
+  // doubles at the largest coordinate M of the exact q pitch + centre; so where the pitch
+  // exceeds twice that spacing (here four times, for margin), larger indices give strictly larger
+  // coordinates and equal indices equal ones: the indices order the vertices as the coordinates.
+  int64_t qlow[3] = {0, 0, 0};
+  double qmin[3] = {0, 0, 0}, qmax[3] = {0, 0, 0};
+  int shift[3] = {0, 0, 0}, width[3] = {0, 0, 0};
+  bool keyed = keys != nullptr && n > 0 && std::isfinite(pitch) && pitch > 0;
+  int totalbits = 0;
+  for (int k = 2; keyed && k >= 0; --k) {
+    const double lo = raw.box.min[k], hi = raw.box.max[k];
+    if (!std::isfinite(lo) || !std::isfinite(hi) || !std::isfinite(centre[k])) {
+      keyed = false;
+      break;
+    }
+    const double m = std::max(std::fabs(lo), std::fabs(hi)) + pitch;
+    const double spacing = std::nextafter(m, std::numeric_limits<double>::infinity()) - m;
+    const double qa = std::round((lo - centre[k]) / pitch), qb = std::round((hi - centre[k]) / pitch);
+    if (!(pitch > 4 * spacing) || !(qa > -0x1p62 && qb < 0x1p62)) {
+      keyed = false;
+      break;
+    }
+    qlow[k] = static_cast<int64_t>(qa);
+    qmin[k] = qa;
+    qmax[k] = qb;
+    const uint64_t range = static_cast<uint64_t>(static_cast<int64_t>(qb) - qlow[k]);
+    width[k] = range == 0 ? 0 : 64 - __builtin_clzll(range);
+    shift[k] = totalbits;
+    totalbits += width[k];
+    if (totalbits > 64) keyed = false;
+  }
+  if (keyed) {
+    try {
+      keys->assign(n, 0);
+    } catch (const std::bad_alloc &) {
+      keyed = false;  // the keys only speed the merge up: it goes on without them
+    }
+  }
+  if (!keyed) {
+    if (keys) keys->clear();
+    for (size_t j = 0; j < n; ++j) {
+      for (int k = 0; k < 3; ++k) {
+        const double q = latticeindex((v[3 * j + k] - centre[k]) / pitch);
+        v[3 * j + k] = q * pitch + centre[k];
+      }
+    }
+    return;
+  }
+  uint64_t *key = keys->data();
+  bool inrange = true;
   for (size_t j = 0; j < n; ++j) {
+    uint64_t kj = 0;
     for (int k = 0; k < 3; ++k) {
       const double q = latticeindex((v[3 * j + k] - centre[k]) / pitch);
       v[3 * j + k] = q * pitch + centre[k];
+      // An index outside the box's range (a coordinate that is not a number) ends the keys.
+      if (!(q >= qmin[k] && q <= qmax[k])) {
+        inrange = false;
+        continue;
+      }
+      const uint64_t off = static_cast<uint64_t>(static_cast<int64_t>(q) - qlow[k]);
+      if (width[k] > 0) kj |= off << shift[k];
     }
+    key[j] = kj;
   }
+  if (!inrange) keys->clear();
 }
 
-void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &triedgesq) {
+void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &triedgesq,
+                   const std::vector<uint64_t> *keys) {
   // The soup holds three raw vertices per triangle; a soup shorter than its counts is taken as
   // far as it goes.
   int32_t ntri32 = std::max(raw.ntri, int32_t{0});
@@ -91,12 +155,27 @@ void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &trie
 
   std::vector<int32_t> p;
   allocate(p, n, "equivertices, p, 1");
-  for (size_t i = 0; i < n; ++i) p[i] = static_cast<int32_t>(i + 1);
-  dmatsort(raw.vrt.data(), p.data(), 3, nraw);
   std::vector<int32_t> longrun, iuniq;
   int32_t nvrt = 0;
-  uniq_include(raw.vrt.data(), p.data(), longrun, 3, nraw, nvrt, iuniq, false);
-  release(iuniq);
+  if (keys && keys->size() >= n && keysort(keys->data(), p.data(), nraw)) {
+    // The keys order the rows as their coordinates do, and are equal exactly for equal rows:
+    // the same permutation and runs as the sort of the coordinates.
+    const uint64_t *key = keys->data();
+    allocate(longrun, n, "uniq_include, long, 1");
+    if (n > 0) {
+      nvrt = 1;
+      longrun[0] = 1;
+      for (size_t i = 1; i < n; ++i) {
+        if (key[p[i] - 1] != key[p[i - 1] - 1]) ++nvrt;
+        longrun[i] = nvrt;
+      }
+    }
+  } else {
+    for (size_t i = 0; i < n; ++i) p[i] = static_cast<int32_t>(i + 1);
+    dmatsort(raw.vrt.data(), p.data(), 3, nraw);
+    uniq_include(raw.vrt.data(), p.data(), longrun, 3, nraw, nvrt, iuniq, false);
+    release(iuniq);
+  }
 
   // Corner k of triangle t is raw vertex 3t + k: it keeps its place and takes the number of
   // its run. Walking the sorted positions sets each raw vertex once.
@@ -154,11 +233,13 @@ SurfaceCheck preparesurface(Reporter &rep, RawSurface &raw, const Tolerances &ru
     rep.printline("Increasing tolerance to " + numtext(st.floor));
     rep.printline("");
   }
-  snapvertices(raw, st.pitch());
+  std::vector<uint64_t> keys;
+  snapvertices(raw, st.pitch(), &keys);
 
   rep.say("Equivalencing vertices");
   std::vector<double> triedgesq;
-  mergevertices(raw, mesh, triedgesq);
+  mergevertices(raw, mesh, triedgesq, &keys);
+  release(keys);
   mesh.minedgelen = minedgelen;
   rep.say("Number of unique vertices = " + inttext(mesh.nvrt, true));
   rep.say("Finished vertex equivalencing");

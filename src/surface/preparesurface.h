@@ -39,13 +39,20 @@ struct SnapTolerance {
 SnapTolerance snaptolerance(const BBox &box, double minedgelen, const Tolerances &rules);
 
 // Every coordinate v becomes q * pitch + centre, q = round((v - centre) / pitch) through a
-// signed 64-bit integer (halves away from zero).
-void snapvertices(RawSurface &raw, double pitch);
+// signed 64-bit integer (halves away from zero). With keys given, it also receives one key per
+// vertex that orders the snapped vertices exactly as their coordinates do (x, then y, then z,
+// equal keys for equal vertices): the three lattice indices, offset from the box's lowest and
+// packed into 64 bits. That holds where adjacent lattice indices give distinct coordinates (the
+// pitch is more than twice the spacing of doubles at the largest coordinate) and the three
+// ranges fit 64 bits; otherwise keys is left empty.
+void snapvertices(RawSurface &raw, double pitch, std::vector<uint64_t> *keys = nullptr);
 
 // Merges bit-identical vertices: mesh.vrt gets the unique vertices in ascending x, y, z, and
 // mesh.tri the 1-based number of each corner. triedgesq gets the squared sides of each
-// triangle (corners 2-1, 3-2, 1-3). The soup is released. Throws Fatal 32.
-void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &triedgesq);
+// triangle (corners 2-1, 3-2, 1-3). The soup is released. keys, when not empty, are those of
+// snapvertices and let the vertices be sorted by key. Throws Fatal 32.
+void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &triedgesq,
+                   const std::vector<uint64_t> *keys = nullptr);
 
 struct SurfaceCheck {
   int status = 0;         // 0 clean, -1 some edge has other than two triangles

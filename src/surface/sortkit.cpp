@@ -268,6 +268,42 @@ void numberruns(const int32_t *p, std::vector<int32_t> &longrun, int32_t n,
 
 }  // namespace
 
+bool keysort(const uint64_t *keys, int32_t *p, int32_t n) {
+  for (int32_t i = 0; i < n; ++i) p[i] = i + 1;
+  if (n < 2) return true;
+  struct R {
+    uint64_t key;
+    int32_t row;
+  };
+  const size_t nn = static_cast<size_t>(n);
+  std::unique_ptr<R[]> buf(new (std::nothrow) R[2 * nn]);
+  if (!buf) return false;
+  R *src = buf.get(), *dst = src + nn;
+  uint64_t all = 0;
+  for (size_t i = 0; i < nn; ++i) {
+    src[i] = R{keys[i], static_cast<int32_t>(i + 1)};
+    all |= keys[i];
+  }
+  // Least significant digit first, 16 bits a digit; a digit that no key uses is passed over.
+  constexpr int bits = 16, nbucket = 1 << bits;
+  std::vector<uint32_t> count(nbucket);
+  for (int shift = 0; shift < 64 && (all >> shift) != 0; shift += bits) {
+    if (((all >> shift) & (nbucket - 1)) == 0) continue;
+    std::fill(count.begin(), count.end(), 0u);
+    for (size_t i = 0; i < nn; ++i) ++count[(src[i].key >> shift) & (nbucket - 1)];
+    uint32_t sum = 0;
+    for (int b = 0; b < nbucket; ++b) {
+      const uint32_t c = count[static_cast<size_t>(b)];
+      count[static_cast<size_t>(b)] = sum;
+      sum += c;
+    }
+    for (size_t i = 0; i < nn; ++i) dst[count[(src[i].key >> shift) & (nbucket - 1)]++] = src[i];
+    std::swap(src, dst);
+  }
+  for (size_t i = 0; i < nn; ++i) p[i] = src[i].row;
+  return true;
+}
+
 void dmatsort(const double *a, int32_t *p, int ncols, int32_t n) {
   if (n < 2) return;
   if (!sorttable(a, p, ncols, n, drowsmaller)) checkalloc(1, "dmatsort, work, 1");

@@ -16,6 +16,9 @@ namespace wf {
 void dmatsort(const double *a, int32_t *p, int ncols, int32_t n);  // p given
 void imatsort(const int32_t *a, int32_t *p, int ncols, int32_t n);  // fills p = 1..n
 void dvecsort(const double *a, int32_t *p, int32_t n);              // fills p = 1..n
+// The rows 1..n in ascending order of their 64-bit keys, ties in row order (p filled). False when
+// the scratch could not be had.
+bool keysort(const uint64_t *keys, int32_t *p, int32_t n);
 // longrun(i) = run number of sorted position i (1-based runs in sort order).
 void uniq_include(const double *a, const int32_t *p, std::vector<int32_t> &longrun,
                   int ncols, int32_t n, int32_t &nuniq, std::vector<int32_t> &iuniq, bool flag);
