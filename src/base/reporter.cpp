@@ -80,8 +80,8 @@ Reporter::~Reporter() {
 // ---------------------------------------------------------------- console
 
 void Reporter::line(std::string_view a, std::string_view b) {
-  std::fwrite(a.data(), 1, a.size(), console_);
-  std::fwrite(b.data(), 1, b.size(), console_);
+  if (!a.empty()) std::fwrite(a.data(), 1, a.size(), console_);
+  if (!b.empty()) std::fwrite(b.data(), 1, b.size(), console_);
   std::fputc('\n', console_);
   std::fflush(console_);
 }
