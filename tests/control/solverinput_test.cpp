@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The solver input file (its five cards among the solver's own, defaults, read errors), and the
+// choice of the increment, its mesh, and the surfaces the loop processes.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "control/solverinput.h"
+#include "reporting.h"
+#include "testutil.h"
+
+using namespace wf;
+using strings = std::vector<std::string>;
+using ints = std::vector<int32_t>;
+
+namespace {
+
+template <class T>
+void setlist(List<T> &l, std::vector<T> v) {
+  l.n = static_cast<int32_t>(v.size());
+  l.v = std::move(v);
+}
+
+struct SolverInput : ::testing::Test {
+  wft::CapturedReporter cap;
+  Settings settings;
+  JobFiles files;
+  std::filesystem::path oldcwd = std::filesystem::current_path();
+  void SetUp() override { std::filesystem::current_path(wft::tempdir("solverinput")); }
+  void TearDown() override { std::filesystem::current_path(oldcwd); }
+  void readfrom(const std::string &text) {
+    wft::writefile("job.in", text);
+    settings.inpuflag = true;
+    files = JobFiles();
+    files.inputfile = "job";
+    readsolverinput(cap.rep, settings, files);
+  }
+  // Surfaces s1.stl, s2.stl, ... with their types and fractions.
+  void surfaces(ints types, std::vector<float> fractions) {
+    strings names;
+    for (size_t j = 1; j <= types.size(); ++j) {
+      std::string name = "s";
+      name += std::to_string(j);
+      name += ".stl";
+      names.push_back(name);
+    }
+    setlist(files.stlfiles, names);
+    setlist(files.stltype, types);
+    setlist(files.stlfraction, fractions);
+  }
+};
+
+}  // namespace
+
+TEST_F(SolverInput, TheFiveCardsAmongUnknownOnes) {
+  readfrom("** solver input\n*HEAD\nBracket *OFNS in a title line\n*MATE\nTi6Al4V, 4430.0\n"
+           "*OFNS\n# digits of the output file numbers\n7 trailing words\n"
+           "*STLF\n# the parts\na.stl\n\"b c.stl\"\nsupport.stl\n"
+           "*STLM\n1, 0, 0, 1.0\n# a comment inside the rows\n2 5 6\n   0.9995\n3, 0, 0, 0.25\n"
+           "*SSSS\n *STLS  (a blank in column 1: not a card)\n*STLS\n2.5, 9\n*END\n");
+  EXPECT_EQ(std::tuple(files.ofnsdigits, files.ssssflag, files.stlscale), std::tuple(7, true, 2.5));
+  EXPECT_EQ(files.stlfiles.entries(), (strings{"a.stl", "b c.stl", "support.stl"}));
+  EXPECT_EQ(files.stltype.entries(), (ints{1, 2, 3}));  // a row may spread over lines
+  EXPECT_EQ(files.stlfraction.entries(), (std::vector<float>{1.0f, 0.9995f, 0.25f}));
+  EXPECT_EQ(cap.text(), " Reading input file job.in\n STL scaling factor = 2.5\n\n");
+
+  readfrom("*OFNS\n9\n");  // the largest accepted
+  EXPECT_EQ(files.ofnsdigits, 9);
+  // Without *STLM every surface gets type 1 and fraction 1.0 (a list that runs to the end of
+  // the file holds its last name twice); the defaults stand for the cards not given.
+  readfrom("*STLF\nx.stl\ny.stl\n");
+  EXPECT_EQ(files.stltype.entries(), (ints{1, 1, 1}));
+  EXPECT_EQ(files.stlfraction.entries(), (std::vector<float>{1, 1, 1}));
+  EXPECT_EQ(std::tuple(files.ofnsdigits, files.ssssflag, files.stlscale), std::tuple(5, false, 1.0));
+  cap.text();
+  settings.inpuflag = false;  // without *INPU: the defaults, nothing read
+  files.ofnsdigits = 3;
+  readsolverinput(cap.rep, settings, files);
+  EXPECT_EQ(files.ofnsdigits, 5);
+  EXPECT_EQ(cap.text(), "");
+}
+
+TEST_F(SolverInput, FailuresAreCodedAndNameTheFile) {
+  for (auto [text, code] : {std::pair{"*OFNS\n*STLF\na.stl\n", "29"},  // no number behind the card
+                            {"*STLS\nabc\n", "29"}, {"*STLS\n\n", "29"},
+                            {"*OFNS\n", "28"},  // the file ends where the value should stand
+                            {"*STLS\n# only a comment\n", "28"}})
+    EXPECT_EQ(wft::fatalof([&] { readfrom(text); }).substr(0, 9), code + std::string(" job.in")) << text;
+  EXPECT_EQ(wft::fatalof([&] { readfrom("*OFNS\n10\n"); }), "190");
+  std::filesystem::remove("job.in");
+  EXPECT_EQ(wft::fatalof([&] { readsolverinput(cap.rep, settings, files); }), "30 job.in job.in");
+}
+
+TEST_F(SolverInput, IncrementAndTheLatestMeshAtItsTime) {
+  // Three increments at times 1, 2, 3; meshes at 0, 2, 2 and 5: equal times keep the first, a
+  // time equal to t counts.
+  CaseInfo info;
+  info.ninc = 3;
+  info.resulttimes = {1.0, 2.0, 3.0};
+  info.resultnums = {10, 20, 30};
+  auto meshes = [&](std::vector<double> times) {
+    info.nmesh = static_cast<int32_t>(times.size());
+    info.meshtimes = times;
+    info.meshnums = {100, 200, 300, 400};
+    info.meshnums.resize(times.size());
+  };
+  meshes({0.0, 2.0, 2.0, 5.0});
+  for (auto [off, result, mesh] : {std::tuple{1, 10, 100}, {2, 20, 200}, {3, 30, 200}, {-1, 30, 200},
+                                   {-2, 20, 200}, {-3, 10, 100}}) {
+    selectincrement(info, off, files);
+    EXPECT_EQ(std::pair(files.resultfilenumber, files.meshfilenumber), std::pair(result, mesh)) << off;
+  }
+  meshes({2.5, 0.5, 1.5});  // not in time order: the largest time not after t wins
+  selectincrement(info, -2, files);
+  EXPECT_EQ(files.meshfilenumber, 300);
+
+  for (int off : {0, 4, -4, -2147483647 - 1})
+    EXPECT_EQ(wft::fatalof([&] { selectincrement(info, off, files); }), "194 1 3") << off;
+  meshes({1.5, 4.0});  // every mesh is later than the chosen increment
+  EXPECT_EQ(wft::fatalof([&] { selectincrement(info, 1, files); }), "195 1");
+  meshes({});
+  EXPECT_EQ(wft::fatalof([&] { selectincrement(info, -1, files); }), "195 3");
+  info.ninc = 1;  // one increment: the default offset -2 is out of range
+  EXPECT_EQ(wft::fatalof([&] { selectincrement(info, -2, files); }), "194 1 1");
+}
+
+TEST_F(SolverInput, SurfacesOfTheLoop) {
+  // Types 3, 1, 2, 1: s2 and s4 always count; s1 (above 0.999 in single precision) only with
+  // *SSTL, s3 (0.999 itself) never. With *SSTL s1, s2, s4 are numbered 1 to 3, else s2, s4.
+  // The last increment is offset -1 or ninc; with no increments (no *INPU) also offset 0.
+  struct Case {
+    bool astl, istl, sstl;
+    int ninc, off;
+    ints chosen, want;  // want empty: the run ends with `fatal`
+    std::string fatal;
+    int criticals;      // 1036 and 1037 posted
+    bool byfraction;    // selection by fraction afterwards
+  };
+  const Case cases[] = {
+      {false, false, false, 3, -2, {}, {1}, "", 0, false},  // the first selected surface only
+      {true, false, false, 3, -2, {}, {1, 2}, "", 0, false},
+      {true, false, true, 3, -2, {}, {1, 2, 3}, "", 1, true},
+      {true, false, true, 3, -1, {}, {1, 2}, "", 2, false},
+      {true, false, true, 3, 3, {}, {1, 2}, "", 2, false},
+      {false, true, false, 3, -1, {2, 1}, {2, 1}, "", 0, false},
+      {false, true, false, 3, -1, {3}, {}, "192 2", 0, false},
+      {false, true, true, 3, -2, {1, 2}, {1, 2}, "", 0, true},  // refused at the last increment only
+      {false, true, true, 3, 3, {2, 1}, {}, "370 s1.stl", 0, true},
+      {false, true, true, 0, 0, {1}, {}, "370 s1.stl", 0, true},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(&c - cases);
+    wft::CapturedReporter local;
+    surfaces({3, 1, 2, 1}, {0.9995f, 0.1f, 0.999f, 1});
+    setlist(files.stlids, c.chosen);
+    settings.astlflag = c.astl, settings.istlflag = c.istl, settings.incoffset = c.off;
+    files.selectbyfraction = c.sstl;
+    const std::string got = wft::fatalof([&] { selectsurfaces(local.rep, settings, c.ninc, files); });
+    EXPECT_EQ(got, c.want.empty() ? c.fatal : "none");
+    EXPECT_EQ(local.rep.criticals(), c.criticals);
+    const std::string out = local.text();
+    EXPECT_EQ(wft::contains(out, "  Code 1036\n"), c.criticals > 0) << out;
+    EXPECT_EQ(wft::contains(out, "  Code 1037\n"), c.criticals > 1) << out;
+    if (c.want.empty()) continue;
+    EXPECT_EQ(std::pair(files.nsurfaces, files.stlids.entries()), std::pair(int32_t(c.want.size()), c.want));
+    EXPECT_EQ(files.selectbyfraction, c.byfraction);
+  }
+  files.stltype.n = files.stlfraction.n = 1;  // beyond the *STLM rows: processed by default
+  files.selectbyfraction = false;
+  EXPECT_EQ((ints{surfaceselected(files, 0), surfaceselected(files, 3), surfaceselected(files, 5)}),
+            (ints{0, 1, 0}));
+  files.selectbyfraction = files.ssssflag = true;  // *SSTL together with *SSSS is refused
+  EXPECT_EQ(wft::fatalof([&] { selectsurfaces(cap.rep, settings, 3, files); }), "371");
+  surfaces({}, {});
+  EXPECT_EQ(wft::fatalof([&] { selectsurfaces(cap.rep, settings, 3, files); }), "191");
+}

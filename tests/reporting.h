@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Test helpers around the Reporter: one whose console is read back, and the coded message of a
+// Fatal that a call throws.
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+#include "base/fatal.h"
+#include "base/reporter.h"
+
+namespace wft {
+
+// A Reporter whose console goes to a temporary file; text() returns what was printed since
+// the last call.
+struct CapturedReporter {
+  std::FILE *file = std::tmpfile();
+  wf::Reporter rep{file};
+  long seen = 0;
+  ~CapturedReporter() { std::fclose(file); }
+  std::string text() {
+    std::fflush(file);
+    const long end = std::ftell(file);
+    std::string out(static_cast<size_t>(end - seen), '\0');
+    std::fseek(file, seen, SEEK_SET);
+    out.resize(std::fread(out.data(), 1, out.size(), file));
+    std::fseek(file, end, SEEK_SET);
+    seen = end;
+    return out;
+  }
+};
+
+// "code var1 var2 ..." (trailing blanks of the variables cut) of the Fatal that f throws;
+// "none" when f returns.
+template <class F>
+std::string fatalof(F f) {
+  try {
+    f();
+  } catch (const wf::Fatal &fatal) {
+    std::string s = std::to_string(fatal.code);
+    for (const std::string &v : fatal.vars) {
+      size_t n = v.size();
+      while (n > 0 && v[n - 1] == ' ') --n;
+      s += " " + v.substr(0, n);
+    }
+    return s;
+  }
+  return "none";
+}
+
+}  // namespace wft

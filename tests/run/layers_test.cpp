@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The shape of the sources: no include runs upward through the layers, and every header opens
+// with its licence line and a comment that states its contract.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <regex>
+#include <set>
+
+#include "testutil.h"
+
+namespace fs = std::filesystem;
+
+TEST(Sources, IncludesFollowTheLayers) {
+  const std::map<std::string, std::set<std::string>> allowed = {
+      {"base", {"base"}},
+      {"surface", {"base", "surface"}},
+      {"simresults", {"base", "simresults"}},
+      {"control", {"base", "control", "surface", "simresults"}},
+      {"warp", {"base", "warp", "surface", "simresults"}},
+      {"repair", {"base", "repair"}},
+      {"recheck", {"base", "recheck", "surface", "repair", "warp"}},
+      {"outputs", {"base", "outputs", "surface"}},
+      {"app", {"app", "base", "control", "surface", "simresults", "warp", "repair", "recheck",
+               "outputs"}}};
+  const std::regex include("#include \"([a-z0-9]+)/[^\"]+\"");
+  const fs::path src = fs::path(WARPFORGE_SOURCE_DIR) / "src";
+  int files = 0;
+  for (const auto &entry : fs::recursive_directory_iterator(src)) {
+    if (!entry.is_regular_file()) continue;
+    const std::string folder = fs::relative(entry.path(), src).begin()->string();
+    ASSERT_TRUE(allowed.count(folder)) << "a folder outside the layers: " << folder;
+    const std::string text = wft::readfile(entry.path().string());
+    ++files;
+    for (std::sregex_iterator i(text.begin(), text.end(), include), end; i != end; ++i)
+      EXPECT_TRUE(allowed.at(folder).count((*i)[1])) << entry.path() << " includes " << (*i)[0];
+    if (entry.path().extension() == ".h") {
+      const auto lines = wft::splitlines(text);
+      ASSERT_GE(lines.size(), 2u) << entry.path();
+      EXPECT_EQ(lines[0].rfind("// SPDX-License-Identifier: ", 0), 0u) << entry.path();
+      EXPECT_EQ(lines[1].rfind("// ", 0), 0u) << entry.path() << ": no contract comment";
+    }
+    if (entry.path().extension() == ".cpp" && entry.path().filename() != "main.cpp") {
+      fs::path header = entry.path();
+      header.replace_extension(".h");
+      EXPECT_TRUE(fs::exists(header)) << entry.path() << " has no header of its own";
+    }
+  }
+  EXPECT_GT(files, 50);
+}
