@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 #include <zip.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <new>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -11,6 +13,7 @@
 #include <vector>
 
 #include "base/text.h"
+#include "outputs/deflate.h"
 #include "outputs/zippackage.h"
 
 namespace wf {
@@ -88,8 +91,10 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
     const char *entry = members[m];
     while (*entry == '\\' || *entry == '/') ++entry;
 
+    // The member is deflated here (on all threads) and handed to minizip as raw data, with its
+    // CRC and size given at the close.
     int err = zipOpenNewFileInZip3_64(zf, entry, &info, nullptr, 0, nullptr, 0, nullptr,
-                                      Z_DEFLATED, Z_DEFAULT_COMPRESSION, 0, -MAX_WBITS,
+                                      Z_DEFLATED, Z_DEFAULT_COMPRESSION, 1, -MAX_WBITS,
                                       DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, zip64);
     std::FILE *in = nullptr;
     if (err != ZIP_OK) {
@@ -101,27 +106,41 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
         zipline(rep, "error in opening \"" + source + "\" for reading");
       }
     }
+    Deflated packed;
     if (err == ZIP_OK) {
+      // The member in memory, read a transfer buffer at a time.
+      std::vector<unsigned char> content;
       size_t got = 0;
       do {
-        err = ZIP_OK;
         got = std::fread(buf, 1, transfersize, in);
         if (got < transfersize && std::feof(in) == 0) {
           zipline(rep, "error in reading \"" + source + "\"");
           err = ZIP_ERRNO;
         }
-        if (got > 0) {
-          err = zipWriteInFileInZip(zf, buf, static_cast<unsigned>(got));
-          if (err < 0)
-            zipline(rep, "error in writing \"" + source + "\" in the zipfile (" + rep.integer(err) + ")");
+        try {
+          content.insert(content.end(), buf, buf + got);
+        } catch (const std::bad_alloc &) {
+          err = ZIP_INTERNALERROR;
         }
       } while (err == ZIP_OK && got > 0);
+      if (err == ZIP_OK && !deflateraw(content.data(), content.size(), packed)) err = ZIP_INTERNALERROR;
+      if (err == ZIP_INTERNALERROR)
+        zipline(rep, "error in writing \"" + source + "\" in the zipfile (" + rep.integer(err) + ")");
+    }
+    if (err == ZIP_OK) {
+      constexpr size_t piece = size_t{1} << 24;
+      for (size_t at = 0; at < packed.data.size() && err == ZIP_OK; at += piece) {
+        const size_t len = std::min(piece, packed.data.size() - at);
+        err = zipWriteInFileInZip(zf, packed.data.data() + at, static_cast<unsigned>(len));
+        if (err < 0)
+          zipline(rep, "error in writing \"" + source + "\" in the zipfile (" + rep.integer(err) + ")");
+      }
     }
     if (in != nullptr) std::fclose(in);
     if (err < 0) {
       status = ZIP_ERRNO;
     } else {
-      status = zipCloseFileInZip(zf);
+      status = zipCloseFileInZipRaw64(zf, packed.size, packed.crc);
       if (status != ZIP_OK)
         zipline(rep, "error in closing \"" + source + "\" in the zipfile (" + rep.integer(status) + ")");
     }
