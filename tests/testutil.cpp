@@ -100,4 +100,25 @@ RunResult rungenjob(const std::string &folder, const std::vector<std::string> &a
   return runprogram(GENJOB_EXE, a, folder);
 }
 
+std::string maskafter(const std::string &text, const std::string &prefix, const std::string &chars,
+                      const std::string &replacement, std::vector<std::string> *runs) {
+  std::string out;
+  size_t from = 0;
+  for (size_t p = text.find(prefix); p != std::string::npos; p = text.find(prefix, from)) {
+    const size_t start = p + prefix.size();
+    size_t end = start;
+    while (end < text.size() && chars.find(text[end]) != std::string::npos) ++end;
+    out.append(text, from, p - from);
+    if (end > start) {
+      out += replacement;
+      if (runs) runs->push_back(text.substr(start, end - start));
+    } else {
+      out.append(text, p, prefix.size());
+    }
+    from = end;
+  }
+  out.append(text, from, std::string::npos);
+  return out;
+}
+
 }  // namespace wft

@@ -5,7 +5,6 @@
 
 #include <cstdlib>
 #include <functional>
-#include <regex>
 #include <set>
 
 #include <nlohmann/json.hpp>
@@ -22,10 +21,7 @@ namespace {
 
 // The text with its random signal tags replaced by T; the tags are appended to tags.
 std::string untag(const std::string &text, std::vector<std::string> &tags) {
-  static const std::regex tag("Signal tag ([0-9A-F]+)");
-  for (std::sregex_iterator i(text.begin(), text.end(), tag), end; i != end; ++i)
-    tags.push_back((*i)[1]);
-  return std::regex_replace(text, tag, "Signal tag T");
+  return wft::maskafter(text, "Signal tag ", "0123456789ABCDEF", "Signal tag T", &tags);
 }
 
 }  // namespace
