@@ -1,39 +1,18 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// What the surface tests share: meshes made in code, hand-written STL files in either byte
-// order, and a capture of the console around one step.
+// Surfaces made in code for the surface tests: closed solids as triangle soups, and STL files
+// written by hand in either byte order or as text.
 #pragma once
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <bit>
-#include <cmath>
-#include <cstring>
-#include <filesystem>
-#include <limits>
-#include <map>
-#include <numeric>
-#include <random>
-
-#include "control/messages.h"
-#include "control/runstate.h"
-#include "control/textio.h"
-#include "surface/normals.h"
-#include "surface/readstl.h"
-#include "surface/sortkit.h"
-#include "surface/surfacemesh.h"
-#include "surface/writestl.h"
-#include "testutil.h"
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
 
 namespace wft {
 
-using I = std::vector<int32_t>;
-using V = std::vector<double>;
-using Lines = std::vector<std::string>;
-
 // A triangle soup: nine coordinates per triangle (corner 1 x, y, z, corner 2, corner 3).
-using Soup = V;
+using Soup = std::vector<double>;
 
 // Closed tetrahedron on the axes, outward by the right-hand rule.
 inline Soup tetrahedron(double scale = 1.0) {
@@ -53,16 +32,6 @@ inline Soup cube(double size = 1.0, double x0 = 0, double y0 = 0, double z0 = 0)
   for (const auto &f : faces)
     for (int m : {0, 1, 2, 0, 2, 3})
       for (int k = 0; k < 3; ++k) s.push_back(o[k] + ((f[m] >> k) & 1) * size);
-  return s;
-}
-
-// n such cubes of edge 1/3 in a row along x, 1/3 apart, at coordinates that are no doubles.
-inline Soup cubes(int n) {
-  Soup s;
-  for (int i = 0; i < n; ++i) {
-    Soup c = cube(1.0 / 3.0, 0.1 + i * 2.0 / 3.0, -2.0, 1e3);
-    s.insert(s.end(), c.begin(), c.end());
-  }
   return s;
 }
 
@@ -95,29 +64,6 @@ inline std::string asciistl(const Soup &s, const std::string &name = "part") {
     if (c % 3 == 2) out += "    endloop\n  endfacet\n";
   }
   return out + "endsolid " + name + "\n";
-}
-
-// Runs f with stdout captured and returns the output. An abort of the run is reported in
-// aborted when given, and is a failure otherwise.
-template <class F>
-std::string captured(F f, bool *aborted = nullptr) {
-  testing::internal::CaptureStdout();
-  bool stopped = false;
-  try {
-    f();
-  } catch (const wf::RunAborted &) {
-    stopped = true;
-  }
-  std::string out = testing::internal::GetCapturedStdout();
-  if (aborted) *aborted = stopped;
-  EXPECT_TRUE(aborted || !stopped) << out;
-  return out;
-}
-
-inline bool hasline(const std::string &out, const std::string &line) {
-  for (const auto &l : splitlines(out))
-    if (l == line) return true;
-  return false;
 }
 
 }  // namespace wft

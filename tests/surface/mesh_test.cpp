@@ -1,0 +1,369 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// From soup to checked mesh: the sort kit against std::stable_sort, tolerance and snap, the
+// edge tables against a reference built with a map, the surface checks, and facet normals.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <map>
+#include <numeric>
+#include <random>
+#include <tuple>
+
+#include "base/textio.h"
+#include "reporting.h"
+#include "stlfixtures.h"
+#include "surface/normals.h"
+#include "surface/preparesurface.h"
+#include "surface/sortkit.h"
+#include "testutil.h"
+
+using namespace wft;
+using I = std::vector<int32_t>;
+using V = std::vector<double>;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+const double qnan = std::numeric_limits<double>::quiet_NaN();
+
+I identity(int32_t n) {
+  I p(static_cast<size_t>(n));
+  std::iota(p.begin(), p.end(), 1);
+  return p;
+}
+
+// The stable order of the rows in p by a lexicographic less-than.
+template <class K>
+I stablereference(const std::vector<K> &a, I p, int nc) {
+  std::stable_sort(p.begin(), p.end(), [&](int32_t l, int32_t r) {
+    const K *x = a.data() + nc * (l - 1), *y = a.data() + nc * (r - 1);
+    return std::lexicographical_compare(x, x + nc, y, y + nc);
+  });
+  return p;
+}
+
+// Run numbers along sorted order p: a new run wherever a row differs from the one before.
+template <class K>
+I runsof(const std::vector<K> &a, const I &p, int nc) {
+  I r(p.size(), 1);
+  for (size_t i = 1; i < p.size(); ++i)
+    r[i] = r[i - 1] + !std::equal(&a[nc * (p[i] - 1)], &a[nc * (p[i] - 1)] + nc, &a[nc * (p[i - 1] - 1)]);
+  return r;
+}
+
+struct Prepared {
+  wf::SurfaceCheck check;
+  wf::SurfaceMesh mesh;
+  wf::EdgeTable edges;
+  std::string out;
+};
+
+// The soup as just read, then the preparation of the surface "part.stl".
+Prepared prepare(const Soup &s, const wf::Tolerances &rules = {}, const std::string &name = "part.stl",
+                 const std::string &path = "part.stl") {
+  wf::RawSurface raw;
+  raw.vrt = s;
+  raw.nvrt = static_cast<int32_t>(s.size() / 3);
+  raw.ntri = raw.nvrt / 3;
+  raw.box = wf::boundingbox(s.data(), s.size() / 3);
+  Prepared p;
+  CapturedReporter cap;
+  p.check = wf::preparesurface(cap.rep, raw, rules, name, path, p.mesh, p.edges);
+  p.out = cap.text();
+  return p;
+}
+
+// The number printed after "label" on a console line.
+double valueafter(const std::string &out, const std::string &label) {
+  for (const auto &l : splitlines(out))
+    if (l.rfind(" " + label, 0) == 0) return std::strtod(l.c_str() + 1 + label.size(), nullptr);
+  ADD_FAILURE() << "no line " << label;
+  return -1;
+}
+
+// Vertices strictly ascending, and every edge table against a reference made from the
+// triangles with an ordered map. Meant for triangles with three distinct vertices.
+void checkmesh(const Prepared &p) {
+  const wf::SurfaceMesh &m = p.mesh;
+  const wf::EdgeTable &e = p.edges;
+  for (int32_t v = 1; v < m.nvrt; ++v) {
+    const double *a = &m.vrt[3 * (v - 1)];
+    EXPECT_TRUE(std::lexicographical_compare(a, a + 3, a + 3, a + 6)) << "vertex " << v;
+  }
+  std::map<std::pair<int32_t, int32_t>, std::vector<std::pair<size_t, int>>> sides;  // (t, k)
+  for (size_t t = 0; t < static_cast<size_t>(m.ntri); ++t)
+    for (int k = 0; k < 3; ++k) {
+      const int32_t a = m.tri[3 * t + k], b = m.tri[3 * t + (k + 1) % 3];
+      ASSERT_NE(a, b) << "checkmesh wants proper triangles";
+      sides[{std::min(a, b), std::max(a, b)}].push_back({t, k});
+    }
+  ASSERT_EQ(e.n, static_cast<int32_t>(sides.size()));
+  size_t j = 0;
+  for (const auto &[key, list] : sides) {
+    const auto [lt, lk] = list.back();  // the last side to touch the edge gives its direction
+    const int32_t a = m.tri[3 * lt + lk], b = m.tri[3 * lt + (lk + 1) % 3];
+    EXPECT_EQ(e.vrt[2 * j], a) << "edge " << j + 1;
+    EXPECT_EQ(e.vrt[2 * j + 1], b) << "edge " << j + 1;
+    double sq = 0;
+    for (int c = 0; c < 3; ++c) sq += std::pow(m.vrt[3 * (b - 1) + c] - m.vrt[3 * (a - 1) + c], 2);
+    EXPECT_DOUBLE_EQ(e.len[j], std::sqrt(sq));
+    for (size_t i = 0; i < 2; ++i) {  // the first two triangles, or zeros
+      const bool has = i < list.size();
+      const auto [t, k] = has ? list[i] : std::pair<size_t, int>{0, 0};
+      EXPECT_EQ(e.tri[2 * j + i], has ? static_cast<int32_t>(t + 1) : 0) << "edge " << j + 1;
+      EXPECT_EQ(e.opp[2 * j + i], has ? m.tri[3 * t + (k + 2) % 3] : 0) << "edge " << j + 1;
+      EXPECT_EQ(e.nbr[4 * j + 2 * i], has ? e.triedge[3 * t + (k + 1) % 3] : 0);
+      EXPECT_EQ(e.nbr[4 * j + 2 * i + 1], has ? e.triedge[3 * t + (k + 2) % 3] : 0);
+    }
+    for (const auto &[t, k] : list) EXPECT_EQ(e.triedge[3 * t + k], static_cast<int32_t>(j + 1));
+    ++j;
+  }
+}
+
+}  // namespace
+
+TEST(SortKit, AgainstReference) {
+  // n from 0 (no pass), 2 (one pass, copied back), 3 (two passes) up. Few distinct values, so
+  // that ties are common: both signs and zeros, subnormal and huge magnitudes, integer
+  // extremes. Ties keep the order of the shuffled incoming permutation.
+  const V pool = {0.0, -0.0, 1e-310, -1e-310, 1e300, -1e300, 3.5, -3.5, 1.0, 2.0, 1.0 + 0x1p-52};
+  const I ipool = {std::numeric_limits<int32_t>::min(), -5, -1, 0, 1, 7, std::numeric_limits<int32_t>::max()};
+  std::mt19937 gen(7);
+  I longrun, iuniq;
+  int32_t nuniq = 0;
+  for (int32_t n : {0, 1, 2, 3, 5, 17, 1000, 30000})
+    for (int nc : {1, 2, 3, 5}) {
+      V a(static_cast<size_t>(nc) * n);
+      I ai(a.size());
+      for (size_t i = 0; i < a.size(); ++i) a[i] = pool[gen() % pool.size()], ai[i] = ipool[gen() % ipool.size()];
+      I p = identity(n);
+      std::shuffle(p.begin(), p.end(), gen);
+      const I expect = stablereference(a, p, nc);
+      wf::dmatsort(a.data(), p.data(), nc, n);
+      ASSERT_EQ(p, expect) << "dmatsort n=" << n << " ncols=" << nc;
+      wf::uniq_include(a.data(), p.data(), longrun, nc, n, nuniq, iuniq, false);
+      EXPECT_EQ(longrun, runsof(a, p, nc));
+      EXPECT_EQ(nuniq, n ? longrun.back() : 0);
+      p.assign(p.size(), 0);  // imatsort, dvecsort and keysort fill p themselves
+      wf::imatsort(ai.data(), p.data(), nc, n);
+      ASSERT_EQ(p, stablereference(ai, identity(n), nc)) << "imatsort n=" << n << " ncols=" << nc;
+      wf::uniq_include_int(ai.data(), p.data(), longrun, nc, n, nuniq, iuniq, false);
+      EXPECT_EQ(longrun, runsof(ai, p, nc));
+      EXPECT_EQ(nuniq, n ? longrun.back() : 0);
+      p.assign(p.size(), 0);
+      wf::dvecsort(a.data(), p.data(), n);
+      EXPECT_EQ(p, stablereference(V(a.begin(), a.begin() + n), identity(n), 1)) << "dvecsort n=" << n;
+    }
+  // keysort: 64-bit keys with many ties, wide and narrow ranges, against the stable reference.
+  for (int32_t n : {0, 1, 2, 100, 70000})
+    for (uint64_t range : {uint64_t{3}, uint64_t{1} << 20, ~uint64_t{0}}) {
+      std::vector<uint64_t> keys(static_cast<size_t>(n));
+      for (auto &k : keys) k = (uint64_t{gen()} << 32 | gen()) % range;
+      I p(static_cast<size_t>(n), 0);
+      ASSERT_TRUE(wf::keysort(keys.data(), p.data(), n));
+      EXPECT_EQ(p, stablereference(keys, identity(n), 1)) << "keysort n=" << n << " range=" << range;
+    }
+}
+
+TEST(SortKit, ValuesThatAreNotNumbers) {
+  // [3, NaN, 1]: pass 1 ties 3 with NaN (left first); pass 2 takes 1 before 3, then the rest.
+  // dvecsort takes the right value unless right >= left: NaN moves ahead in pass 1, and 1
+  // beats NaN in pass 2.
+  V a = {3.0, qnan, 1.0}, rows = {qnan, 2.0, qnan, 1.0}, twonan = {qnan, qnan, 0.0};
+  I p = identity(3), longrun, iuniq;
+  wf::dmatsort(a.data(), p.data(), 1, 3);
+  EXPECT_EQ(p, I({3, 1, 2}));
+  wf::dvecsort(a.data(), p.data(), 3);
+  EXPECT_EQ(p, I({3, 2, 1}));
+  p = identity(2);  // a NaN in the first column passes the decision to the next column
+  wf::dmatsort(rows.data(), p.data(), 2, 2);
+  EXPECT_EQ(p, I({2, 1}));
+  int32_t nuniq = 0;  // a NaN never equals itself: two NaN rows are two runs
+  p = identity(3);
+  wf::uniq_include(twonan.data(), p.data(), longrun, 1, 3, nuniq, iuniq, false);
+  EXPECT_EQ(longrun, I({1, 2, 3}));
+}
+
+TEST(PrepareSurface, ClosedSurfaces) {
+  Prepared p = prepare(tetrahedron());
+  EXPECT_TRUE(p.check.status == 0 && p.check.watertight && p.check.oriented);
+  EXPECT_EQ(p.mesh.nvrt, 4);
+  checkmesh(p);
+  EXPECT_EQ(splitlines(p.out),
+            Lines({" Minimum edge length = 1", " Machine precision = 2.220446049250313e-16",
+                   " STL precision for 8-byte integers = 1.0842021724855044e-19",
+                   " Absolute tolerance = 1e-06", "", " Equivalencing vertices",
+                   " Number of unique vertices = 4", " Finished vertex equivalencing", "",
+                   " Equivalencing STL edges", " Number of unique edges = 6", " Euler characteristic   = 2",
+                   " Finished edge equivalencing", ""}));
+
+  // Three cubes at coordinates that are no doubles: each corner stays within the snap.
+  Soup s;
+  for (int i = 0; i < 3; ++i) {
+    const Soup c = cube(1.0 / 3.0, 0.1 + i * 2.0 / 3.0, -2.0, 1e3);
+    s.insert(s.end(), c.begin(), c.end());
+  }
+  p = prepare(s);
+  EXPECT_TRUE(p.check.status == 0 && p.check.watertight && p.check.oriented);
+  EXPECT_EQ(p.mesh.nvrt, 24);
+  checkmesh(p);
+  for (size_t c = 0; c < s.size(); ++c) ASSERT_NEAR(p.mesh.vrt[3 * (p.mesh.tri[c / 3] - 1) + c % 3], s[c], 1e-6);
+}
+
+TEST(PrepareSurface, FlippedOpenAndOverloaded) {
+  // A tetrahedron with one triangle turned: the counts are right, three edges are inverse.
+  Soup s = tetrahedron();
+  std::swap_ranges(s.begin() + 12, s.begin() + 15, s.begin() + 15);
+  Prepared p = prepare(s);
+  EXPECT_EQ(p.check.status, 0);
+  EXPECT_FALSE(p.check.oriented);
+  EXPECT_TRUE(contains(p.out, "\n *** WARNING: 1\n STL file part.stl has 3 inversely oriented edges.\n"
+                              " Consider repairing the STL with Tessero before continuing.\n \n"));
+  checkmesh(p);
+  // A single triangle: open edges, the plain block and the numbered warning, no orientation
+  // check. The watertightness warnings give the job's name of the surface, not the path read.
+  p = prepare({0, 0, 0, 1, 0, 0, 0, 1, 0}, {}, "part.stl", "elsewhere/part_ls_repair.stl");
+  EXPECT_EQ(p.check.status, -1);
+  EXPECT_FALSE(p.check.watertight);
+  checkmesh(p);
+  EXPECT_TRUE(contains(p.out, "\n\n WARNING\n STL file part.stl is not watertight.\n"
+                              " Edges with   1 triangle  = 3\n Edges with   2 triangles = 0\n"
+                              " Edges with > 2 triangles = 0\n\n"
+                              " Consider repairing the STL (e.g. with Tessero) before continuing.\n\n"
+                              " Euler characteristic   = 1\n"));
+  EXPECT_TRUE(contains(p.out, " *** WARNING: 1\n STL file part.stl has non-manifold edges\n \n"
+                              " Use a larger tolerance multiplier, or repair the geometry in Tessero\n \n"));
+
+  // Three triangles on one edge: the first two are in the tables, the third only in the edge's
+  // vertices, its length and triedge (all of which the reference checks).
+  p = prepare({0, 0, 0, 4, 0, 0, 1, 3, 0, 4, 0, 0, 0, 0, 0, 1, -3, 0, 1, 0, 3, 0, 0, 0, 4, 0, 0});
+  EXPECT_EQ(p.check.status, -1);
+  checkmesh(p);
+  EXPECT_TRUE(contains(p.out, " Edges with   1 triangle  = 6\n Edges with   2 triangles = 0\n"
+                              " Edges with > 2 triangles = 1\n"));
+}
+
+TEST(PrepareSurface, MergedCorners) {
+  // A tetrahedron and a triangle with two equal corners: the zero side does not count in the
+  // minimum edge and is an edge with equal ends and one triangle; the other two sides lie on
+  // one edge, which gains one triangle for both (2 + 1).
+  Soup s = tetrahedron(2.0);
+  s.insert(s.end(), {0, 0, 0, 0, 0, 0, 2, 0, 0});
+  Prepared p = prepare(s);
+  EXPECT_NEAR(p.mesh.minedgelen, 2.0, 1e-15);
+  EXPECT_EQ(p.check.status, -1);
+  EXPECT_EQ(p.mesh.nvrt, 4);
+  EXPECT_EQ(p.mesh.tri[12], p.mesh.tri[13]);
+  const int32_t ez = p.edges.triedge[12] - 1;
+  EXPECT_EQ(p.edges.vrt[2 * ez], p.edges.vrt[2 * ez + 1]);
+  EXPECT_EQ(p.edges.len[ez], 0.0);
+  EXPECT_EQ(I(p.edges.tri.begin() + 2 * ez, p.edges.tri.begin() + 2 * ez + 2), I({5, 0}));
+  EXPECT_EQ(p.edges.triedge[13], p.edges.triedge[14]);
+  EXPECT_TRUE(contains(p.out, " Edges with   1 triangle  = 1\n Edges with   2 triangles = 5\n"
+                              " Edges with > 2 triangles = 1\n"));
+  // Alone, such a triangle's shared edge fills its four neighbour slots from its two sides.
+  p = prepare({0, 0, 0, 0, 0, 0, 2, 0, 0});
+  const int32_t e = p.edges.triedge[1] - 1, z = p.edges.triedge[0];
+  EXPECT_EQ(I(p.edges.nbr.begin() + 4 * e, p.edges.nbr.begin() + 4 * e + 4), I({e + 1, z, z, e + 1}));
+}
+
+TEST(PrepareSurface, ToleranceAndSnap) {
+  // Cube 100 with a minimum edge 10: edge rule 1.0, box rule 1e-4. Box 1e4 with a minimum
+  // edge 1e-4: edge rule 1e-5, box rule 1e-2. Either rule can be forced.
+  Soup c100 = cube(100.0);
+  c100.insert(c100.end(), {0, 0, 0, 10, 0, 0, 0, 10, 0});
+  const Soup b1e4 = {0, 0, 0, 1e4, 0, 0, 0, 1e4, 0, 0, 0, 0, 1e-4, 0, 0, 0, 1e-4, 0};
+  const std::tuple<const Soup *, bool, bool, double, double> cases[] = {  // by edge, by box
+      {&c100, false, false, 10, 1e-4}, {&c100, true, false, 10, 1.0}, {&c100, false, true, 10, 1e-4},
+      {&b1e4, false, false, 1e-4, 1e-5}};
+  for (const auto &[soup, byedge, bybox, minedge, tol] : cases) {
+    wf::Tolerances rules;
+    rules.tolbyedge = byedge, rules.tolbybox = bybox;
+    const Prepared p = prepare(*soup, rules);
+    EXPECT_NEAR(valueafter(p.out, "Minimum edge length = "), minedge, 1e-12 * minedge);
+    EXPECT_NEAR(valueafter(p.out, "Absolute tolerance = "), tol, 1e-12 * tol);
+    EXPECT_FALSE(contains(p.out, "Increasing tolerance"));
+  }
+  // All corners equal: minimum edge 2D = 0, and the tolerance rises to the machine precision.
+  // A large box with a tiny edge: the floor is the integer precision of the largest axis.
+  Prepared p = prepare({3, 3, 3, 3, 3, 3, 3, 3, 3});
+  EXPECT_EQ(p.mesh.vrt, V({3, 3, 3}));
+  EXPECT_TRUE(contains(p.out, " *** WARNING: 1\n Absolute tolerance must be greater than:\n"
+                              " 2.220446049250313e-16\n \n Increasing tolerance to 2.220446049250313e-16\n \n"));
+  p = prepare({0, 0, 0, 0x1p20, 0, 0, 0, 1e-20, 0});
+  EXPECT_TRUE(contains(p.out, " Increasing tolerance to " + wf::numtext(0x1p-43) + "\n"));
+
+  // Box [-32, 32]^3 and a pitch of exactly 1 (box rule, 1/64 of 64): the lattice points are
+  // the integers, the box centre is 0, and halves round away from zero.
+  wf::Tolerances rules;
+  rules.tolbybox = true;
+  rules.reltolbox = 1.0 / 64.0;
+  p = prepare({-32, -32, -32, 32, 32, 32, 0.5, -0.5, 2.5, -2.5, 0.49, -0.49, 1.5, 0.4, 0.6, 0.1, 0.4, 0.3}, rules);
+  EXPECT_EQ(valueafter(p.out, "Absolute tolerance = "), 1.0);
+  EXPECT_EQ(p.mesh.vrt, V({-32, -32, -32, -3, 0, 0, 0, 0, 0, 1, -1, 3, 2, 0, 1, 32, 32, 32}));
+  EXPECT_FALSE(std::signbit(p.mesh.vrt[5]));  // -0.49 went through the integer: no -0
+  EXPECT_EQ(p.mesh.tri, I({1, 6, 4, 2, 5, 3}));
+}
+
+// The lattice keys order the snapped vertices as the coordinates do, so both merges number the
+// vertices alike; where the keys cannot (a pitch near the spacing of doubles) none are made.
+TEST(PrepareSurface, KeyedAndCoordinateMergeAgree) {
+  std::mt19937_64 gen(3);
+  std::uniform_real_distribution<double> unit(-1.0, 1.0);
+  Soup s;
+  for (int t = 0; t < 4000; ++t) {  // corners drawn from a small pool, so many coincide
+    for (int c = 0; c < 3; ++c) {
+      const uint64_t k = gen() % 500;
+      s.insert(s.end(), {std::round(100 * std::sin(double(k))) / 7, std::cos(double(k)) * 1e3, double(k % 13) - 6});
+    }
+  }
+  for (int twice = 0; twice < 2; ++twice) {
+    wf::RawSurface a, b;
+    a.vrt = b.vrt = s;
+    a.nvrt = b.nvrt = static_cast<int32_t>(s.size() / 3);
+    a.ntri = b.ntri = a.nvrt / 3;
+    a.box = b.box = wf::boundingbox(s.data(), s.size() / 3);
+    std::vector<uint64_t> keys;
+    // The second pitch is the finest the tolerance rules allow: 2^-63 of the largest box size.
+    const double pitch = twice ? std::ldexp(std::max({a.box.size[0], a.box.size[1], a.box.size[2]}), -63) : 1e-3;
+    wf::snapvertices(a, pitch, &keys);
+    wf::snapvertices(b, pitch);
+    EXPECT_EQ(keys.empty(), twice == 1);
+    wf::SurfaceMesh ma, mb;
+    V sqa, sqb;
+    wf::mergevertices(a, ma, sqa, &keys);
+    wf::mergevertices(b, mb, sqb);
+    EXPECT_EQ(ma.vrt, mb.vrt);
+    EXPECT_EQ(ma.tri, mb.tri);
+    EXPECT_EQ(sqa, sqb);
+    EXPECT_GT(ma.nvrt, 400);
+    EXPECT_LE(ma.nvrt, 500);
+  }
+}
+
+TEST(Normals, WorkedExamples) {
+  // Unit right triangle; twice as large; reversed; two equal corners; a general triangle with
+  // u = (1, 2, 4), v = (-2, -1, 3), n = (10, -11, 3).
+  const V soup = {0, 0, 0, 1, 0, 0, 0, 1, 0,  0, 0, 0, 2, 0, 0, 0, 2, 0,  0, 0, 0, 0, 1, 0, 1, 0, 0,
+                  1, 2, 3, 1, 2, 3, 4, -5, 6,  1, 1, 1, 2, 3, 5, -1, 0, 4};
+  wf::TriangleTerms t;
+  wf::triangleterms(soup.data(), soup.size() / 3, nullptr, 5, t);
+  EXPECT_EQ(t.n, V({0, 0, 1, 0, 0, 4, 0, 0, -1, 0, 0, 0, 10, -11, 3}));
+  EXPECT_EQ(t.u, V({1, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 0, 1, 2, 4}));
+  EXPECT_EQ(t.v, V({0, 1, 0, 0, 2, 0, 1, 0, 0, 3, -7, 3, -2, -1, 3}));
+  EXPECT_EQ(t.nn, V({1, 16, 1, 0, 230}));
+  EXPECT_EQ(t.uu, V({1, 4, 1, 0, 21}));
+  EXPECT_EQ(t.uv, V({0, 0, 0, 0, 8}));
+  EXPECT_EQ(t.vv, V({1, 4, 1, 67, 14}));
+  EXPECT_EQ(t.det, V({1, 16, 1, 0, 21 * 14 - 64}));
+  EXPECT_EQ(t.den, V({2, 8, 2, 67, 21 - 16 + 14}));
+  // Indexed: the tetrahedron of edge 3 has outward faces of twice their area; a corner number
+  // outside the vertices reads as the origin.
+  const V vrt = {0, 0, 0, 3, 0, 0, 0, 3, 0, 0, 0, 3};
+  const I tri = {1, 3, 2, 1, 2, 4, 1, 4, 3, 2, 3, 4, 9, 2, 3};
+  V n;
+  wf::facetnormals(vrt.data(), 4, tri.data(), 5, n);
+  EXPECT_EQ(n, V({0, 0, -9, 0, -9, 0, -9, 0, 0, 9, 9, 9, 0, 0, 9}));
+}

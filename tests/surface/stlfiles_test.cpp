@@ -1,0 +1,271 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// STL files. Reader: text detection, the byte-order search and its memory, the repaired sibling,
+// and short, truncated or corrupt files. Writer: the binary forms byte by byte, the text forms
+// read back, and the failures.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <limits>
+#include <tuple>
+
+#include "base/textio.h"
+#include "reporting.h"
+#include "stlfixtures.h"
+#include "surface/normals.h"
+#include "surface/readstl.h"
+#include "surface/writestl.h"
+#include "testutil.h"
+
+using namespace wft;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+struct Read {
+  wf::RawSurface raw;
+  std::string out, fatal, path;
+};
+
+// One read as a step of the run; byteorder is carried from read to read as the run does.
+Read readcapture(const std::string &path, int &byteorder, bool quiet = false) {
+  Read r;
+  r.path = path;
+  CapturedReporter cap;
+  r.fatal = fatalof([&] { r.raw = wf::readstl(cap.rep, r.path, byteorder, quiet); });
+  r.out = cap.text();
+  return r;
+}
+
+// The soup read: exactly, or in single precision, or near for 6-decimal text.
+void expectsoup(const wf::RawSurface &raw, const Soup &s, bool single, bool near = false) {
+  ASSERT_EQ(raw.ntri, static_cast<int32_t>(s.size() / 9));
+  ASSERT_EQ(raw.nvrt, 3 * raw.ntri);
+  ASSERT_EQ(raw.vrt.size(), s.size());
+  for (size_t i = 0; i < s.size(); ++i) {
+    if (near) ASSERT_NEAR(raw.vrt[i], s[i], 1e-6 * std::fabs(s[i])) << i;
+    else if (single) ASSERT_EQ(static_cast<float>(raw.vrt[i]), static_cast<float>(s[i])) << i;
+    else ASSERT_EQ(raw.vrt[i], s[i]) << i;
+  }
+}
+
+Lines formatlines(const std::string &out) {
+  Lines r;
+  for (const auto &l : splitlines(out))
+    if (contains(l, "Reading in ")) r.push_back(l);
+  return r;
+}
+
+bool hasline(const std::string &out, const std::string &line) {
+  for (const auto &l : splitlines(out))
+    if (l == line) return true;
+  return false;
+}
+
+// An indexed mesh of the soup: corners stored in reverse order, tri pointing at them.
+wf::SurfaceMesh meshof(const Soup &s) {
+  wf::SurfaceMesh m;
+  m.nvrt = static_cast<int32_t>(s.size() / 3);
+  m.ntri = m.nvrt / 3;
+  m.vrt.resize(s.size());
+  m.tri.resize(s.size() / 3);
+  for (int32_t j = 0; j < m.nvrt; ++j) {
+    m.tri[static_cast<size_t>(j)] = m.nvrt - j;
+    std::copy(s.begin() + 3 * j, s.begin() + 3 * j + 3, m.vrt.begin() + 3 * (m.nvrt - 1 - j));
+  }
+  return m;
+}
+
+std::vector<double> normalsof(const wf::SurfaceMesh &m) {
+  std::vector<double> n;
+  wf::facetnormals(m.vrt.data(), static_cast<size_t>(m.nvrt), m.tri.data(), m.ntri, n);
+  return n;
+}
+
+float floatat(const std::string &b, size_t off) {
+  float f;
+  std::memcpy(&f, b.data() + off, 4);
+  return f;
+}
+
+}  // namespace
+
+TEST(ReadStl, AsciiFiles) {
+  const std::string path = tempdir("rdascii") + "/part.stl";
+  Soup s = tetrahedron(0.1);  // 0.1 is not a float: the text must go to double directly
+  for (double &x : s) x -= 3.0;
+  // Two solids in one file add up.
+  writefile(path, asciistl(Soup(s.begin(), s.begin() + 18), "a") + asciistl(Soup(s.begin() + 18, s.end()), "b"));
+  int order = 0;
+  const Read r = readcapture(path, order);
+  ASSERT_EQ(r.fatal, "none") << r.out;
+  expectsoup(r.raw, s, false);
+  EXPECT_EQ(order, 0);  // text files leave the byte order alone
+  const std::string lo = wf::scitext(-3.0), hi = wf::scitext(0.1 - 3.0);
+  EXPECT_EQ(splitlines(r.out), Lines({" Reading " + path, " ASCII STL file", " Bounding box:",
+                                      lo + " <= x <= " + hi, lo + " <= y <= " + hi, lo + " <= z <= " + hi,
+                                      "", " Number of vertices  = 12", " Number of triangles = 4",
+                                      " Finished reading " + path, ""}));
+  EXPECT_DOUBLE_EQ(r.raw.box.centre[0], -3.0 + 0.05);
+}
+
+TEST(ReadStl, ByteOrdersAndTheirMemory) {
+  const std::string dir = tempdir("rdorder");
+  const Soup s = cube(3.0, -1.5, 0.25, 7.0);
+  writefile(dir + "/le.stl", binarystl(s, false));
+  writefile(dir + "/be.stl", binarystl(s, true));
+  // A header that begins with "solid" and trailing bytes change nothing.
+  writefile(dir + "/solid.stl", binarystl(s, false, "solid pretending to be text", -1, "tail"));
+  const std::string native = " Reading in native format...", little = " Reading in little_endian format...",
+                    big = " Reading in big_endian format...";
+  // Little-endian is found at once and remembered; big-endian is rejected by orders 1 and 2
+  // (its count read the wrong way exceeds the file), then remembered; a little-endian file
+  // after it fails the remembered order and the search starts again.
+  const std::tuple<const char *, Lines, int> steps[] = {
+      {"le", {native}, 1}, {"le", {native}, 1}, {"be", {native, native, little, big}, 3},
+      {"be", {big}, 3}, {"solid", {big, native}, 1}};
+  int order = 0;
+  for (const auto &[file, formats, want] : steps) {
+    const Read r = readcapture(dir + "/" + file + ".stl", order);
+    ASSERT_EQ(r.fatal, "none") << r.out;
+    EXPECT_EQ(formatlines(r.out), formats) << file;
+    EXPECT_EQ(order, want) << file;
+    EXPECT_TRUE(hasline(r.out, " Binary STL file") && hasline(r.out, " Number of triangles = 12"));
+    expectsoup(r.raw, s, true);
+  }
+}
+
+TEST(ReadStl, ShortTruncatedAndCorruptFiles) {
+  // Text whose vertex lines are in capitals or indented by a tab, with four vertex lines for
+  // one facet, or with a number that does not read, is no text; binary files of no triangles,
+  // too short, truncated, or with an absurd or negative count. Every byte order fails.
+  const std::string dir = tempdir("rdbad");
+  const Soup s = tetrahedron(5.0);
+  std::string caps = asciistl(s), tabs = caps, broken = caps;
+  for (size_t p = 0; (p = caps.find("vertex", p)) != std::string::npos;) caps.replace(p, 6, "VERTEX");
+  for (size_t p = 0; (p = tabs.find("      vertex", p)) != std::string::npos;) tabs.replace(p, 6, "\t");
+  broken.replace(broken.find("vertex 5"), 8, "vertex x");
+  const std::string full = binarystl(s), cut = full.substr(0, full.size() - 30);
+  const std::string cases[] = {caps, tabs, broken,
+                               "solid x\n facet normal 0 0 1\n  outer loop\n   vertex 0 0 0\n"
+                               "   vertex 1 0 0\n   vertex 0 1 0\n   vertex 1 1 0\n  endloop\n endfacet\n",
+                               binarystl({}), std::string(50, 'x'), cut, full.substr(0, 83),
+                               binarystl(s, false, "h", 0x7FFFFFFF), binarystl(s, false, "h", 0xFFFFFFF0u)};
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    writefile(dir + "/bad.stl", cases[i]);
+    int order = 0;
+    const Read r = readcapture(dir + "/bad.stl", order);
+    EXPECT_EQ(r.fatal, "130") << i << "\n" << r.out;
+    EXPECT_EQ(order, 4) << i;                         // the search ran to its end
+    EXPECT_EQ(formatlines(r.out).size(), 4u) << i;    // no text, and no byte order reads it
+    // Quiet: the run stops all the same, without a coded message.
+    EXPECT_EQ(readcapture(dir + "/bad.stl", order, true).fatal, "0") << i;
+  }
+  // A count whose triple wraps to a positive number while the count itself is negative:
+  // vertices but no triangles, message 131. A missing file is message 30.
+  writefile(dir + "/wrap.stl", binarystl(s, false, "h", 0xAAAAAAABu));
+  int order = 0;
+  const Read w = readcapture(dir + "/wrap.stl", order);
+  EXPECT_EQ(w.fatal, "131");
+  EXPECT_EQ(readcapture(dir + "/missing.stl", order).fatal.substr(0, 2), "30");
+}
+
+TEST(ReadStl, RepairedSibling) {
+  const std::string dir = tempdir("rdrepair");
+  const Soup original = tetrahedron(1.0), repaired = cube(2.0);
+  writefile(dir + "/part.v2.stl", binarystl(original));
+  writefile(dir + "/part.v2_ls_repair.stl", binarystl(repaired));
+  int order = 0;
+  Read r = readcapture(dir + "/part.v2.stl", order, true);  // the two lines come even when quiet
+  EXPECT_EQ(r.path, dir + "/part.v2_ls_repair.stl");
+  expectsoup(r.raw, repaired, true);
+  EXPECT_EQ(splitlines(r.out), Lines({" Detected repaired STL.", " Reading " + r.path + " instead..."}));
+  // A name without a dot, or with a dot in first place only, looks for "_ls_repair.stl" in
+  // the current folder.
+  const std::string here = std::filesystem::current_path().string();
+  ASSERT_EQ(chdir(dir.c_str()), 0);
+  writefile("nodot", binarystl(original));
+  writefile(".hidden", binarystl(original));
+  expectsoup(readcapture("nodot", order, true).raw, original, true);  // no sibling yet
+  writefile("_ls_repair.stl", binarystl(repaired));
+  for (const char *name : {"nodot", ".hidden"}) {
+    r = readcapture(name, order, true);
+    EXPECT_EQ(r.path, "_ls_repair.stl") << name;
+    expectsoup(r.raw, repaired, true);
+  }
+  ASSERT_EQ(chdir(here.c_str()), 0);
+}
+
+TEST(WriteStl, BinaryFormsByteExact) {
+  const std::string dir = tempdir("wrbin"), path = dir + "/out.stl";
+  const Soup s = cube(1.0 / 3.0, 0.1, -2.0, 1e3);  // coordinates that are no floats
+  const wf::SurfaceMesh m = meshof(s);
+  wf::writestl(m, nullptr, path, 'b');
+  const std::string b = readfile(path);
+  ASSERT_EQ(b.size(), 84 + 50 * 12u);
+  const std::string banner = "generated by Corvanta Tessero Thermo Mechanics";
+  EXPECT_EQ(b.substr(0, 84), "Binary STL file " + banner + std::string(18, ' ') + std::string("\x0c\0\0\0", 4));
+  for (size_t t = 0; t < 12; ++t) {
+    EXPECT_EQ(b.substr(84 + 50 * t, 12), std::string(12, '\0')) << "normal of triangle " << t;
+    for (int k = 0; k < 9; ++k)
+      EXPECT_EQ(floatat(b, 96 + 50 * t + 4 * k), static_cast<float>(s[9 * t + k])) << t;
+    EXPECT_EQ(b.substr(132 + 50 * t, 2), std::string(2, '\0'));
+  }
+  // Form c over the same name replaces the file; only the header differs.
+  wf::writestl(m, nullptr, path, 'c');
+  const std::string c = readfile(path);
+  EXPECT_EQ(c.substr(0, 80), "Non-native binary STL file " + banner + std::string(7, ' '));
+  EXPECT_EQ(c.substr(80), b.substr(80));
+
+  // Beyond single precision: an infinity in the binary form, the field in the text form. No
+  // triangles: 84 bytes.
+  wf::SurfaceMesh big = meshof({1e39, -1e39, 0, 1, 0, 0, 0, 1, 0});
+  wf::writestl(big, nullptr, path, 'b');
+  EXPECT_EQ(floatat(readfile(path), 96), std::numeric_limits<float>::infinity());
+  EXPECT_EQ(floatat(readfile(path), 100), -std::numeric_limits<float>::infinity());
+  wf::writestl(big, nullptr, path, 'd');
+  const Lines lines = splitlines(readfile(path));
+  ASSERT_EQ(lines.size(), 9u);
+  EXPECT_EQ(lines[1], "  facet normal   0.000000E+00  0.000000E+00  0.000000E+00");
+  EXPECT_EQ(lines[3], "      vertex   1.000000E+39 -1.000000E+39  0.000000E+00");
+  big.ntri = 0;
+  wf::writestl(big, nullptr, path, 'b');
+  EXPECT_EQ(readfile(path).size(), 84u);
+}
+
+TEST(WriteStl, AsciiFormsReadBackAndFailures) {
+  const std::string dir = tempdir("wrascii");
+  std::string path = dir + "/out.stl";
+  Soup s = tetrahedron(2.5);
+  s.insert(s.end(), {1, 1, 1, 1, 1, 1, 3, 3, 3});  // a degenerate triangle: zero normal
+  const wf::SurfaceMesh m = meshof(s);
+  const std::vector<double> n = normalsof(m);
+  writefile(path, std::string(100000, 'z'));  // an earlier, longer file
+  auto fields = [](const double *v) { return wf::scitext(v[0]) + wf::scitext(v[1]) + wf::scitext(v[2]); };
+  for (char form : {'a', 'd'}) {
+    wf::writestl(m, &n, path, form);
+    std::string want = "solid vcg\n";
+    for (size_t t = 0; t < 5; ++t) {
+      want += "  facet normal " + fields(&n[3 * t]) + "\n    outer loop\n";
+      for (int c = 0; c < 3; ++c) want += "      vertex " + fields(&s[9 * t + 3 * c]) + "\n";
+      want += form == 'a' ? "    end loop\n  end facet\n" : "    endloop\n  endfacet\n";
+    }
+    EXPECT_EQ(readfile(path), want + "endsolid vcg\n") << form;
+    // The raw cross product, twice the area long; zero for the degenerate triangle.
+    EXPECT_TRUE(contains(want, "  facet normal   0.000000E+00  0.000000E+00 -6.250000E+00\n"));
+    EXPECT_TRUE(contains(want, "  facet normal   0.000000E+00  0.000000E+00  0.000000E+00\n"));
+    int order = 0;
+    const Read r = readcapture(path, order);  // our reader takes it back
+    EXPECT_TRUE(hasline(r.out, " ASCII STL file"));
+    expectsoup(r.raw, s, false, true);
+  }
+  // A form that is none of a, b, c, d is message 319 and writes nothing; a folder that does
+  // not exist is message 31 for every form.
+  path = dir + "/none.stl";
+  EXPECT_EQ(fatalof([&] { wf::writestl(m, &n, path, 'x'); }).substr(0, 3), "319");
+  EXPECT_FALSE(std::filesystem::exists(path));
+  path = dir + "/no/such/folder/out.stl";
+  for (char form : {'a', 'b', 'c', 'd'})
+    EXPECT_EQ(fatalof([&] { wf::writestl(m, &n, path, form); }).substr(0, 3), "31 ") << form;
+}
