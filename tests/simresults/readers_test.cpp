@@ -1,0 +1,379 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The solver's result files: the case file (both numbering forms, early ends, the cloud layout),
+// the geometry file in both forms (ids on and off, padded names, broken files) and the
+// displacement file (1, 3 and 6 components, early ends). A broken file must end in the coded
+// read message that names it, before anything out of proportion is allocated.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <numeric>
+#include <tuple>
+
+#include "reporting.h"
+#include "simresults/readcase.h"
+#include "simresults/readgeo.h"
+#include "simresults/readvariable.h"
+#include "testutil.h"
+
+using namespace wf;
+using ints = std::vector<int32_t>;
+
+namespace {
+
+// Every test runs in its own empty folder, which is the current folder while it runs.
+struct InFolder : ::testing::Test {
+  std::filesystem::path oldcwd;
+  wft::CapturedReporter cap;
+  void SetUp() override {
+    oldcwd = std::filesystem::current_path();
+    std::filesystem::current_path(wft::tempdir("simres"));
+    std::filesystem::create_directories("results");
+  }
+  void TearDown() override { std::filesystem::current_path(oldcwd); }
+};
+
+// Sequential binary records as the solver writes them.
+struct Records {
+  std::string b;
+  void rec(const void *p, size_t n) {
+    const int32_t m = static_cast<int32_t>(n);
+    b.append(reinterpret_cast<const char *>(&m), 4).append(static_cast<const char *>(p), n);
+    b.append(reinterpret_cast<const char *>(&m), 4);
+  }
+  void text(std::string s) {
+    s.resize(80, ' ');
+    rec(s.data(), 80);
+  }
+  void i(int32_t v) { rec(&v, 4); }
+  template <class T>
+  void vals(const std::vector<T> &v) { rec(v.data(), sizeof(T) * v.size()); }
+};
+
+// A Fatal's "code variables..." begins with want (the code, then the variables the test names).
+bool begins(const std::string &got, const std::string &want) { return (got + " ").rfind(want + " ", 0) == 0; }
+
+ints iota(int n) {
+  ints v(static_cast<size_t>(n));
+  std::iota(v.begin(), v.end(), 1);
+  return v;
+}
+
+// Two hexahedra sharing a face: 12 nodes.
+struct Geo {
+  std::string first = "C Binary";
+  bool extents = true;
+  std::vector<float> xyz[3];
+  ints nodeids, elemids;  // empty: "off"
+  ints conn = {1, 2, 5, 4, 7, 8, 11, 10, 2, 3, 6, 5, 8, 9, 12, 11};
+  int32_t nn = 12, ne = 2;  // the counts written
+  Geo() {
+    for (int i = 0; i < 12; ++i) {
+      xyz[0].push_back(0.1f * static_cast<float>(i % 3));
+      xyz[1].push_back(0.3f * static_cast<float>(i / 3 % 2));
+      xyz[2].push_back(1.7f * static_cast<float>(i / 6));
+    }
+  }
+  std::string binary() const {
+    Records r;
+    for (const char *t : {first.c_str(), "description one", "description two"}) r.text(t);
+    r.text(nodeids.empty() ? "node id off" : "node id given");
+    r.text(elemids.empty() ? "element id off" : "element id given");
+    if (extents) r.text("extents"), r.vals(std::vector<float>{0, 0.2f, 0, 0.3f, 0, 1.7f});
+    r.text("part"), r.i(1), r.text("two hexahedra"), r.text("coordinates"), r.i(nn);
+    if (!nodeids.empty()) r.vals(nodeids);
+    r.vals(xyz[0]), r.vals(xyz[1]), r.vals(xyz[2]), r.text("hexa8"), r.i(ne);
+    if (!elemids.empty()) r.vals(elemids);
+    r.vals(conn);
+    return r.b;
+  }
+  // Text form: ids on under a word other than "off" and other than that of the binary form.
+  std::string text() const {
+    std::string s = "description one\ndescription two\n";
+    s += std::string(nodeids.empty() ? "node id off\n" : "node id assign\n") +
+         (elemids.empty() ? "element id off\n" : "element id given\n");
+    if (extents) s += "extents\n 0.0 0.2\n 0.0 0.3\n 0.0 1.7\n";
+    s += "part\n         1\ntwo hexahedra\ncoordinates\n" + std::to_string(nn) + "\n";
+    char b[32];
+    for (int32_t id : nodeids) s += std::to_string(id) + "\n";
+    for (const auto &c : xyz)
+      for (float v : c) s.append(b, static_cast<size_t>(std::snprintf(b, sizeof b, "%12.9g\n", double(v))));
+    s += "hexa8\n" + std::to_string(ne) + "\n";
+    for (int32_t id : elemids) s += std::to_string(id) + "\n";
+    for (size_t k = 0; k < conn.size(); ++k) s += " " + std::to_string(conn[k]) + (k % 8 == 7 ? "\n" : "");
+    return s;
+  }
+};
+
+using ReadCase = InFolder;
+using ReadGeo = InFolder;
+using ReadVariable = InFolder;
+
+}  // namespace
+
+TEST_F(ReadCase, ImplicitAndExplicitNumbering) {
+  // The increment line's first 19 columns are skipped; numbers on the "filename numbers:" and
+  // "time values:" lines are not taken; each time value takes a line of its own.
+  wft::writefile("job.case",
+                 "FORMAT\ntype: ensight gold\nGEOMETRY\nmodel: 2 results/job_*.geo\nTIME\n"
+                 "time set:              1\nnumber of steps:       3\nfilename start number: 5\n"
+                 "anything 19 columns2\ntime values:\n0.5 9.0 9.0\n\n1.5\n2.5e0\n"
+                 "time set: 2\nnumber of steps: 4\nfilename numbers: 99 98\n1 2\n\n4, 8\n"
+                 "time values: 7\n0\n0\n1.5\n2\n");
+  CaseInfo c = readcase(cap.rep, "job.case");
+  EXPECT_EQ(c.resultnums, (ints{5, 7, 9}));
+  EXPECT_EQ(c.resulttimes, (std::vector<double>{0.5, 1.5, 2.5}));
+  EXPECT_EQ(c.meshnums, (ints{1, 2, 4, 8}));
+  EXPECT_EQ(c.meshtimes, (std::vector<double>{0, 0, 1.5, 2}));
+  EXPECT_EQ(std::tuple(c.ninc, c.nmesh, c.cloudlayout, c.cloudprefix), std::tuple(3, 4, false, "."));
+  EXPECT_EQ(cap.text(), " Reading case file job.case\n Number of increments = 3\n Implicit result indexing\n"
+                        " Start number = 5\n Increment = 2\n Number of meshes     = 4\n Explicit mesh indexing\n");
+
+  // Leading zeros, an empty second set and an increment of 0 are all accepted.
+  wft::writefile("a.case",
+                 "time set: 1\nnumber of steps: 2\nfilename numbers:\n007 10\ntime values:\n1\n2\n"
+                 "time set: 2\nnumber of steps: 0\nfilename start number: 1\nfilename increment: 0\n"
+                 "time values:\n");
+  c = readcase(cap.rep, "a.case");
+  EXPECT_EQ(c.resultnums, (ints{7, 10}));
+  EXPECT_TRUE(c.nmesh == 0 && c.meshnums.empty() && c.meshtimes.empty());
+  EXPECT_TRUE(wft::contains(cap.text(), " Explicit result indexing\n Number of meshes     = 0\n"
+                                        " Implicit mesh indexing\n Start number = 1\n Increment = 0\n"));
+}
+
+TEST_F(ReadCase, EarlyEndsAndBadNumbersNameTheFile) {
+  const std::string set = "time set: 1\nnumber of steps: ", imp = set + "1\nfilename start number: ";
+  for (const auto &[text, code] : std::vector<std::pair<std::string, std::string>>{
+           {"", "28"}, {imp + "1\nfilename increment: 1\ntime values:\n1\n", "28"},  // one set only
+           {set + "2\nfilename numbers:\n1\n", "28"},                               // too few numbers
+           {set + "2\nfilename numbers:\n1\ntime values:\n1\n2\n", "29"}, {set + "many\n", "29"},
+           {set + "-1\n", "29"}, {set + "2000000000\nfilename numbers:\n", "29"},  // no room for them
+           {imp + "1\n", "28"}, {imp + "x\nfilename increment: 1\n", "29"},
+           {imp + "1\nfilename increment: 1\ntime values:\nlate\n", "29"}}) {
+    SCOPED_TRACE(text);
+    wft::writefile("bad.case", text);
+    EXPECT_PRED2(begins, wft::fatalof([&] { readcase(cap.rep, "bad.case"); }), code + " bad.case");
+  }
+}
+
+TEST_F(ReadCase, MissingCaseAndTheCloudDescriptor) {
+  // No case file and no descriptor: the three lines, then message 30.
+  EXPECT_PRED2(begins, wft::fatalof([&] { readcase(cap.rep, "job.case"); }), "30 job.case");
+  EXPECT_TRUE(wft::contains(cap.text(), " Could not find case file \"job.case\".\n"
+                                        " Checking for *.awskel file for cloud solves...\n\n"));
+  // With a descriptor (named by the text before the last "_mechanical"; no word: ".awskel") the
+  // case is read from the cloud folder under the fixed stem, with the suffix form of the name.
+  const std::string body =
+      "time set: 1\nnumber of steps: 1\nfilename start number: 4\nfilename increment: 1\n"
+      "time values:\n7\ntime set: 2\nnumber of steps: 1\nfilename numbers:\n3\ntime values:\n0\n";
+  std::filesystem::create_directories("cloud/run/sim");
+  wft::writefile("cloud/run/sim/kelmechanical.case", body);
+  wft::writefile("cloud/run/sim/kelmechanical_c.case", body);
+  wft::writefile("p_mechanical.awskel", R"({"outputDir": "cloud/run", "other": 1})");
+  wft::writefile(".awskel", R"({"outputDir": "cloud/run"})");
+  for (auto [given, read] : {std::pair{"p_mechanical_mechanical.case", "kelmechanical.case"},
+                             {"p_mechanical_mechanical_c.case", "kelmechanical_c.case"},
+                             {"other.case", "kelmechanical.case"}}) {
+    const CaseInfo c = readcase(cap.rep, given);
+    EXPECT_EQ(std::tuple(c.cloudlayout, c.cloudprefix, c.cloudstem, c.resultnums[0]),
+              std::tuple(true, "cloud/run/sim/", "kelmechanical", 4)) << given;
+    EXPECT_TRUE(wft::contains(cap.text(), " Reading case file cloud/run/sim/" + std::string(read) + "\n"));
+  }
+  // A descriptor without "outputDir", or no JSON at all: an empty folder part, not found.
+  for (const char *json : {R"({"somethingElse": "x"})", "not json {"}) {
+    wft::writefile("q.awskel", json);
+    EXPECT_PRED2(begins, wft::fatalof([&] { readcase(cap.rep, "q_mechanical.case"); }), "30 /sim/kelmechanical.case");
+  }
+}
+
+TEST_F(ReadGeo, BothFormsWithIdsOnAndOff) {
+  Geo ids, off, textids, none;
+  ids.first = "Fortran Binary";
+  ids.nodeids = {10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30, 32};
+  ids.elemids = {5, 6};
+  off.extents = textids.extents = false;
+  textids.nodeids = ids.nodeids;
+  textids.elemids = {3, 1};  // the element index is sized by the largest id
+  none.conn.clear();         // no elements: an empty element index
+  none.ne = 0;
+  // Text records padded with NUL characters, as C writers leave them, read as blank-padded.
+  std::string nul = off.binary();
+  std::fill(nul.begin() + 12, nul.begin() + 84, '\0');                    // behind "C Binary"
+  std::fill(nul.begin() + 88 * 3 + 15, nul.begin() + 88 * 3 + 84, '\0');  // behind "node id off"
+  ints index32(32);
+  for (int i = 0; i < 12; ++i) index32[9 + 2 * static_cast<size_t>(i)] = i + 1;
+  struct Case {
+    std::string body;
+    bool binary;
+    const Geo &g;
+    ints nodeindex, elemindex;
+  } cases[] = {{ids.binary(), true, ids, index32, {0, 0, 0, 0, 1, 2}},
+               {off.binary(), true, off, iota(12), iota(2)},
+               {nul, true, off, iota(12), iota(2)},
+               {textids.text(), false, textids, index32, {2, 0, 1}},
+               {none.binary(), true, none, iota(12), {}}};
+  const CaseInfo info;
+  for (const Case &c : cases) {
+    SCOPED_TRACE(&c - cases);
+    wft::writefile("results/job_3.geo", c.body);
+    Simulation sim;
+    readgeo(cap.rep, info, "job", 3, ".geo", sim);
+    std::vector<double> xyz;
+    for (size_t i = 0; i < 12; ++i) xyz.insert(xyz.end(), {c.g.xyz[0][i], c.g.xyz[1][i], c.g.xyz[2][i]});
+    EXPECT_EQ(sim.nodexyz, xyz);
+    EXPECT_EQ(std::pair(sim.nnodes, sim.nelems), std::pair(12, c.g.ne));
+    EXPECT_EQ(sim.elemconn, c.g.conn);
+    EXPECT_EQ(sim.resultsbinary, c.binary);
+    EXPECT_EQ(sim.nodeid, c.g.nodeids.empty() ? iota(12) : c.g.nodeids);
+    EXPECT_EQ(sim.elemid, c.g.elemids.empty() ? iota(c.g.ne) : c.g.elemids);
+    EXPECT_EQ(sim.nodeindex, c.nodeindex);
+    EXPECT_EQ(sim.elemindex, c.elemindex);
+    EXPECT_EQ(cap.text(), " Mesh file           =   results/job_3.geo\n");
+  }
+  // Ids that do not ascend: the index reaches the largest id it can hold, never written past.
+  Geo g;
+  g.nodeids = {5, 2, 9, 1, 0, -3, 12, 11, 10, 8, 7, 2000000000};
+  g.elemids = {-1, 4};
+  wft::writefile("results/job_3.geo", g.binary());
+  Simulation sim;
+  readgeofile("results/job_3.geo", sim);
+  EXPECT_LT(sim.nodeindex.size(), 100000000u);
+  ASSERT_GE(sim.nodeindex.size(), 12u);
+  EXPECT_EQ((ints{sim.nodeindex[4], sim.nodeindex[8], sim.nodeindex[0], sim.nodeindex[11]}), (ints{1, 3, 4, 7}));
+  EXPECT_EQ(sim.elemindex, (ints{0, 0, 0, 2}));
+}
+
+TEST_F(ReadGeo, FileNamesPaddedAndCloud) {
+  // The plain number first, then zero-padded widths 1 to 10, each shadowing the later ones.
+  wft::writefile("results/job_00-4.geo", "");
+  for (auto [name, number] : {std::pair{"results/job_003.geo", 3}, {"results/job_03.geo", 3},
+                              {"results/job_3.geo", 3}, {"results/job_0000000012.geo", 12},
+                              {"results/job_-004.geo", -4}}) {
+    wft::writefile(name, "");
+    EXPECT_EQ(findresultfile("results/job_", number, ".geo"), name);
+  }
+  EXPECT_PRED2(begins, wft::fatalof([&] { findresultfile("results/job_", 7, ".geo"); }), "30 results/job_0000000007.geo");
+  // In the cloud layout the mesh lies below the cloud folder, under the fixed stem.
+  CaseInfo info;
+  info.cloudlayout = true;
+  info.cloudprefix = "out/sim/";
+  info.cloudstem = "kelmechanical";
+  std::filesystem::create_directories("out/sim/results");
+  wft::writefile("out/sim/results/kelmechanical_02.geo", Geo().binary());
+  Simulation sim;
+  readgeo(cap.rep, info, "job", 2, ".geo", sim);
+  EXPECT_EQ(sim.nnodes, 12);
+  EXPECT_EQ(cap.text(), " Mesh file           =   out/sim/results/kelmechanical_02.geo\n");
+}
+
+TEST_F(ReadGeo, BrokenFilesEndInCodedReadErrors) {
+  const std::string good = Geo().binary();
+  auto marker = [&](size_t at, int32_t v) { return std::string(good).replace(at, 4, reinterpret_cast<char *>(&v), 4); };
+  Geo big, negative, manyelems, longer, texthuge;
+  big.nn = 2000000000;
+  negative.nn = -5;
+  manyelems.ne = 300000000;
+  longer.xyz[1].push_back(1.0f);  // a coordinate record one value longer than the count
+  texthuge.nn = 900000000;
+  std::string textword = Geo().text(), nomarkers = "C Binary" + std::string(72, ' ') + std::string(400, '\x01');
+  textword.replace(textword.find("hexa8"), 5, "hexa8\nabc");
+  for (auto [what, body, code] : std::vector<std::tuple<const char *, std::string, const char *>>{
+           {"empty", "", "28"},
+           {"cut in the header", good.substr(0, 200), "28"},
+           {"cut inside a header record", good.substr(0, 90 + 88 * 2), "28"},
+           {"cut in the coordinates", good.substr(0, 900), "29"},
+           {"cut in the element type line", good.substr(0, good.size() - 150), "28"},
+           {"cut in the connectivity", good.substr(0, good.size() - 10), "29"},
+           {"trailing marker differs", marker(88 + 84, 81), "29"},
+           {"leading marker too short", marker(88, 12), "29"},
+           {"negative marker", marker(88, -80), "29"},
+           {"record longer than the count", longer.binary(), "29"},
+           {"node count beyond the file", big.binary(), "29"},
+           {"negative node count", negative.binary(), "29"},
+           {"element count beyond the file", manyelems.binary(), "29"},
+           {"text: a word among the numbers", textword, "29"},
+           {"text: count beyond the file", texthuge.text(), "29"},
+           {"C Binary without record markers", nomarkers, "28"}}) {  // read as text: no second line
+    SCOPED_TRACE(what);
+    wft::writefile("results/job_3.geo", body);
+    Simulation sim;
+    EXPECT_PRED2(begins, wft::fatalof([&] { readgeofile("results/job_3.geo", sim); }), std::string(code) + " results/job_3.geo");
+  }
+}
+
+namespace {
+
+// Component c of node i.
+float value(int c, int i) { return 0.1f * static_cast<float>(c + 1) - 0.37f * static_cast<float>(i); }
+
+// Five nodes, ncomp components; binary records (one value more than the nodes with extra), or
+// text with perline values to a line.
+std::string varfile(bool binary, int ncomp, int perline = 1, int extra = 0) {
+  Records r;
+  std::string s = "Displacement of increment 2\npart\n         1\ncoordinates\n";
+  r.text("Displacement of increment 2"), r.text("part"), r.i(1), r.text("coordinates");
+  char b[32];
+  for (int c = 0; c < ncomp; ++c) {
+    std::vector<float> v;
+    for (int i = 0; i < 5 + extra; ++i) {
+      v.push_back(value(c, i));
+      s.append(b, static_cast<size_t>(std::snprintf(b, sizeof b, " %12.9g", double(v.back()))));
+      if ((i + 1) % perline == 0 || i == 4) s += "\n";
+    }
+    r.vals(v);
+  }
+  return binary ? r.b : s;
+}
+
+const std::string dispfile = "results/job00_2.dis.ens";
+
+}  // namespace
+
+TEST_F(ReadVariable, OneThreeAndSixComponentsInBothForms) {
+  for (auto [binary, perline] : {std::pair{true, 1}, {false, 1}, {false, 2}, {false, 6}}) {
+    SCOPED_TRACE(perline);
+    for (int ncomp : {1, 3, 6}) {  // node-major, whatever the line breaks of the text
+      std::vector<double> v, want;
+      for (int i = 0; i < 5; ++i)
+        for (int c = 0; c < ncomp; ++c) want.push_back(value(c, i));
+      wft::writefile(dispfile, varfile(binary, ncomp, perline));
+      readvariablefile(dispfile, binary, 5, ncomp, v);
+      EXPECT_EQ(v, want) << ncomp;
+      if (ncomp != 3) continue;
+      Simulation sim;
+      sim.nnodes = 5;
+      sim.resultsbinary = binary;
+      sim.nodedisp.assign(3, 9.0);  // an earlier field is replaced
+      readvariable(cap.rep, dispfile, sim);
+      EXPECT_EQ(sim.nodedisp, want);
+      EXPECT_EQ(cap.text(), "     Variable file   = results/job00_2.dis.ens\n");
+    }
+    // Any other count reads the header only.
+    std::vector<double> v = {1};
+    readvariablefile(dispfile, binary, 5, 2, v);
+    EXPECT_TRUE(v.empty());
+  }
+}
+
+TEST_F(ReadVariable, EarlyEndsAndBrokenRecords) {
+  const std::string good = varfile(true, 3), text = varfile(false, 3);
+  Simulation sim;
+  sim.nnodes = 5;
+  for (auto [what, binary, body, code] : std::vector<std::tuple<const char *, bool, std::string, const char *>>{
+           {"empty", true, "", "362"},
+           {"cut in the header", true, good.substr(0, 100), "362"},
+           {"cut in the z values", true, good.substr(0, good.size() - 6), "362"},
+           {"record of another length", true, varfile(true, 3, 1, 1), "29"},
+           {"text: too few values", false, text.substr(0, text.size() - 15), "362"},
+           {"text: a word among the values", false, std::string(text).replace(80, 3, "xyz"), "29"},
+           {"text: no part number", false, "desc\npart\n", "362"}}) {
+    SCOPED_TRACE(what);
+    sim.resultsbinary = binary;
+    wft::writefile(dispfile, body);
+    EXPECT_PRED2(begins, wft::fatalof([&] { readvariable(cap.rep, dispfile, sim); }), code + (" " + dispfile));
+  }
+  std::filesystem::remove(dispfile);
+  EXPECT_PRED2(begins, wft::fatalof([&] { readvariable(cap.rep, dispfile, sim); }), "30 " + dispfile);
+  // Without *INPU there is no file name at all.
+  EXPECT_PRED2(begins, wft::fatalof([&] { readvariable(cap.rep, "", sim); }), "30");
+}
