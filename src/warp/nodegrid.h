@@ -28,7 +28,8 @@ struct NodeGrid {
 };
 
 // Cell (1..n) of coordinate c on an axis of origin o, cell size s and count n: floor of the
-// offset in cells, plus 1, clamped to 1..n (a zero size gives cell 1).
+// offset in cells, plus 1, clamped to 1..n. With a zero size the offset is 0/0 (cell 1) or
+// +-infinity (cell n or 1); a coordinate that is not a number gives cell 1.
 int32_t gridcell(double c, double o, double s, int32_t n);
 
 // The grid's box, counts and cell sizes for nnodes nodes (3 x nnodes coordinates).

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "base/memory.h"
 #include "surface/sortkit.h"
@@ -298,8 +299,9 @@ RefineCounts refinesurface(const WarpField &field, const RefineParams &params, S
   dvecsort(edges.len.data(), edgeorder.data(), n0);
 
   Midpoints mids(field, params, mesh, edges);
-  mids.wave(1, n0);
-  int32_t wavelast = n0;
+  int32_t wavelast = params.ahead ? n0 : std::numeric_limits<int32_t>::max();
+  if (params.ahead) mids.wave(1, n0);
+  WarpWork serialwork(field.params.navg);
 
   int32_t progressmark = params.progressbase;
   for (int32_t i = 1; i <= edges.n; ++i) {
@@ -324,8 +326,13 @@ RefineCounts refinesurface(const WarpField &field, const RefineParams &params, S
     const int32_t a = edges.vrt[2 * ce], b = edges.vrt[2 * ce + 1];
     double before[3], after[3];
     mids.before(e, before);
-    const double *mid = mids.after(e);
-    for (int k = 0; k < 3; ++k) after[k] = mid[k];
+    if (params.ahead) {
+      const double *mid = mids.after(e);
+      for (int k = 0; k < 3; ++k) after[k] = mid[k];
+    } else {
+      for (int k = 0; k < 3; ++k) after[k] = before[k];
+      warpvertex(field, after, serialwork);
+    }
 
     bool split = len > params.maxedge;
     if (!split) {

@@ -30,6 +30,9 @@ struct RefineParams {
   double minedge = 0.5;
   double maxedge = 3.0;
   double refinetolsq = 1e-6;
+  // Midpoints displaced ahead of the walk in waves on all threads (true), or each when the walk
+  // reaches it (false: the plain serial walk, the reference the waves are tested against).
+  bool ahead = true;
   // Overall percent of this surface's walk: base + share * 99 * visited / edges.
   int32_t progressbase = 0;
   double progressshare = 1.0;

@@ -1,0 +1,376 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The displacement of a point and of a surface: the node grid, the weighted average with its
+// snap, stored nodes and ring search, the Z rules, the scan path, and the refinement walk, whose
+// midpoints computed ahead in waves must give exactly the walk that displaces each when reached.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <functional>
+
+#include "reporting.h"
+#include "surface/preparesurface.h"
+#include "warp/nodegrid.h"
+#include "warp/refine.h"
+#include "warp/warpfield.h"
+#include "warp/warpstl.h"
+
+using namespace wf;
+using P3 = std::array<double, 3>;
+
+namespace {
+
+using Field = std::function<P3(const P3 &)>;
+
+// Nodes with their displacements from a field, all active, filed in their grid.
+struct Nodes {
+  Simulation sim;
+  NodeGrid grid;
+  WarpParams params;
+  Nodes(const std::vector<P3> &xyz, const Field &u) {
+    sim.nnodes = static_cast<int32_t>(xyz.size());
+    for (const P3 &p : xyz) {
+      const P3 d = u(p);
+      sim.nodexyz.insert(sim.nodexyz.end(), p.begin(), p.end());
+      sim.nodedisp.insert(sim.nodedisp.end(), d.begin(), d.end());
+    }
+    sim.nodeactive.assign(xyz.size(), 255);
+    grid = gridlayout(sim.nodexyz.data(), sim.nnodes);
+    filenodes(grid, sim.nodexyz.data(), sim.nnodes);
+  }
+  WarpField field(const QuerySet *ref = nullptr) const {
+    WarpField f;
+    f.sim = &sim;
+    f.grid = &grid;
+    f.ref = ref;
+    f.params = params;
+    return f;
+  }
+  P3 warp(P3 p, WarpWork &w, const QuerySet *ref = nullptr) const {
+    warpvertex(field(ref), p.data(), w);
+    return p;
+  }
+};
+
+// A lattice of n[0] x n[1] x n[2] nodes from lo with unit spacing, i fastest.
+std::vector<P3> lattice(const P3 &lo, const std::array<int, 3> &n) {
+  std::vector<P3> out;
+  for (int k = 0; k < n[2]; ++k)
+    for (int j = 0; j < n[1]; ++j)
+      for (int i = 0; i < n[0]; ++i) out.push_back({lo[0] + i, lo[1] + j, lo[2] + k});
+  return out;
+}
+
+P3 identity(const P3 &p) { return p; }
+
+QuerySet queryset(std::vector<double> corners) {
+  const double box[6] = {0, 0, 0, 0, 0, 0};
+  const int32_t nt = static_cast<int32_t>(corners.size() / 9);
+  return makequeryset(std::move(corners), nt, box);
+}
+
+}  // namespace
+
+TEST(NodeGrid, CellsHoldTheirNodesInOrderAndFlatBoxesAreRefused) {
+  // Box [1,4] x [-1,1] x [0,2] with 12 nodes: 3 x 2 x 2 cells of 1 (cube roots of 27 and 8).
+  const std::vector<double> xyz = {4, 1, 2,  3, 1, 2,  1, -1, 0,  1.5, -0.5, 0.5,  3, 0, 0,  2, -1, 1,
+                                   3, -1, 0, 1, 0, 1,  1.9, -0.1, 0.9,  2, 0, 0,  1, 1, 2,  3.5, -0.5, 1.5};
+  NodeGrid g = gridlayout(xyz.data(), 12);
+  EXPECT_EQ((std::array<int32_t, 3>{g.nx, g.ny, g.nz}), (std::array<int32_t, 3>{3, 2, 2}));
+  filenodes(g, xyz.data(), 12);
+  // Every node lies in the cell of its coordinates, ascending within the cell; last < first
+  // marks an empty cell.
+  int filed = 0;
+  for (int32_t c = 0; c < g.nx * g.ny * g.nz; ++c) {
+    const int32_t first = g.cellrange[2 * static_cast<size_t>(c)], last = g.cellrange[2 * static_cast<size_t>(c) + 1];
+    for (int32_t k = first; k <= last; ++k) {
+      const int32_t n = g.cellnodes[static_cast<size_t>(k - 1)];
+      const double *p = &xyz[3 * static_cast<size_t>(n - 1)];
+      const int32_t i = gridcell(p[0], g.origin[0], g.cellsize[0], g.nx), j = gridcell(p[1], g.origin[1], g.cellsize[1], g.ny),
+                    l = gridcell(p[2], g.origin[2], g.cellsize[2], g.nz);
+      EXPECT_EQ(c, (i - 1) + g.nx * ((j - 1) + g.ny * (l - 1))) << "node " << n;
+      if (k > first) {
+        EXPECT_LT(g.cellnodes[static_cast<size_t>(k - 2)], n);
+      }
+      ++filed;
+    }
+  }
+  EXPECT_EQ(filed, 12);
+  // The cell rule: the high face and beyond go to the last cell, below to the first; a zero
+  // size sends the origin itself (0/0) and what lies below it to the first, what lies above to
+  // the last; a value that is not a number goes to the first.
+  EXPECT_EQ(gridcell(4.0, 1.0, 1.0, 3), 3);
+  EXPECT_EQ(gridcell(-7.0, 1.0, 1.0, 3), 1);
+  EXPECT_EQ(gridcell(1.0, 1.0, 0.0, 3), 1);
+  EXPECT_EQ(gridcell(2.0, 1.0, 0.0, 3), 3);
+  EXPECT_EQ(gridcell(std::nan(""), 1.0, 1.0, 3), 1);
+
+  // A box flat but for a hair in one direction asks for cells out of all proportion to the
+  // nodes: refused with the grid's allocation message instead of tried.
+  std::vector<double> flat;
+  for (int n = 0; n < 200; ++n) flat.insert(flat.end(), {double(n % 20), double(n / 20), n == 7 ? 1e-12 : 0.0});
+  NodeGrid f = gridlayout(flat.data(), 200);
+  EXPECT_GT(int64_t{f.nx} * f.ny * f.nz, maxgridcells(200));
+  EXPECT_EQ(wft::fatalof([&] { filenodes(f, flat.data(), 200); }), "32 initgrid, nncell, 1");
+}
+
+TEST(NodalWarp, InverseDistanceAverageAndSnap) {
+  Nodes n({{0, 0, 0}, {3, 0, 0}}, [](const P3 &p) { return p[0] == 0 ? P3{3, 0, 0} : P3{0, 3, 0}; });
+  n.params.navg = 2;
+  WarpWork w(2);
+  // Distances 1 and 2: weights 1 and 1/2, u = (2, 1, 0); moved against it.
+  EXPECT_EQ(n.warp({1, 0, 0}, w), (P3{-1, -1, 0}));
+  // Exponent 2: weights 1 and 1/4, u = (2.4, 0.6, 0); warpscale 0.5.
+  n.params.halfexponent = 1.0;
+  n.params.warpscale = 0.5;
+  const P3 p = n.warp({1, 0, 0}, w);
+  EXPECT_DOUBLE_EQ(p[0], 1.0 + 0.5 * (3.0 / 1.25));
+  EXPECT_DOUBLE_EQ(p[1], 0.5 * (0.75 / 1.25));
+  // Snap: node 1 within the tolerance is visited before node 2 exactly on the point and wins.
+  Nodes s({{1 + 5e-6, 0, 0}, {1, 0, 0}, {5, 0, 0}}, [](const P3 &q) { return P3{q[0], 10 * q[0], 0}; });
+  s.params.navg = 2;
+  EXPECT_EQ(s.warp({1, 0, 0}, w), (P3{1 - (1 + 5e-6), -10 * (1 + 5e-6), 0}));
+  // The tolerance is inclusive: a node at exactly the snap distance.
+  Nodes t({{3, 0, 0}, {1.5, 0, 0}}, [](const P3 &q) { return P3{0, 0, q[0]}; });
+  t.params.navg = 2;
+  t.params.snaptolsq = 0.25;
+  EXPECT_EQ(t.warp({1, 0, 0}, w)[2], -1.5);
+}
+
+TEST(NodalWarp, WorstStoredNodeIsReplacedAndTiesKept) {
+  // Around the point 0: squared distances 4, 1, 4, 0.25, 2.25, 2.25.
+  Nodes n({{2, 0, 0}, {1, 0, 0}, {-2, 0, 0}, {0.5, 0, 0}, {-1.5, 0, 0}, {1.5, 0, 0}}, identity);
+  n.params.navg = 3;
+  WarpWork w(3);
+  const P3 p = n.warp({0, 0, 0}, w);
+  // Node 4 replaced the first of the two largest (node 1), node 5 then node 3; node 6 ties with
+  // the largest held (2.25) and is not taken.
+  EXPECT_EQ(w.nodes, (std::vector<int32_t>{4, 2, 5}));
+  EXPECT_EQ(w.dist2, (std::vector<double>{0.25, 1.0, 2.25}));
+  const double w4 = 1 / 0.5, w2 = 1 / 1.0, w5 = 1 / 1.5;
+  EXPECT_NEAR(p[0], -(w4 * 0.5 + w2 * 1.0 + w5 * -1.5) / (w4 + w2 + w5), 1e-15);
+}
+
+TEST(NodalWarp, RingSearchStartAndStoppingRule) {
+  // A point outside the mesh starts in the nearest boundary cell.
+  Nodes n(lattice({0, 0, 0}, {3, 3, 3}), [](const P3 &p) { return P3{0.1 * p[0], 0.1 * p[1], 0.1 * p[2]}; });
+  n.params.navg = 1;
+  WarpWork w(1);
+  EXPECT_EQ(n.warp({-100, 1, 1}, w)[1], 0.9);
+  EXPECT_EQ(w.nodes[0], 1 + 3 + 9);  // the node (0, 1, 1)
+  EXPECT_EQ(n.warp({1, 1, 50}, w)[2], 49.8);
+  EXPECT_EQ(w.nodes[0], 1 + 1 + 3 + 18);  // the node (1, 1, 2)
+  // 27 nodes in [0, 0.15]^3 times scale: 3 x 3 x 3 cells. Active are only A in ring 1 and the
+  // nearer B in ring 2 of the point's cell. The held squared distance is compared with the ring
+  // length: at scale 1, 0.0288 < 1 * 0.05 ends the search with A; at scale 100, 288 is not below
+  // 1 * 5 and ring 2 finds B.
+  for (double scale : {1.0, 100.0}) {
+    std::vector<P3> xyz(27, P3{0.14, 0.14, 0.14});
+    xyz[0] = {0, 0, 0}, xyz[1] = {0.15, 0.15, 0.15};
+    xyz[2] = {0.099, 0.099, 0.099};  // A, cell (2,2,2)
+    xyz[3] = {0.11, 0.001, 0.001};   // B, cell (3,1,1)
+    for (P3 &p : xyz)
+      for (double &c : p) c *= scale;
+    Nodes m(xyz, identity);
+    m.params.navg = 1;
+    ASSERT_EQ(m.grid.nx * m.grid.ny * m.grid.nz, 27);
+    std::fill(m.sim.nodeactive.begin(), m.sim.nodeactive.end(), 0);
+    m.sim.nodeactive[2] = m.sim.nodeactive[3] = 255;
+    m.warp({0.001 * scale, 0.001 * scale, 0.001 * scale}, w);
+    EXPECT_EQ(w.nodes[0], scale == 1.0 ? 3 : 4) << scale;
+  }
+}
+
+TEST(NodalWarp, TooFewActiveNodesAveragesOnlyWhatWasFound) {
+  // The work arrays hold stale very near entries that must not enter the average.
+  auto field = [](const P3 &p) { return p == P3{1, 1, 1} ? P3{100, 100, 100} : P3{p[0] + p[1] + p[2], 0, 0}; };
+  struct Case {
+    std::vector<P3> xyz;
+    std::vector<int> active;  // empty: all
+    int navg;
+    P3 q, want;
+  };
+  const double w1 = 1 / 0.5, w27 = 1 / std::sqrt(10.25), w2 = 1 / 1.5;
+  const Case cases[] = {
+      // Two active of 27, ten wanted: the search ends when the grid is covered.
+      {lattice({0, 0, 0}, {3, 3, 3}), {0, 26}, 10, {0.5, 0, 0}, {0.5 - w27 * 6 / (w1 + w27), 0, 0}},
+      // No active node at all: the point stays.
+      {lattice({0, 0, 0}, {3, 3, 3}), {-1}, 4, {0.5, 0.25, 0.125}, {0.5, 0.25, 0.125}},
+      // More wanted than the mesh has: the search ends at the node count.
+      {{{0, 0, 0}, {2, 0, 0}}, {}, 5, {0.5, 0, 0}, {0.5 - w2 * 2 / (w1 + w2), 0, 0}},
+  };
+  for (const Case &c : cases) {
+    Nodes n(c.xyz, field);
+    n.params.navg = c.navg;
+    if (!c.active.empty()) std::fill(n.sim.nodeactive.begin(), n.sim.nodeactive.end(), 0);
+    for (int a : c.active)
+      if (a >= 0) n.sim.nodeactive[static_cast<size_t>(a)] = 255;
+    WarpWork w(c.navg);
+    std::fill(w.dist2.begin(), w.dist2.end(), 1e-6);
+    std::fill(w.nodes.begin(), w.nodes.end(), 14);
+    const P3 p = n.warp(c.q, w);
+    for (int a = 0; a < 3; ++a) EXPECT_NEAR(p[static_cast<size_t>(a)], c.want[static_cast<size_t>(a)], 1e-15) << c.navg;
+  }
+}
+
+TEST(NodalWarp, ZRulesWithAndWithoutReference) {
+  // Constant field u = (0.1, -0.2, 0.3), warpscale -1. With a reference at z = 1:
+  // q = p - warpscale * u lies under it, so x, y stay and z becomes z + (1 - q_z).
+  struct Case {
+    bool ref, fixz, nrle;
+    double buildplane, ztol, z, wantz;
+  };
+  const Case cases[] = {
+      {false, false, false, 0, 0, 0.5, 0.2},
+      {false, true, false, 0, 0.5, 0.5, 0.5},  // the fixed band is inclusive
+      {false, true, false, 0, 0.5, -0.5, -0.5},
+      {false, true, false, 0, 0.5, 0.5000001, 0.2000001},
+      {false, false, true, 0, 0, 1.7, 1.7},  // no Z displacement at all
+      {true, false, false, 0, 0, 0.2, 0.7},
+      {true, true, false, 0.19, 0.05, 0.2, 0.19},  // on the plane: lands on it exactly
+      {true, true, false, 0.19, 0.05, 0.3, 0.7},   // outside the band: corrected
+      {true, false, true, 0, 0, 0.3, 0.3},
+  };
+  Nodes n(lattice({0, 0, 0}, {3, 3, 3}), [](const P3 &) { return P3{0.1, -0.2, 0.3}; });
+  n.params.navg = 4;
+  const QuerySet plane = queryset({-50, -50, 1, 50, -50, 1, 50, 50, 1, -50, -50, 1, 50, 50, 1, -50, 50, 1});
+  WarpWork w(4);
+  for (const Case &c : cases) {
+    n.params.refg = c.ref, n.params.fixz = c.fixz, n.params.norel = c.nrle;
+    n.params.buildplane = c.buildplane, n.params.ztol = c.ztol;
+    const P3 p = n.warp({0.5, 0.5, c.z}, w, &plane);
+    EXPECT_NEAR(p[0], c.ref ? 0.5 : 0.4, 1e-14) << c.z;
+    EXPECT_NEAR(p[1], c.ref ? 0.5 : 0.7, 1e-14) << c.z;
+    if (c.wantz == c.z || c.wantz == c.buildplane) {
+      EXPECT_EQ(p[2], c.wantz) << c.z;
+    } else {
+      EXPECT_NEAR(p[2], c.wantz, 1e-12) << c.z;
+    }
+  }
+}
+
+TEST(ScanPath, ThreeOffsetsWeighNineTimesEach) {
+  // Near a corner the three offset points find different closest points: (-0.05,-1.1,0.9) the
+  // corner, (0.05,-1,1) and (0.15,-0.9,1.1) their feet on the x side. No mesh is needed.
+  const QuerySet scan = queryset({0, 0, 0, 10, 0, 0, 0, 10, 0});
+  WarpField f;
+  f.scn = &scan;
+  f.params.scng = true;
+  f.params.warpscale = 1.0;
+  WarpWork w(10);
+  P3 p = {0.05, -1, 1};
+  warpvertex(f, p.data(), w);
+  for (int a = 0; a < 3; ++a) EXPECT_NEAR(p[static_cast<size_t>(a)], (P3{0.05 + 0.05 / 3, 0, 0})[static_cast<size_t>(a)], 1e-14);
+}
+
+namespace {
+
+// A closed cube [0, L]^3 (each face in n x n squares) and, beside it, an open square sheet:
+// boundary and interior edges, prepared as a run prepares a surface.
+void cubeandsheet(double L, int n, SurfaceMesh &mesh, EdgeTable &edges) {
+  const P3 faces[7][3] = {{{0, 0, 0}, {0, L, 0}, {L, 0, 0}}, {{0, 0, L}, {L, 0, 0}, {0, L, 0}},
+                          {{0, 0, 0}, {L, 0, 0}, {0, 0, L}}, {{0, L, 0}, {0, 0, L}, {L, 0, 0}},
+                          {{0, 0, 0}, {0, 0, L}, {0, L, 0}}, {{L, 0, 0}, {0, L, 0}, {0, 0, L}},
+                          {{2 * L, 0, 0.3 * L}, {L, 0, 0}, {0, L, 0}}};
+  RawSurface raw;
+  auto put = [&](const P3 *f, int i, int j) {
+    for (int a = 0; a < 3; ++a) raw.vrt.push_back(f[0][a] + (double(i) / n) * f[1][a] + (double(j) / n) * f[2][a]);
+  };
+  for (const auto &f : faces)
+    for (int j = 0; j < n; ++j)
+      for (int i = 0; i < n; ++i) {
+        put(f, i, j), put(f, i + 1, j), put(f, i + 1, j + 1);
+        put(f, i, j), put(f, i + 1, j + 1), put(f, i, j + 1);
+      }
+  raw.nvrt = static_cast<int32_t>(raw.vrt.size() / 3);
+  raw.ntri = raw.nvrt / 3;
+  raw.box = boundingbox(raw.vrt.data(), static_cast<size_t>(raw.nvrt));
+  wft::CapturedReporter cap;
+  preparesurface(cap.rep, raw, Tolerances{}, "part.stl", "part.stl", mesh, edges);
+}
+
+struct Refined {
+  SurfaceMesh mesh;
+  EdgeTable edges;
+  RefineCounts counts;
+  std::vector<int32_t> percents;
+};
+
+Refined refine(const WarpField &field, RefineParams params, bool ahead, int threads) {
+  Refined r;
+  cubeandsheet(10.0, 4, r.mesh, r.edges);
+  r.edges.triedge.clear();
+  r.mesh.prewarp = r.mesh.vrt;
+  omp_set_num_threads(threads);
+  warpvertices(field, r.mesh);
+  params.ahead = ahead;
+  r.counts = refinesurface(field, params, r.mesh, r.edges,
+                           [&](int32_t, int32_t, int32_t p) { r.percents.push_back(p); });
+  omp_set_num_threads(2);
+  return r;
+}
+
+template <class T>
+bool samebits(const std::vector<T> &a, const std::vector<T> &b) {
+  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0;
+}
+
+}  // namespace
+
+// The midpoints computed ahead, wave by wave, on one or two threads, against the walk that
+// displaces each midpoint when it reaches it: the same splits, numbering, coordinates and
+// progress, with boundary and interior edges split over several levels.
+TEST(Refine, WavesGiveExactlyTheSerialWalk) {
+  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}),
+          [](const P3 &p) { return P3{0.02 * p[1] * p[1], 0.3 * std::sin(p[0] / 3), 0.01 * p[0] * p[2]}; });
+  n.params.navg = 6;
+  RefineParams params;
+  params.maxrefine = 4;
+  params.minedge = 0.3;
+  params.maxedge = 2.0;
+  params.refinetolsq = 1e-4;
+  const Refined serial = refine(n.field(), params, false, 1);
+  EXPECT_GT(serial.counts.active, 3 * 7 * 32);  // it did split, over several levels
+  int32_t deepest = 0;
+  for (int32_t l : serial.edges.level) deepest = std::max(deepest, l);
+  EXPECT_GE(deepest, 3);
+  for (int threads : {1, 2}) {
+    SCOPED_TRACE(threads);
+    const Refined waves = refine(n.field(), params, true, threads);
+    EXPECT_EQ(waves.counts.active, serial.counts.active);
+    EXPECT_EQ(waves.counts.total, serial.counts.total);
+    EXPECT_TRUE(samebits(waves.mesh.vrt, serial.mesh.vrt));
+    EXPECT_TRUE(samebits(waves.mesh.prewarp, serial.mesh.prewarp));
+    EXPECT_EQ(waves.mesh.tri, serial.mesh.tri);
+    EXPECT_EQ(waves.edges.vrt, serial.edges.vrt);
+    EXPECT_EQ(waves.edges.tri, serial.edges.tri);
+    EXPECT_EQ(waves.edges.nbr, serial.edges.nbr);
+    EXPECT_TRUE(samebits(waves.edges.len, serial.edges.len));
+    EXPECT_EQ(waves.percents, serial.percents);
+  }
+  // Progress was told, and never past 99 before the end of the step.
+  EXPECT_FALSE(serial.percents.empty());
+  EXPECT_LE(serial.percents.back(), 99);
+}
+
+// A constant field moves every vertex by the same amount, whatever the thread count, and a field
+// that bends nothing splits only what is longer than maxedge.
+TEST(Refine, ConstantFieldSplitsOnlyLongEdges) {
+  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}), [](const P3 &) { return P3{0.25, -0.5, 0.125}; });
+  RefineParams params;
+  params.minedge = 0.1;
+  params.maxedge = 2.6;  // the squares' sides are 2.5, their diagonals 3.54
+  const Refined r = refine(n.field(), params, true, 2);
+  SurfaceMesh before;
+  EdgeTable e0;
+  cubeandsheet(10.0, 4, before, e0);
+  // Each diagonal split once: its four halves and cross edges are all short enough.
+  EXPECT_EQ(r.counts.active, 2 * before.ntri);
+  for (int32_t v = 0; v < r.mesh.nvrt; ++v)
+    for (int a = 0; a < 3; ++a) {
+      const size_t k = 3 * static_cast<size_t>(v) + static_cast<size_t>(a);
+      EXPECT_DOUBLE_EQ(r.mesh.vrt[k] - r.mesh.prewarp[k], -(P3{0.25, -0.5, 0.125})[static_cast<size_t>(a)]);
+    }
+}
