@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The closest point on a large query set: a closed, finely tessellated torus of about a million
 // triangles, a million query points near its surface and a hundred thousand far from it. Times
 // the build of the index and the queries on one and two threads, and the linear pass over every

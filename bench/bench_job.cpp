@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The large default job, phase by phase and whole: a job of about 1.1 M surface triangles and
 // 1 M mesh nodes made by genjob, then on one and on two threads
 //   surface preparation (read, snap, merge, edges), the vertex loop, the refinement walk (with

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Test helpers around the Reporter: one whose console is read back, and the coded message of a
 // Fatal that a call throws.
 #pragma once

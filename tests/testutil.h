@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Helpers shared by the tests: fresh temporary folders, files, and runs of the built program.
 #pragma once
 

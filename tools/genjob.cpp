@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // genjob: writes a complete sample warp job into a folder: an L-shaped bracket (a foot on the
 // build plate and a wall) with an overhanging arm at the top, its structured hexahedral mesh,
 // a few result increments whose displacements look like printing distortion, the EnSight case,

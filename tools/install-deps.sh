@@ -3,7 +3,7 @@
 set -euo pipefail
 # clang, its runtime and libomp build the fuzz harnesses (tools/fuzz.sh, CI).
 pkgs=(g++ cmake make pkg-config libgtest-dev libminizip-dev lib3mf-dev libzip-dev
-      nlohmann-json3-dev libadmesh-dev admesh libisal-dev python3-vtk9 unzip
+      nlohmann-json3-dev libadmesh-dev admesh libcgal-dev libisal-dev python3-vtk9 unzip
       clang libclang-rt-14-dev libomp-14-dev)
 missing=()
 for p in "${pkgs[@]}"; do

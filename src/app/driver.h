@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The order of the whole run: initrun (catalogue, signal stream, deck, solver input, case,
 // increment, surfaces), the load of the simulation, the reference and scan sets, the surface
 // loop, the finish event. A fatal condition anywhere throws Fatal, which only main catches.

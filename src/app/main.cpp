@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // warpforge: moves the surfaces of a part against the simulated distortion of its build.
 //
 // main is the one place that catches: a Fatal carries the coded message of the condition that

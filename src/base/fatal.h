@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The one exception of the program, and the check routines through which every failed read,
 // open, allocation, argument and environment lookup funnels.
 //

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // A growable list with its capacity kept beside its count. A list starts with room for ten;
 // when a push passes the capacity, the capacity grows by the program's one rule (growcapacity:
 // 1.2 times, in single precision, rounded up): 10, 12, 15, 18, 22, ...

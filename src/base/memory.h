@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Checked allocation and the growth rule of every growable list.
 //
 // allocate() sizes a vector to n value-initialised entries; when the memory cannot be had the

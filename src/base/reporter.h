@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Reporter: the two channels of a run and what they share.
 //
 // The console is the log for a person. Every line is written whole and flushed at once, so that

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Telemetry way points. There is no network here: each way point (event name and value) is kept
 // in the order sent, so that a test can read what was sent, and appended as one line
 // "name value" to the file that WARPFORGE_WAYPOINT_LOG names, when that variable is set.

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Small text helpers shared by every layer: trimming, integer and clock texts, the 256-character
 // field, file tests, the last-dot rules of derived names, and JSON string escaping.
 #pragma once

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Text I/O in one place: a buffered line reader with one line of step-back, free-form token
 // reading (tokens end at a blank, comma or slash; quotes enclose), and the number forms of the
 // console and the text outputs. Statuses are those of base/fatal.h (0, IOSTAT_*, or errno).

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The message catalogue simsolver.arb, loaded from the folder of the executable. A run works
 // without it: texts are then empty and codes, variables and tags still reach the signal file.
 #pragma once

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The control deck: readdeck checks the command line, moves the signal stream beside the deck,
 // parses the cards, echoes the settings and validates them as a whole; a bad deck ends the run
 // here, after every fault has been posted.

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // What a run is told, in two records. Settings holds the values and flags of the control deck,
 // with their defaults in one place (the initialisers below); it is fixed once the deck has been
 // validated. JobFiles holds the paths and the surface lists of the job, which the deck, the

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The solver input file holds many cards of the solver; five concern a warp, and the rest are
 // passed over in silence. From its surfaces and the case's time sets the run picks the result
 // increment, the mesh that existed at that increment, and the surfaces the loop processes.

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The solver input file (<inputfile>.in) and the choices made from it: readsolverinput takes the
 // five cards that concern a warp (*OFNS, *STLF, *STLM, *SSSS, *STLS) and passes over the rest;
 // selectincrement picks the result increment and the latest mesh not later than it;

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The displacement colour scale of the 3MF package: 1021 entries from blue through cyan, green
 // and yellow to red, and the rule that maps a displacement magnitude to its entry.
 #pragma once

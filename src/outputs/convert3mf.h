@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // *O3MF: a written surface converted to a plain 3MF file through lib3MF. The reader is chosen by
 // the input's extension, lowered (".stl" or ".3mf"); every console line is written and flushed
 // at once. Statuses: 0 converted; -1 version query failed; -2 major version not 1; -3 minor

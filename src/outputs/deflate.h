@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Raw deflate (RFC 1951, no header) of a buffer on several threads, for the members of the 3MF
 // package. The input is cut into chunks of a fixed size; each chunk is compressed by ISA-L's
 // deflate at level 3 with the 32 KiB of input before it as its dictionary, and ends on a byte

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The interface-version query that the 3MF conversion checks before it does anything. It is a
 // replaceable function pointer so that the checks can be run against other library versions;
 // by default it asks the linked lib3MF.

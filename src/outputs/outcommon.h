@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Pieces shared by the output writers: the block writer that gathers formatted text in one
 // buffer and hands it to the file a block at a time, the single-precision displacement of the
 // surface, and the check of a finished write (message 200 naming the file and the system error).

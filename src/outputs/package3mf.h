@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The coloured 3MF package: five members written into a folder "<stem>_color/" and zipped to
 // "<stem>_color.3mf" through minizip; the vertices are coloured by the magnitude of their
 // displacement on the surface's own scale, from blue (least) to red (most).

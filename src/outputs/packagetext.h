@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Fixed texts of the coloured 3MF package: the model start tag (one record of 585 characters
 // with the namespaces of 3MF, its extensions and the suite's own schemas), the identifiers and
 // the object name.

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // *WRTU: the text report, one line per vertex of 84 characters: the position before the warp and
 // the displacement, six 14-character scientific fields (differences taken in double).
 #pragma once

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // *OVTK: the warped surface as a legacy VTK unstructured grid of triangles with the displacement
 // of each vertex as point vectors ("Displacement"). Binary form ('b', what a run writes): text
 // lines ending in a line feed, raw big-endian blocks with nothing behind them; text form ('a'):

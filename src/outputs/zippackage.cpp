@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The zip of the 3MF package through minizip, and the zip64 test of a member.
 #include <sys/stat.h>
 #include <zip.h>

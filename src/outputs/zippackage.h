@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The zip of the 3MF package through minizip: each member with its file's last write time
 // (local, packed DOS date and time), deflated, in list order. Every console line begins with
 // "zip:  " and is written at once; numbers follow the console's hexadecimal mode. A failure is

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Reference and scanned geometries as prepared triangle query sets: the file is read raw (no
 // merging, any triangle soup serves, the repaired-sibling rule applies), its query terms are
 // computed, and the set is kept for the rest of the run.

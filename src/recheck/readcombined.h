@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Combined geometry reader: every file of a list read raw (each with the repaired-sibling rule)
 // and joined into one triangle soup, three columns per triangle across all files, with the
 // first vertex and triangle of each file (1-based; one more entry for the totals plus one).

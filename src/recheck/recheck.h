@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Post-warp check: with *TSRD the surface just written is read back, checked like an input
 // surface, and a surface that fails goes to repair; the repaired file's name then takes the
 // place of the output for the rest of the pass.

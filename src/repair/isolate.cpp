@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The child writes its facet count (8 bytes) and then the facets to a pipe and leaves with
 // _exit, so that nothing of the parent's buffered output is written twice. The parent reads
 // while the child runs and kills it at the deadline.

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // A repair pass run on a copy of the facets in a child process, under a time and a memory limit,
 // so that a pass that loops, crashes or swells fails with a text instead of taking the run along.
 #pragma once

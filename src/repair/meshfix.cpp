@@ -1,8 +1,8 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
-// Repair passes on an admesh stl_file. admesh does the merging (exact and nearby), the removal of
-// unconnected and degenerate facets and the facet directions; the holes are closed here, since
-// admesh's own filler can walk a broken fan for ever. Every loop below is bounded by the number
-// of facets or of open edges.
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Repair passes on an admesh stl_file. admesh does the merging (exact and nearby within the
+// tolerance); the solid is then made by repair/solidrepair (orientation, stitching, hole filling,
+// crossings removed and filled again). Every loop below is bounded by the number of facets or of
+// open edges.
 #include "repair/meshfix.h"
 
 #include <algorithm>
@@ -10,10 +10,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <new>
 #include <queue>
 #include <tuple>
 #include <unordered_map>
 #include <unordered_set>
+
+#include "repair/solidrepair.h"
 
 namespace wf::meshfix {
 
@@ -60,34 +63,8 @@ bool allconnected(const stl_file &stl) {
   return stl.stats.connected_facets_3_edge >= stl.stats.number_of_facets;
 }
 
-double signedvolume(const stl_file &stl) {
-  double v = 0;
-  for (int i = 0; i < stl.stats.number_of_facets; ++i) {
-    const stl_vertex &a = stl.facet_start[i].vertex[0], &b = stl.facet_start[i].vertex[1],
-                     &c = stl.facet_start[i].vertex[2];
-    v += double(a.x) * (double(b.y) * c.z - double(b.z) * c.y) +
-         double(a.y) * (double(b.z) * c.x - double(b.x) * c.z) +
-         double(a.z) * (double(b.x) * c.y - double(b.y) * c.x);
-  }
-  return v / 6.0;
-}
-
-// Consistent facet directions across shared edges, then outward as a whole (positive volume).
-void orient(stl_file &stl) {
-  if (nfacets(stl) == 0) return;
-  // Stored normals agree with the corner order, so the first facet counts as right.
-  for (int i = 0; i < nfacets(stl); ++i) setnormal(stl.facet_start[i]);
-  stl_fix_normal_directions(&stl);
-  if (signedvolume(stl) < 0) stl_reverse_all_facets(&stl);
-  for (int i = 0; i < nfacets(stl); ++i) setnormal(stl.facet_start[i]);
-}
-
 void exact(stl_file &stl) {
   if (nfacets(stl) > 0) stl_check_facets_exact(&stl);
-}
-
-void removeunconnected(stl_file &stl) {
-  if (nfacets(stl) > 0) stl_remove_unconnected_facets(&stl);
 }
 
 void nearby(stl_file &stl, float tolerance) {
@@ -236,6 +213,13 @@ bool soundness(const float *xyz, int64_t n, Soundness &result) {
     i = j;
   }
   closestl(stl);
+  if (result.paired()) {
+    try {
+      result.solid = checksolid(xyz, n);
+    } catch (const std::bad_alloc &) {
+      return false;
+    }
+  }
   return true;
 }
 
@@ -270,196 +254,22 @@ int64_t dropconflicts(stl_file &stl) {
   return n - k;
 }
 
-int64_t fillholes(stl_file &stl) {
-  if (nfacets(stl) == 0) return 0;
+// The facets made into a closed solid (see repair/solidrepair.h), back into stl.
+void solidify(stl_file &stl) {
+  std::vector<float> xyz;
+  takefacets(stl, xyz);
+  if (xyz.empty()) return;
+  makesolid(xyz);
+  closestl(stl);
+  stl = stl_file();
+  if (!loadfacets(stl, xyz.data(), int64_t(xyz.size() / 9))) throw std::bad_alloc();
   exact(stl);
-  const int n = nfacets(stl);
-
-  // Corners numbered by position; every edge of the mesh known, to keep new edges off them.
-  std::vector<int32_t> id;
-  std::vector<stl_vertex> where;
-  const int32_t nv = cornerids(stl.facet_start, n, id, &where);
-  std::vector<uint64_t> oldedges;
-  sortededges(id, oldedges);
-  std::unordered_set<uint64_t> newedges;
-  auto known = [&](uint64_t key) {
-    return std::binary_search(oldedges.begin(), oldedges.end(), key) || newedges.count(key) > 0;
-  };
-
-  // Open half-edges, in the direction of their facet.
-  std::vector<int32_t> from, to;
-  for (size_t i = 0; i < size_t(n); ++i)
-    for (size_t j = 0; j < 3; ++j)
-      if (stl.neighbors_start[i].neighbor[j] == -1) {
-        from.push_back(id[3 * i + j]);
-        to.push_back(id[3 * i + (j + 1) % 3]);
-      }
-  const int32_t nhalf = int32_t(from.size());
-  if (nhalf == 0) return 0;
-
-  // Outgoing half-edges per corner (counting sort), a cursor into each list.
-  std::vector<int32_t> first(size_t(nv) + 1, 0);
-  std::vector<int32_t> order(static_cast<size_t>(nhalf)), cursor(static_cast<size_t>(nv));
-  for (int32_t h = 0; h < nhalf; ++h) ++first[size_t(from[h]) + 1];
-  for (int32_t v = 0; v < nv; ++v) first[size_t(v) + 1] += first[size_t(v)];
-  for (int32_t v = 0; v < nv; ++v) cursor[size_t(v)] = first[size_t(v)];
-  {
-    std::vector<int32_t> slot(first.begin(), first.end() - 1);
-    for (int32_t h = 0; h < nhalf; ++h) order[size_t(slot[size_t(from[h])]++)] = h;
-  }
-  std::vector<char> used(size_t(nhalf), 0);
-  auto nextout = [&](int32_t v) {
-    while (cursor[size_t(v)] < first[size_t(v) + 1]) {
-      int32_t h = order[size_t(cursor[size_t(v)]++)];
-      if (!used[size_t(h)]) return h;
-    }
-    return int32_t(-1);
-  };
-
-  std::vector<stl_facet> added;
-  auto addfacet = [&](int32_t a, int32_t b, int32_t c) {
-    stl_facet f{};
-    f.vertex[0] = where[size_t(a)];
-    f.vertex[1] = where[size_t(b)];
-    f.vertex[2] = where[size_t(c)];
-    setnormal(f);
-    added.push_back(f);
-    newedges.insert(edgekey(a, b));
-  };
-  auto dist2 = [&](int32_t a, int32_t b) {
-    const stl_vertex &p = where[size_t(a)], &q = where[size_t(b)];
-    double dx = double(p.x) - q.x, dy = double(p.y) - q.y, dz = double(p.z) - q.z;
-    return dx * dx + dy * dy + dz * dz;
-  };
-
-  // One loop, corners in the direction of the open half-edges: ears are cut off, the one with
-  // the shortest new edge first, and an ear whose new edge exists already only when no other
-  // ear is left. Each ear (p, c, q) becomes the facet (p, q, c), which runs against the loop.
-  std::vector<int32_t> prev, next, stamp;
-  // The rest of a loop (left corners, from corner i on) closed by facets round its centre,
-  // a new corner, so that no new edge can run along an old one.
-  auto star = [&](const std::vector<int32_t> &loop, int32_t i, size_t left) {
-    double c[3] = {0, 0, 0};
-    int32_t j = i;
-    for (size_t m = 0; m < left; ++m, j = next[size_t(j)]) {
-      const stl_vertex &v = where[size_t(loop[size_t(j)])];
-      c[0] += v.x;
-      c[1] += v.y;
-      c[2] += v.z;
-    }
-    stl_vertex centre = {float(c[0] / double(left)), float(c[1] / double(left)),
-                         float(c[2] / double(left))};
-    where.push_back(centre);
-    const int32_t cid = int32_t(where.size() - 1);
-    j = i;
-    for (size_t m = 0; m < left; ++m, j = next[size_t(j)]) {
-      int32_t a = loop[size_t(j)], b = loop[size_t(next[size_t(j)])];
-      addfacet(b, a, cid);
-      newedges.insert(edgekey(a, cid));
-    }
-  };
-
-  auto clip = [&](const std::vector<int32_t> &loop) {
-    const size_t k = loop.size();
-    prev.resize(k);
-    next.resize(k);
-    stamp.assign(k, 0);
-    for (size_t i = 0; i < k; ++i) {
-      prev[i] = int32_t((i + k - 1) % k);
-      next[i] = int32_t((i + 1) % k);
-    }
-    using Ear = std::tuple<int, double, int32_t, int32_t>;  // blocked, length, corner, stamp
-    std::priority_queue<Ear, std::vector<Ear>, std::greater<Ear>> heap;
-    auto push = [&](int32_t i) {
-      int32_t p = loop[size_t(prev[size_t(i)])], q = loop[size_t(next[size_t(i)])];
-      int blocked = known(edgekey(p, q)) ? 1 : 0;
-      heap.emplace(blocked, dist2(p, q), i, ++stamp[size_t(i)]);
-    };
-    for (size_t i = 0; i < k; ++i) push(int32_t(i));
-    size_t left = k;
-    while (left > 3 && !heap.empty()) {
-      auto [blocked, len, i, st] = heap.top();
-      heap.pop();
-      if (st != stamp[size_t(i)]) continue;  // stale entry
-      int32_t pi = prev[size_t(i)], qi = next[size_t(i)];
-      int32_t p = loop[size_t(pi)], q = loop[size_t(qi)];
-      if (!blocked && known(edgekey(p, q))) {  // became blocked meanwhile
-        push(i);
-        continue;
-      }
-      if (blocked) {  // every ear left would double an edge: a star round a new centre
-        star(loop, i, left);
-        return;
-      }
-      addfacet(p, q, loop[size_t(i)]);
-      stamp[size_t(i)] = -1;
-      next[size_t(pi)] = qi;
-      prev[size_t(qi)] = pi;
-      --left;
-      push(pi);
-      push(qi);
-    }
-    for (size_t i = 0; i < k; ++i)
-      if (stamp[i] >= 0) {
-        int32_t pi = prev[i], qi = next[i];
-        addfacet(loop[size_t(pi)], loop[size_t(qi)], loop[i]);
-        break;
-      }
-  };
-
-  // Walk the boundary; a corner met again closes a loop, which is cut off and filled. A walk
-  // that cannot go on is left open.
-  std::vector<int32_t> path, pos(size_t(nv), -1), loop;
-  for (int32_t h0 = 0; h0 < nhalf; ++h0) {
-    if (used[size_t(h0)]) continue;
-    path.assign(1, from[size_t(h0)]);
-    pos[size_t(from[size_t(h0)])] = 0;
-    int32_t cur = h0;
-    while (cur >= 0) {
-      used[size_t(cur)] = 1;
-      int32_t v = to[size_t(cur)];
-      if (pos[size_t(v)] >= 0) {
-        size_t p = size_t(pos[size_t(v)]);
-        if (path.size() - p >= 3) {
-          loop.assign(path.begin() + long(p), path.end());
-          clip(loop);
-        }
-        for (size_t q = p + 1; q < path.size(); ++q) pos[size_t(path[q])] = -1;
-        path.resize(p + 1);
-      } else {
-        pos[size_t(v)] = int32_t(path.size());
-        path.push_back(v);
-      }
-      cur = nextout(path.back());
-    }
-    for (int32_t v : path) pos[size_t(v)] = -1;
-  }
-  if (added.empty()) return 0;
-
-  size_t total = size_t(n) + added.size();
-  if (total > size_t(INT32_MAX)) return 0;
-  auto *facets = static_cast<stl_facet *>(std::realloc(stl.facet_start, total * sizeof(stl_facet)));
-  if (!facets) return 0;
-  stl.facet_start = facets;
-  auto *nbrs =
-      static_cast<stl_neighbors *>(std::realloc(stl.neighbors_start, total * sizeof(stl_neighbors)));
-  if (!nbrs) return 0;
-  stl.neighbors_start = nbrs;
-  std::copy(added.begin(), added.end(), stl.facet_start + n);
-  stl.stats.facets_malloced = int(total);
-  stl.stats.number_of_facets = int(total);
-  stl.stats.facets_added += int(added.size());
-  exact(stl);
-  return int64_t(added.size());
 }
 
 void defaultpass(stl_file &stl, float tolerance) {
   exact(stl);
   nearby(stl, tolerance);
-  if (!allconnected(stl)) removeunconnected(stl);
-  orient(stl);
-  fillholes(stl);
-  orient(stl);
+  solidify(stl);
 }
 
 void extendedpass(stl_file &stl, float tolerance) {
@@ -477,12 +287,8 @@ void extendedpass(stl_file &stl, float tolerance) {
     t = float(grown);
     exact(stl);
     nearby(stl, t);
-    removeunconnected(stl);
-    orient(stl);
     dropconflicts(stl);
-    removeunconnected(stl);
-    fillholes(stl);
-    orient(stl);
+    solidify(stl);
   }
 }
 

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The repair passes of the mesh-repair component on an admesh stl_file, and the soundness count.
 // Facets travel as 9 floats each (corner 1 x, y, z, corner 2, corner 3).
 #pragma once
@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "repair/solidcheck.h"
 
 namespace wf::meshfix {
 
@@ -25,19 +27,18 @@ struct Soundness {
   int64_t backwards = 0;   // facet edges whose neighbour runs the same way
   int64_t degenerate = 0;  // facets with two equal corners
   int64_t overloaded = 0;  // edges shared by more than two facets (admesh pairs them up)
-  bool sound() const {
+  SolidCheck solid;        // looked at only when the edges pair up as they should
+  bool paired() const {
     return facets > 0 && connected3 == facets && backwards == 0 && degenerate == 0 &&
            overloaded == 0;
   }
+  // Printable: closed, every edge on two facets running opposite ways, and a solid (positive
+  // volume, no zero-area facet, no facets crossing).
+  bool sound() const { return paired() && solid.printable(); }
 };
 // Exact check on a scratch copy; false when memory runs out.
 bool soundness(const float *xyz, int64_t n, Soundness &result);
 
-// Boundary loops of stl closed by new facets, ear by ear, shortest new edge first; where every ear
-// left would run along an edge the mesh has already, the rest is closed round a new centre
-// corner. Bounded by the number of open edges.
-// Returns the number of facets added. Neighbours are rebuilt afterwards.
-int64_t fillholes(stl_file &stl);
 // Drops every facet on an edge with more than two facets, or meeting a neighbour that runs the
 // same way along their common edge. Returns the number dropped.
 int64_t dropconflicts(stl_file &stl);

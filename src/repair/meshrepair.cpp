@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The mesh-repair component. A mesh is held as plain facets (9 floats each); soundness is told by
 // admesh's exact check on a scratch copy, and the repairs run through admesh in a child process
 // (isolate.h), whose result replaces the facets.

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Mesh-repair component, built on admesh: load an STL, count faces, tell soundness, a default and
 // an extended repair with a tolerance, save an STL, and the text of the last failure. A mesh is
 // sound when every facet is connected on all three edges, no edge runs backwards and no facet is

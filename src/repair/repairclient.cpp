@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Repair client: sends surfaces that failed the check through the mesh-repair component and puts
 // "<stem>_ls_repair.stl" in their place, repaired or not.
 #include "repair/repairclient.h"

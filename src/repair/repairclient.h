@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Repair client: each surface that failed the check is sent through the mesh-repair component,
 // which writes "<stem>_ls_repair.stl"; the surface's entry names that file afterwards, repaired
 // or not. A failure is critical warning 1011; with tolerate false the run then ends (46).

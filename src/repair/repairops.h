@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The operation list that the repair client calls through. It holds the mesh-repair component's
 // own functions; a test may put others in its place (and must put the originals back).
 #pragma once

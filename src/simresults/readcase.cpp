@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The case file gives two time sets, the result increments first and the meshes second; only
 // their file numbers and times are taken. The words are matched at column 1 of each line, and
 // every search looks at the line in hand before it reads on.

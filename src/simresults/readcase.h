@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // EnSight Gold case file: the two time sets, result increments first and meshes second, each a
 // count, a file number per step (implicit: start and increment; explicit: listed) and a time
 // per step. Nothing else of the case is read. A missing case file is looked for through a cloud

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The geometry file of one mesh: one part, one block of 8-node elements. The first record tells
 // the form: "Fortran Binary" or "C Binary" means sequential records with length markers (both
 // alike: the solver writes markers in either case), anything else, or a failed read, text.

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // EnSight Gold geometry file of one mesh: one part, one block of 8-node elements. The first
 // record decides the form: "Fortran Binary" or "C Binary" means sequential records with length
 // markers (both alike), anything else, or a failed read, text. Only "off" on an id line means

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The per-node variable file of the chosen increment, in the form the geometry file had: a
 // description, the part line, the part number, the "coordinates" line, then one item per
 // component with one single-precision value per node, in the node order of the geometry.

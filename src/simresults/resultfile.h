@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The two forms of the solver's result files behind one reader: sequential binary records (a
 // 4-byte length before and after every record) or free-form text. Every read returns 0 or an
 // I/O status for checkread: IOSTAT_EOF when the file ends (also inside a record), IOSTAT_IOERR

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The simulation as the warp needs it: the mesh of the chosen increment's time (nodes and 8-node
 // elements), which nodes the elements use, and the nodal displacements.
 //

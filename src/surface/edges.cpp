@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Edges from merged vertices: the 3 * ntri triangle sides are keyed by their two vertices
 // (lower first), sorted and numbered, and one pass over the sorted sides then fills every edge
 // table. The whole mesh is one surface, so the surface number adds nothing to the key.

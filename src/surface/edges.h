@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Edges of a merged mesh: the 3 ntri triangle sides collapsed into unique edges, numbered in
 // ascending order of (lower vertex, higher vertex), with the tables of EdgeTable filled in one
 // pass; and the two checks of a surface: every edge on exactly two triangles, running along it

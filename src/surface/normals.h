@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Per-triangle geometry: the facet normal n = u x v with u = P2 - P1 and v = P3 - P1 (twice the
 // triangle's area long, by the right-hand rule on the corner order; nothing is normalised, and
 // a degenerate triangle gives zeros), and the terms of a closest-point query.

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // From STL soup to a checked mesh: an absolute tolerance taken from the surface itself, every
 // raw vertex snapped to a lattice of that pitch centred on the box (so vertices meant to
 // coincide become bit-identical), identical vertices merged by sorting, then the unique edges

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // STL reader. A file is ASCII when its vertex and facet lines count up (three vertices per
 // facet); anything else is tried as binary, in the remembered byte order first and then in the
 // orders 1 native, 2 little-endian, 3 big-endian, 4 non-native (the count decoded by hand, the

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Sorting and uniquing kit. All three sorts are the same stable bottom-up merge sort (no
 // recursion, no insertion-sort cut-off); only the rule that decides whether the right row is
 // strictly smaller than the left one differs. Ties always go to the left run, which is what

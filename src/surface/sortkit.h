@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Sorting and uniquing kit: a stable bottom-up merge sort of a permutation of table rows, and
 // the numbering of runs of equal rows. Tables are column-major (ncols x n, a row is a column of
 // the array); p holds 1-based row numbers. No table data moves, only the permutation.

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The data of a surface, from STL soup to the checked, warped and refined mesh.
 //
 // Index base: every vertex, triangle and edge number stored in these arrays is 1-based, with 0

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // A prepared triangle query set (the reference or the scanned geometry), its bounding-volume
 // hierarchy, and the closest point on it.
 //

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Node grid: every mesh node, used by an element or not, filed into a uniform grid of about one
 // node per cell, as a compressed bucket list: cellnodes holds the node numbers cell by cell
 // (cell i fastest, then j, then k), ascending within a cell; cellrange holds the first and last

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Adaptive refinement of the warped surface. The edges are walked longest first (of equal
 // lengths the higher number first), then the edges made by splits in the order they were made;
 // an edge above the level limit or not longer than minedge is passed over; otherwise the

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The displacement of one point: the inverse-distance-weighted average over the nearest active
 // mesh nodes found by a ring search in the node grid (nodalwarp), or the pull towards the
 // scanned surface (warpvertex, scan path). Nothing here allocates; the caller owns the three

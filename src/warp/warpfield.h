@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The displacement of one point. nodalwarp takes the inverse-distance-weighted average of the
 // displacements of the nearest active mesh nodes, found by a ring search in the node grid, with
 // the Z rules and, with a reference geometry, the pull onto it; warpvertex takes the scan path

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The warp of one surface: every vertex moves by the field (in parallel), then the edges are
 // refined. On return the vertices are final and in output units, prewarp holds them before the
 // warp (with the STL scaling, in output units), and the triangles are the live ones in order.

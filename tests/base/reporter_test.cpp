@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The Reporter's two channels, the check routines' codes and variables, the text helpers and the
 // growth rule of the lists.
 #include <gtest/gtest.h>

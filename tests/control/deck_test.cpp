@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The control deck: card and line rules, lists, the echo, and the faults with their codes.
 #include <gtest/gtest.h>
 

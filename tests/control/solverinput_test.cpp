@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The solver input file (its five cards among the solver's own, defaults, read errors), and the
 // choice of the increment, its mesh, and the surfaces the loop processes.
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The EnSight case file, then the choice of increment and mesh it leads to.
 #include "control/solverinput.h"
 #include "fuzzcommon.h"

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The combined reader over two files made of the input's halves, then the preparation.
 #include "fuzz_stl.h"
 #include "recheck/readcombined.h"

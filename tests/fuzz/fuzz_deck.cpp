@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The control deck: parse, echo and validation of any bytes.
 #include "control/deck.h"
 #include "fuzzcommon.h"

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The displacement file in one form; the first two input bytes choose the node count (0..65535,
 // little-endian), the rest is the file.
 #pragma once

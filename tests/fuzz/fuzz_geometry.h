@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The geometry file in one form: binary inputs are given the first record that makes them
 // binary, so that the fuzzer spends its time behind it.
 #pragma once

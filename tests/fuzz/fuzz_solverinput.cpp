@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The solver input file, then the choice of surfaces it leads to.
 #include "control/solverinput.h"
 #include "fuzzcommon.h"

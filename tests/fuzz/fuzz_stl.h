@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // An STL file read and, when it reads, prepared: snapping, merging and the edge checks meet
 // whatever coordinates the file holds (NaN, infinities, huge and tiny values).
 #pragma once

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The text attempt of the STL reader alone, then the preparation of what it read.
 #include "fuzz_stl.h"
 

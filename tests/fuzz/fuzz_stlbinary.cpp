@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // An STL file through the whole read (the text attempt, then the byte orders), then prepared.
 #include "fuzz_stl.h"
 

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Shared by the fuzz harnesses: every input is written to a file in a folder of this process,
 // the reader runs on it, and a Fatal (the orderly end of a run on a bad file) is the expected
 // way out. Anything else - a crash, a sanitizer report, another exception, a hang - is a find.

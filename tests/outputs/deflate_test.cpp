@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The chunked raw deflate of the package members: read back by zlib, the same stream on any
 // number of threads, and the CRC that zip stores.
 #include <gtest/gtest.h>

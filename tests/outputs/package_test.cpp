@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The coloured 3MF package: the colour scale, the zip read back by unzip and by lib3MF's reader
 // (a model of several deflate chunks, a tetrahedron, and a model without triangles), a zip that
 // cannot be made, the zip64 flag, and the VTK and text outputs.

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Regression set: generated jobs that between them use every card, run through the built
 // program, with every file they write compared byte for byte to the files recorded in
 // tests/regress/golden/<job>/. The console and the signal stream are compared too, with the

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The shape of the sources: no include runs upward through the layers, and every header opens
 // with its licence line and a comment that states its contract.
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Whole runs that must end in a coded message, never a crash, and leave earlier outputs intact;
 // the command line's --help and --version; results that do not depend on the thread count.
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // End-to-end runs of the built program on decks and generated jobs in temporary folders.
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The names and shares of the passes of the surface loop, in-process.
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The solver's result files: the case file (both numbering forms, early ends, the cloud layout),
 // the geometry file in both forms (ids on and off, padded names, broken files) and the
 // displacement file (1, 3 and 6 components, early ends). A broken file must end in the coded

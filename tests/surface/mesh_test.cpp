@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // From soup to checked mesh: the sort kit against std::stable_sort, tolerance and snap, the
 // edge tables against a reference built with a map, the surface checks, and facet normals.
 #include <gtest/gtest.h>

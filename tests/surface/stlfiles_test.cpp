@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // STL files. Reader: text detection, the byte-order search and its memory, the repaired sibling,
 // and short, truncated or corrupt files. Writer: the binary forms byte by byte, the text forms
 // read back, and the failures.

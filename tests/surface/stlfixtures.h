@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Surfaces made in code for the surface tests: closed solids as triangle soups, and STL files
 // written by hand in either byte order or as text.
 #pragma once

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The closest point through the index against the linear pass over every triangle: the same
 // point to the bit, for points on, near, far from and inside sets of every awkward kind.
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The displacement of a point and of a surface: the node grid, the weighted average with its
 // snap, stored nodes and ring search, the Z rules, the scan path, and the refinement walk, whose
 // midpoints computed ahead in waves must give exactly the walk that displaces each when reached.

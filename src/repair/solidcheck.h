@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// What a printer needs of a closed surface beyond its edges pairing up: it encloses a positive
+// volume, no facet has zero area, and no two facets cross or touch other than along the edge or
+// at the corner they share. Facets travel as 9 floats each (corner 1 x, y, z, corner 2, corner
+// 3); corners that are equal as floats are one vertex. The tests use exact predicates (CGAL), so
+// a near miss is never taken for a crossing nor a crossing for a near miss.
+#pragma once
+
+#include <cstdint>
+
+namespace wf {
+
+struct SolidCheck {
+  bool told = false;        // false: the facets do not form a manifold surface (nothing told)
+  bool closed = false;      // every edge on two facets (told only)
+  int64_t zeroarea = 0;     // facets whose three corners lie on one line
+  bool crossing = false;    // two facets cross or touch
+  double volume = 0;        // signed enclosed volume (positive when facing outwards)
+  bool printable() const { return told && closed && zeroarea == 0 && !crossing && volume > 0; }
+};
+
+// Checks n facets. Throws std::bad_alloc when memory runs out.
+SolidCheck checksolid(const float *xyz, int64_t n);
+
+}  // namespace wf

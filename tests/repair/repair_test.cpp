@@ -1,0 +1,219 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Repair of broken surfaces made in code, judged by invariants: every edge on two facets running
+// opposite ways, no facet crossing another (exact test), volume and area against the intact part,
+// one shell per part. Through the repair component as the run calls it: file in, default or
+// extended repair, soundness, file out.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <random>
+
+#include "repair/meshrepair.h"
+#include "repair/solidcheck.h"
+#include "testutil.h"
+
+using namespace wf;
+
+namespace {
+
+using Facets = std::vector<float>;  // 9 floats per facet
+
+// A closed box [x0, x0 + L] x [0, L] x [0, L], each face in n x n squares, facing outwards.
+Facets box(float L, int n, float x0 = 0) {
+  const float f[6][3][3] = {{{0, 0, 0}, {0, 1, 0}, {1, 0, 0}}, {{0, 0, 1}, {1, 0, 0}, {0, 1, 0}},
+                            {{0, 0, 0}, {1, 0, 0}, {0, 0, 1}}, {{0, 1, 0}, {0, 0, 1}, {1, 0, 0}},
+                            {{0, 0, 0}, {0, 0, 1}, {0, 1, 0}}, {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
+  Facets out;
+  auto put = [&](const float (*g)[3], int i, int j) {
+    for (int a = 0; a < 3; ++a)
+      out.push_back((a == 0 ? x0 : 0) + L * (g[0][a] + (float(i) / n) * g[1][a] + (float(j) / n) * g[2][a]));
+  };
+  for (const auto &g : f)
+    for (int j = 0; j < n; ++j)
+      for (int i = 0; i < n; ++i) {
+        put(g, i, j), put(g, i + 1, j), put(g, i + 1, j + 1);
+        put(g, i, j), put(g, i + 1, j + 1), put(g, i, j + 1);
+      }
+  return out;
+}
+
+void flip(Facets &s, size_t t) { std::swap_ranges(&s[9 * t + 3], &s[9 * t + 6], &s[9 * t + 6]); }
+
+double area(const Facets &s) {
+  double a = 0;
+  for (size_t t = 0; t < s.size() / 9; ++t) {
+    const float *p = &s[9 * t];
+    const double u[3] = {double(p[3]) - p[0], double(p[4]) - p[1], double(p[5]) - p[2]};
+    const double v[3] = {double(p[6]) - p[0], double(p[7]) - p[1], double(p[8]) - p[2]};
+    const double n[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
+    a += 0.5 * std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+  }
+  return a;
+}
+
+// Every directed edge exactly once and its reverse exactly once (corners equal as floats).
+bool pairededges(const Facets &s) {
+  std::map<std::array<float, 6>, int> directed;
+  for (size_t t = 0; t < s.size() / 9; ++t)
+    for (int k = 0; k < 3; ++k) {
+      const float *a = &s[9 * t + 3 * k], *b = &s[9 * t + 3 * ((k + 1) % 3)];
+      ++directed[{a[0], a[1], a[2], b[0], b[1], b[2]}];
+    }
+  for (const auto &[e, count] : directed) {
+    const auto back = directed.find({e[3], e[4], e[5], e[0], e[1], e[2]});
+    if (count != 1 || back == directed.end() || back->second != 1) return false;
+  }
+  return !directed.empty();
+}
+
+struct Repaired {
+  Facets facets;
+  int sanebefore = -1, saneafter = -1;
+  int status = -1;
+};
+
+std::string stlbytes(const Facets &s) {
+  std::string b(80, ' ');
+  const uint32_t n = static_cast<uint32_t>(s.size() / 9);
+  b.append(reinterpret_cast<const char *>(&n), 4);
+  for (size_t t = 0; t < n; ++t) {
+    b.append(12, '\0');
+    b.append(reinterpret_cast<const char *>(&s[9 * t]), 36);
+    b.append(2, '\0');
+  }
+  return b;
+}
+
+// The facets written to a file and repaired by the component as the run calls it.
+Repaired repair(const Facets &s, bool extended, float tolerance = 0.01f) {
+  Repaired r;
+  const std::string dir = wft::tempdir("repair");
+  wft::writefile(dir + "/in.stl", stlbytes(s));
+  MeshRepairContext *context = nullptr;
+  EXPECT_EQ(meshrepair_initcontext(&context), 0);
+  MeshRepairMesh *mesh = meshrepair_loadstl(context, (dir + "/in.stl").c_str());
+  EXPECT_NE(mesh, nullptr);
+  if (!mesh) return r;
+  meshrepair_issane(mesh, &r.sanebefore);
+  r.status = extended ? meshrepair_extendedrepair(mesh, tolerance) : meshrepair_defaultrepair(mesh, tolerance);
+  meshrepair_issane(mesh, &r.saneafter);
+  if (meshrepair_savestl(mesh, (dir + "/out.stl").c_str(), 0) == 0) {
+    const std::string b = wft::readfile(dir + "/out.stl");
+    const size_t n = (b.size() - 84) / 50;
+    r.facets.resize(9 * n);
+    for (size_t t = 0; t < n; ++t) std::memcpy(&r.facets[9 * t], b.data() + 84 + 50 * t + 12, 36);
+  }
+  meshrepair_free(mesh);
+  meshrepair_freecontext(context);
+  return r;
+}
+
+// The repaired part against the intact one: printable, every edge paired, the volume within 1%
+// and the area within 3%.
+void expectintact(const Repaired &r, const Facets &intact) {
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.saneafter, 1);
+  const SolidCheck got = checksolid(r.facets.data(), int64_t(r.facets.size() / 9));
+  const SolidCheck want = checksolid(intact.data(), int64_t(intact.size() / 9));
+  EXPECT_TRUE(got.printable()) << got.told << " " << got.zeroarea << " " << got.crossing << " " << got.volume;
+  EXPECT_TRUE(pairededges(r.facets));
+  EXPECT_NEAR(got.volume, want.volume, 0.01 * want.volume);
+  EXPECT_NEAR(area(r.facets), area(intact), 0.03 * area(intact));
+}
+
+}  // namespace
+
+// The usual faults of a warped surface, each repaired by the default repair into the part.
+TEST(Repair, DefaultRepairRestoresThePart) {
+  const Facets intact = box(10, 8);
+  std::mt19937 rng(5);
+  {
+    SCOPED_TRACE("holes, one of them ragged");
+    Facets s = intact;
+    s.erase(s.begin() + 9 * 40, s.begin() + 9 * 43);     // three neighbours on one face
+    s.erase(s.begin() + 9 * 300, s.begin() + 9 * 301);   // one on another
+    const Repaired r = repair(s, false);
+    EXPECT_EQ(r.sanebefore, 0);
+    expectintact(r, intact);
+  }
+  {
+    SCOPED_TRACE("reversed facets and an inside-out rim round a hole");
+    Facets s = intact;
+    for (int k = 0; k < 25; ++k) flip(s, rng() % (s.size() / 9));
+    s.erase(s.begin() + 9 * 200, s.begin() + 9 * 201);
+    for (size_t t : {198u, 199u, 201u, 202u}) flip(s, t);
+    expectintact(repair(s, false), intact);
+  }
+  {
+    SCOPED_TRACE("duplicated facets, a flipped copy, zero-area slivers");
+    Facets s = intact;
+    s.insert(s.end(), s.begin() + 9 * 10, s.begin() + 9 * 12);
+    Facets copy(s.begin() + 9 * 50, s.begin() + 9 * 51);
+    flip(copy, 0);
+    s.insert(s.end(), copy.begin(), copy.end());
+    const float *p = &s[0];  // a sliver on an edge of the first facet: three collinear corners
+    s.insert(s.end(), {p[0], p[1], p[2], p[3], p[4], p[5], 0.5f * (p[0] + p[3]), 0.5f * (p[1] + p[4]), 0.5f * (p[2] + p[5])});
+    expectintact(repair(s, false), intact);
+  }
+  {
+    SCOPED_TRACE("a crack narrower than the tolerance");
+    Facets s = intact;
+    for (size_t k = 0; k < 9 * 128; k += 3)  // the first face (z = 0) lowered a hair
+      if (s[k + 2] == 0.0f) s[k + 2] = -0.004f;
+    expectintact(repair(s, false, 0.01f), intact);
+  }
+  {
+    SCOPED_TRACE("the whole part inside out");
+    Facets s = intact;
+    for (size_t t = 0; t < s.size() / 9; ++t) flip(s, t);
+    const Repaired r = repair(s, false);
+    EXPECT_EQ(r.sanebefore, 0);
+    expectintact(r, intact);
+  }
+}
+
+// Separate parts stay separate shells, each facing outwards; what the repair cannot make into a
+// solid is said so instead of passing for sound.
+TEST(Repair, SeparatePartsAndWhatCannotBeMended) {
+  Facets two = box(10, 4);
+  const Facets other = box(5, 4, 20);
+  two.insert(two.end(), other.begin(), other.end());
+  for (size_t t = 0; t < other.size() / 9; ++t) flip(two, two.size() / 9 - 1 - t);  // second part inside out
+  const Repaired r = repair(two, false);
+  EXPECT_EQ(r.saneafter, 1);
+  const SolidCheck c = checksolid(r.facets.data(), int64_t(r.facets.size() / 9));
+  EXPECT_NEAR(c.volume, 1000.0 + 125.0, 1e-3);
+
+  // Two boxes that overlap: every edge pairs up, but facets cross. The repair must not call it
+  // sound, and neither may the soundness test before it.
+  Facets overlap = box(10, 4);
+  const Facets shifted = box(10, 4, 4.3f);  // no corner in common with the first
+  overlap.insert(overlap.end(), shifted.begin(), shifted.end());
+  const SolidCheck before = checksolid(overlap.data(), int64_t(overlap.size() / 9));
+  EXPECT_TRUE(before.told && before.crossing);
+  const Repaired o = repair(overlap, false);
+  EXPECT_EQ(o.sanebefore, 0);
+  if (o.saneafter == 1) {  // whatever it made must then be a true solid
+    const SolidCheck after = checksolid(o.facets.data(), int64_t(o.facets.size() / 9));
+    EXPECT_TRUE(after.printable());
+  }
+}
+
+TEST(SolidCheck, TellsPrintableFromLookingSound) {
+  const Facets cube = box(2, 2);
+  SolidCheck c = checksolid(cube.data(), int64_t(cube.size() / 9));
+  EXPECT_TRUE(c.printable());
+  EXPECT_NEAR(c.volume, 8.0, 1e-12);
+  Facets inside = cube;
+  for (size_t t = 0; t < inside.size() / 9; ++t) flip(inside, t);
+  c = checksolid(inside.data(), int64_t(inside.size() / 9));
+  EXPECT_TRUE(c.told && !c.crossing && c.volume < 0 && !c.printable());
+  Facets open = cube;
+  open.resize(open.size() - 9);
+  c = checksolid(open.data(), int64_t(open.size() / 9));
+  EXPECT_TRUE(c.told && !c.closed && !c.printable());
+}
