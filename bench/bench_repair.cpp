@@ -60,7 +60,7 @@ int main(int argc, char **argv) {
 
   std::vector<float> work = input;
   const double t0 = now();
-  const wf::SolidRepairReport rep = wf::makesolid(work);
+  const wf::SolidRepairReport rep = wf::makesolid(work, false);
   const double tsolid = now() - t0;
   const char *stages[5] = {"soup (merge, orient)", "mesh (build, stitch)", "holes", "crossings", "finish"};
   for (int k = 0; k < 5; ++k) std::printf("  %-28s %8.3f s\n", stages[k], rep.seconds[k]);

@@ -255,11 +255,11 @@ int64_t dropconflicts(stl_file &stl) {
 }
 
 // The facets made into a closed solid (see repair/solidrepair.h), back into stl.
-void solidify(stl_file &stl) {
+void solidify(stl_file &stl, bool unite) {
   std::vector<float> xyz;
   takefacets(stl, xyz);
   if (xyz.empty()) return;
-  makesolid(xyz);
+  makesolid(xyz, unite);
   closestl(stl);
   stl = stl_file();
   if (!loadfacets(stl, xyz.data(), int64_t(xyz.size() / 9))) throw std::bad_alloc();
@@ -269,7 +269,7 @@ void solidify(stl_file &stl) {
 void defaultpass(stl_file &stl, float tolerance) {
   exact(stl);
   nearby(stl, tolerance);
-  solidify(stl);
+  solidify(stl, false);
 }
 
 void extendedpass(stl_file &stl, float tolerance) {
@@ -288,7 +288,7 @@ void extendedpass(stl_file &stl, float tolerance) {
     exact(stl);
     nearby(stl, t);
     dropconflicts(stl);
-    solidify(stl);
+    solidify(stl, true);
   }
 }
 

@@ -3,6 +3,7 @@
 
 #include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
 #include <CGAL/Polygon_mesh_processing/border.h>
+#include <CGAL/Polygon_mesh_processing/connected_components.h>
 #include <CGAL/Polygon_mesh_processing/orient_polygon_soup.h>
 #include <CGAL/Polygon_mesh_processing/orientation.h>
 #include <CGAL/Polygon_mesh_processing/polygon_soup_to_polygon_mesh.h>
@@ -17,6 +18,8 @@
 #include <array>
 #include <chrono>
 #include <iterator>
+
+#include "repair/unite.h"
 
 namespace wf {
 
@@ -47,9 +50,20 @@ int64_t fillholes(Mesh &mesh) {
   return static_cast<int64_t>(rims.size());
 }
 
+// The facets of the mesh, 9 floats each (every corner came from a float).
+void facetsof(const Mesh &mesh, std::vector<float> &out) {
+  out.clear();
+  out.reserve(9 * mesh.number_of_faces());
+  for (const auto f : mesh.faces())
+    for (const auto v : CGAL::vertices_around_face(mesh.halfedge(f), mesh)) {
+      const Point &p = mesh.point(v);
+      out.insert(out.end(), {static_cast<float>(p.x()), static_cast<float>(p.y()), static_cast<float>(p.z())});
+    }
+}
+
 }  // namespace
 
-SolidRepairReport makesolid(std::vector<float> &xyz) {
+SolidRepairReport makesolid(std::vector<float> &xyz, bool unite) {
   SolidRepairReport r;
   const size_t n = xyz.size() / 9;
   if (n == 0) return r;
@@ -63,7 +77,10 @@ SolidRepairReport makesolid(std::vector<float> &xyz) {
       points.emplace_back(p[0], p[1], p[2]);
       faces[t][k] = points.size() - 1;
     }
-  PMP::repair_polygon_soup(points, faces);
+  // A facet repeated, either way round, goes with all its copies: two parts that touch along a
+  // face have such pairs there, and the face between them is no surface of the united part; a
+  // plain duplicate leaves a hole that is filled below.
+  PMP::repair_polygon_soup(points, faces, CGAL::parameters::erase_all_duplicates(true));
   PMP::orient_polygon_soup(points, faces);
   r.seconds[0] = since(clock);
   if (faces.empty() || !PMP::is_polygon_soup_a_polygon_mesh(faces)) return r;
@@ -78,8 +95,14 @@ SolidRepairReport makesolid(std::vector<float> &xyz) {
   for (int round = 0; round < crossingrounds && PMP::does_self_intersect(mesh); ++round) {
     std::vector<std::pair<Mesh::Face_index, Mesh::Face_index>> pairs;
     PMP::self_intersections(mesh, std::back_inserter(pairs));
+    // Only crossings within one shell: shells crossing each other are left for the union.
+    auto shell = mesh.add_property_map<Mesh::Face_index, std::size_t>("f:shell").first;
+    PMP::connected_components(mesh, shell);
     std::vector<Mesh::Face_index> doomed;
-    for (const auto &[a, b] : pairs) doomed.insert(doomed.end(), {a, b});
+    for (const auto &[a, b] : pairs)
+      if (shell[a] == shell[b]) doomed.insert(doomed.end(), {a, b});
+    mesh.remove_property_map(shell);
+    if (doomed.empty()) break;
     // The facets next to a crossing go as well, so that the opening has room for a new patch.
     const size_t direct = doomed.size();
     for (size_t i = 0; i < direct; ++i)
@@ -96,16 +119,22 @@ SolidRepairReport makesolid(std::vector<float> &xyz) {
   }
   r.closed = CGAL::is_closed(mesh);
   r.crossing = PMP::does_self_intersect(mesh);
+  std::vector<float> out;
+  if (unite && r.closed && r.crossing) {
+    facetsof(mesh, out);
+    if (uniteshells(out)) {
+      r.united = true;
+      r.crossing = false;
+      r.seconds[3] = since(clock);
+      r.seconds[4] = 0;
+      xyz.swap(out);
+      return r;
+    }
+  }
   r.seconds[3] = since(clock);
   if (r.closed && !r.crossing) PMP::orient_to_bound_a_volume(mesh);
 
-  std::vector<float> out;
-  out.reserve(9 * mesh.number_of_faces());
-  for (const auto f : mesh.faces())
-    for (const auto v : CGAL::vertices_around_face(mesh.halfedge(f), mesh)) {
-      const Point &p = mesh.point(v);
-      out.insert(out.end(), {static_cast<float>(p.x()), static_cast<float>(p.y()), static_cast<float>(p.z())});
-    }
+  facetsof(mesh, out);
   xyz.swap(out);
   r.seconds[4] = since(clock);
   return r;

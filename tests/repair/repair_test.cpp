@@ -99,8 +99,14 @@ Repaired repair(const Facets &s, bool extended, float tolerance = 0.01f) {
   EXPECT_NE(mesh, nullptr);
   if (!mesh) return r;
   meshrepair_issane(mesh, &r.sanebefore);
-  r.status = extended ? meshrepair_extendedrepair(mesh, tolerance) : meshrepair_defaultrepair(mesh, tolerance);
+  // As the client does: the default repair, then, when asked and needed, the extended one on its
+  // result.
+  r.status = meshrepair_defaultrepair(mesh, tolerance);
   meshrepair_issane(mesh, &r.saneafter);
+  if (extended && r.status == 0 && r.saneafter == 0) {
+    r.status = meshrepair_extendedrepair(mesh, tolerance);
+    meshrepair_issane(mesh, &r.saneafter);
+  }
   if (meshrepair_savestl(mesh, (dir + "/out.stl").c_str(), 0) == 0) {
     const std::string b = wft::readfile(dir + "/out.stl");
     const size_t n = (b.size() - 84) / 50;
@@ -160,6 +166,13 @@ TEST(Repair, DefaultRepairRestoresThePart) {
     expectintact(repair(s, false), intact);
   }
   {
+    SCOPED_TRACE("a fin standing on an edge of the surface");
+    Facets s = intact;
+    const float *p = &s[0];
+    s.insert(s.end(), {p[0], p[1], p[2], p[3], p[4], p[5], p[0], p[1], p[2] - 3.0f});
+    expectintact(repair(s, false), intact);
+  }
+  {
     SCOPED_TRACE("a crack narrower than the tolerance");
     Facets s = intact;
     for (size_t k = 0; k < 9 * 128; k += 3)  // the first face (z = 0) lowered a hair
@@ -176,31 +189,39 @@ TEST(Repair, DefaultRepairRestoresThePart) {
   }
 }
 
-// Separate parts stay separate shells, each facing outwards; what the repair cannot make into a
-// solid is said so instead of passing for sound.
-TEST(Repair, SeparatePartsAndWhatCannotBeMended) {
+// Separate parts stay separate shells, each facing outwards. Parts that touch along a face with
+// the same facets there become one part (the facets between them go); parts that overlap are no
+// solid for the default repair, which says so, and the extended repair unites them.
+TEST(Repair, SeparateOverlappingAndTouchingParts) {
   Facets two = box(10, 4);
   const Facets other = box(5, 4, 20);
   two.insert(two.end(), other.begin(), other.end());
   for (size_t t = 0; t < other.size() / 9; ++t) flip(two, two.size() / 9 - 1 - t);  // second part inside out
   const Repaired r = repair(two, false);
   EXPECT_EQ(r.saneafter, 1);
-  const SolidCheck c = checksolid(r.facets.data(), int64_t(r.facets.size() / 9));
-  EXPECT_NEAR(c.volume, 1000.0 + 125.0, 1e-3);
+  EXPECT_NEAR(checksolid(r.facets.data(), int64_t(r.facets.size() / 9)).volume, 1000.0 + 125.0, 1e-3);
 
-  // Two boxes that overlap: every edge pairs up, but facets cross. The repair must not call it
-  // sound, and neither may the soundness test before it.
-  Facets overlap = box(10, 4);
-  const Facets shifted = box(10, 4, 4.3f);  // no corner in common with the first
-  overlap.insert(overlap.end(), shifted.begin(), shifted.end());
-  const SolidCheck before = checksolid(overlap.data(), int64_t(overlap.size() / 9));
-  EXPECT_TRUE(before.told && before.crossing);
-  const Repaired o = repair(overlap, false);
-  EXPECT_EQ(o.sanebefore, 0);
-  if (o.saneafter == 1) {  // whatever it made must then be a true solid
-    const SolidCheck after = checksolid(o.facets.data(), int64_t(o.facets.size() / 9));
-    EXPECT_TRUE(after.printable());
-  }
+  auto solid = [](const Repaired &e, double volume) {
+    EXPECT_EQ(e.status, 0);
+    EXPECT_EQ(e.saneafter, 1);
+    const SolidCheck u = checksolid(e.facets.data(), int64_t(e.facets.size() / 9));
+    EXPECT_TRUE(u.printable());
+    EXPECT_TRUE(pairededges(e.facets));
+    EXPECT_NEAR(u.volume, volume, 1e-3);
+  };
+  Facets touching = box(10, 4);
+  const Facets beside = box(10, 4, 10.0f);
+  touching.insert(touching.end(), beside.begin(), beside.end());
+  const Repaired t = repair(touching, false);
+  EXPECT_EQ(t.sanebefore, 0);
+  solid(t, 2000.0);
+  EXPECT_EQ(t.facets.size(), touching.size() - 2 * 9 * 32);  // the two faces between them are gone
+
+  Facets overlapping = box(10, 4);
+  const Facets shifted = box(10, 4, 4.25f);  // no corner in common with the first box
+  overlapping.insert(overlapping.end(), shifted.begin(), shifted.end());
+  EXPECT_EQ(repair(overlapping, false).saneafter, 0);  // not called sound by the default repair
+  solid(repair(overlapping, true), 2000.0 - 575.0);
 }
 
 TEST(SolidCheck, TellsPrintableFromLookingSound) {

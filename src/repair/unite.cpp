@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "repair/unite.h"
+
+#include <CGAL/Exact_predicates_exact_constructions_kernel.h>
+#include <CGAL/Polygon_mesh_processing/connected_components.h>
+#include <CGAL/Polygon_mesh_processing/corefinement.h>
+#include <CGAL/Polygon_mesh_processing/orient_polygon_soup.h>
+#include <CGAL/Polygon_mesh_processing/orientation.h>
+#include <CGAL/Polygon_mesh_processing/repair_polygon_soup.h>
+#include <CGAL/Polygon_mesh_processing/polygon_soup_to_polygon_mesh.h>
+#include <CGAL/Polygon_mesh_processing/self_intersections.h>
+#include <CGAL/Surface_mesh.h>
+
+#include <array>
+
+#include "repair/solidcheck.h"
+
+namespace wf {
+
+namespace {
+
+using Kernel = CGAL::Exact_predicates_exact_constructions_kernel;
+using Point = Kernel::Point_3;
+using Mesh = CGAL::Surface_mesh<Point>;
+namespace PMP = CGAL::Polygon_mesh_processing;
+
+}  // namespace
+
+bool uniteshells(std::vector<float> &xyz) {
+  const size_t n = xyz.size() / 9;
+  if (n == 0) return false;
+  // Corners are shared only within a shell: soup of the facets with corners merged exactly.
+  std::vector<Point> points;
+  std::vector<std::array<size_t, 3>> faces(n);
+  points.reserve(3 * n);
+  for (size_t t = 0; t < n; ++t)
+    for (size_t k = 0; k < 3; ++k) {
+      const float *p = &xyz[9 * t + 3 * k];
+      points.emplace_back(p[0], p[1], p[2]);
+      faces[t][k] = points.size() - 1;
+    }
+  // Shells that touch share corners there; those are split apart again per shell.
+  PMP::merge_duplicate_points_in_polygon_soup(points, faces);
+  PMP::orient_polygon_soup(points, faces);
+  if (!PMP::is_polygon_soup_a_polygon_mesh(faces)) return false;
+  Mesh whole;
+  PMP::polygon_soup_to_polygon_mesh(points, faces, whole);
+  std::vector<Mesh> shells;
+  PMP::split_connected_components(whole, shells);
+  if (shells.size() < 2) return false;
+  for (Mesh &s : shells) {
+    if (!CGAL::is_closed(s) || PMP::does_self_intersect(s)) return false;
+    if (!PMP::is_outward_oriented(s)) PMP::reverse_face_orientations(s);
+  }
+  Mesh united = shells[0];
+  for (size_t i = 1; i < shells.size(); ++i) {
+    Mesh out;
+    if (!PMP::corefine_and_compute_union(united, shells[i], out)) return false;
+    united = std::move(out);
+  }
+  std::vector<float> result;
+  result.reserve(9 * united.number_of_faces());
+  for (const auto f : united.faces())
+    for (const auto v : CGAL::vertices_around_face(united.halfedge(f), united)) {
+      const Point &p = united.point(v);
+      result.insert(result.end(), {static_cast<float>(CGAL::to_double(p.x())), static_cast<float>(CGAL::to_double(p.y())),
+                                   static_cast<float>(CGAL::to_double(p.z()))});
+    }
+  if (!checksolid(result.data(), static_cast<int64_t>(result.size() / 9)).printable()) return false;
+  xyz.swap(result);
+  return true;
+}
+
+}  // namespace wf
