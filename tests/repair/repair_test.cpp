@@ -217,6 +217,12 @@ TEST(Repair, SeparateOverlappingAndTouchingParts) {
   solid(t, 2000.0);
   EXPECT_EQ(t.facets.size(), touching.size() - 2 * 9 * 32);  // the two faces between them are gone
 
+  // Touching along a face tessellated differently on the two sides: a union of the parts.
+  Facets stacked = box(10, 4);
+  const Facets coarser = box(10, 3, 10.0f);
+  stacked.insert(stacked.end(), coarser.begin(), coarser.end());
+  solid(repair(stacked, true), 2000.0);
+
   Facets overlapping = box(10, 4);
   const Facets shifted = box(10, 4, 4.25f);  // no corner in common with the first box
   overlapping.insert(overlapping.end(), shifted.begin(), shifted.end());
