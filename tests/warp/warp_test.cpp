@@ -332,10 +332,16 @@ TEST(Refine, WavesGiveExactlyTheSerialWalk) {
   params.maxedge = 2.0;
   params.refinetolsq = 1e-4;
   const Refined serial = refine(n.field(), params, false, 1);
-  EXPECT_GT(serial.counts.active, 3 * 7 * 32);  // it did split, over several levels
+  // It split down to the level limit, and every list grew well past its first capacity.
+  SurfaceMesh first;
+  EdgeTable firstedges;
+  cubeandsheet(10.0, 4, first, firstedges);
   int32_t deepest = 0;
   for (int32_t l : serial.edges.level) deepest = std::max(deepest, l);
-  EXPECT_GE(deepest, 3);
+  EXPECT_EQ(deepest, params.maxrefine);
+  EXPECT_GT(serial.counts.total, 3 * first.ntri);
+  EXPECT_GT(serial.mesh.nvrt, 3 * first.nvrt);
+  EXPECT_GT(serial.edges.n, 3 * firstedges.n);
   for (int threads : {1, 2}) {
     SCOPED_TRACE(threads);
     const Refined waves = refine(n.field(), params, true, threads);
