@@ -23,10 +23,11 @@ namespace PMP = CGAL::Polygon_mesh_processing;
 
 }  // namespace
 
-SolidCheck checksolid(const float *xyz, int64_t n) {
-  SolidCheck c;
-  if (n <= 0) return c;
-  // Corners equal as floats become one vertex: sort the corners by their coordinates.
+void mergecorners(const float *xyz, int64_t n, bool dropdegenerate, std::vector<float> &corners,
+                  std::vector<std::array<size_t, 3>> &faces) {
+  corners.clear();
+  faces.clear();
+  if (n <= 0) return;
   const size_t nc = 3 * static_cast<size_t>(n);
   std::vector<uint32_t> order(nc);
   std::iota(order.begin(), order.end(), 0u);
@@ -35,15 +36,26 @@ SolidCheck checksolid(const float *xyz, int64_t n) {
     return std::lexicographical_compare(p, p + 3, q, q + 3);
   };
   std::sort(order.begin(), order.end(), less);
-  std::vector<Point> points;
-  std::vector<std::array<size_t, 3>> faces(static_cast<size_t>(n));
+  faces.resize(static_cast<size_t>(n));
   for (size_t i = 0; i < nc; ++i) {
-    if (i == 0 || less(order[i - 1], order[i])) {
-      const float *p = xyz + 3 * size_t(order[i]);
-      points.emplace_back(p[0], p[1], p[2]);
-    }
-    faces[order[i] / 3][order[i] % 3] = points.size() - 1;
+    if (i == 0 || less(order[i - 1], order[i])) corners.insert(corners.end(), xyz + 3 * size_t(order[i]), xyz + 3 * size_t(order[i]) + 3);
+    faces[order[i] / 3][order[i] % 3] = corners.size() / 3 - 1;
   }
+  if (dropdegenerate)
+    faces.erase(std::remove_if(faces.begin(), faces.end(),
+                               [](const std::array<size_t, 3> &f) { return f[0] == f[1] || f[1] == f[2] || f[2] == f[0]; }),
+                faces.end());
+}
+
+SolidCheck checksolid(const float *xyz, int64_t n) {
+  SolidCheck c;
+  if (n <= 0) return c;
+  std::vector<float> corners;
+  std::vector<std::array<size_t, 3>> faces;
+  mergecorners(xyz, n, false, corners, faces);
+  std::vector<Point> points;
+  points.reserve(corners.size() / 3);
+  for (size_t k = 0; k < corners.size(); k += 3) points.emplace_back(corners[k], corners[k + 1], corners[k + 2]);
 
   // Zero area (exact: three collinear corners, two equal corners included) and the volume.
   for (const auto &f : faces) {

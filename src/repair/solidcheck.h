@@ -6,7 +6,10 @@
 // a near miss is never taken for a crossing nor a crossing for a near miss.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace wf {
 
@@ -18,6 +21,12 @@ struct SolidCheck {
   double volume = 0;        // signed enclosed volume (positive when facing outwards)
   bool printable() const { return told && closed && zeroarea == 0 && !crossing && volume > 0; }
 };
+
+// Corners equal as floats made one vertex: the distinct corners (3 floats each, ascending) and
+// the three corner numbers (0-based) of each of the n facets. With dropdegenerate, facets with
+// two equal corners are left out.
+void mergecorners(const float *xyz, int64_t n, bool dropdegenerate, std::vector<float> &corners,
+                  std::vector<std::array<size_t, 3>> &faces);
 
 // Checks n facets. Throws std::bad_alloc when memory runs out.
 SolidCheck checksolid(const float *xyz, int64_t n);

@@ -7,6 +7,7 @@
 #include <CGAL/Polygon_mesh_processing/orient_polygon_soup.h>
 #include <CGAL/Polygon_mesh_processing/orientation.h>
 #include <CGAL/Polygon_mesh_processing/polygon_soup_to_polygon_mesh.h>
+#include <CGAL/Polygon_mesh_processing/repair_degeneracies.h>
 #include <CGAL/Polygon_mesh_processing/repair_polygon_soup.h>
 #include <CGAL/Polygon_mesh_processing/self_intersections.h>
 #include <CGAL/Polygon_mesh_processing/stitch_borders.h>
@@ -19,6 +20,7 @@
 #include <chrono>
 #include <iterator>
 
+#include "repair/solidcheck.h"
 #include "repair/unite.h"
 
 namespace wf {
@@ -68,15 +70,13 @@ SolidRepairReport makesolid(std::vector<float> &xyz, bool unite) {
   const size_t n = xyz.size() / 9;
   if (n == 0) return r;
   auto clock = std::chrono::steady_clock::now();
+  // Corners equal as floats are one vertex; a facet with two equal corners has no area to keep.
+  std::vector<float> corners;
+  std::vector<std::array<size_t, 3>> faces;
+  mergecorners(xyz.data(), static_cast<int64_t>(n), true, corners, faces);
   std::vector<Point> points;
-  std::vector<std::array<size_t, 3>> faces(n);
-  points.reserve(3 * n);
-  for (size_t t = 0; t < n; ++t)
-    for (size_t k = 0; k < 3; ++k) {
-      const float *p = &xyz[9 * t + 3 * k];
-      points.emplace_back(p[0], p[1], p[2]);
-      faces[t][k] = points.size() - 1;
-    }
+  points.reserve(corners.size() / 3);
+  for (size_t k = 0; k < corners.size(); k += 3) points.emplace_back(corners[k], corners[k + 1], corners[k + 2]);
   // A facet repeated, either way round, goes with all its copies: two parts that touch along a
   // face have such pairs there, and the face between them is no surface of the united part; a
   // plain duplicate leaves a hole that is filled below.
@@ -88,6 +88,8 @@ SolidRepairReport makesolid(std::vector<float> &xyz, bool unite) {
   PMP::polygon_soup_to_polygon_mesh(points, faces, mesh);
   r.built = true;
   PMP::stitch_borders(mesh);
+  // Zero-area facets go by collapsing their shortest edge or flipping their longest.
+  PMP::remove_degenerate_faces(mesh);
   r.seconds[1] = since(clock);
   r.holes += fillholes(mesh);
   r.seconds[2] = since(clock);
@@ -123,12 +125,17 @@ SolidRepairReport makesolid(std::vector<float> &xyz, bool unite) {
   if (unite && r.closed && r.crossing) {
     facetsof(mesh, out);
     if (uniteshells(out)) {
-      r.united = true;
-      r.crossing = false;
-      r.seconds[3] = since(clock);
-      r.seconds[4] = 0;
-      xyz.swap(out);
-      return r;
+      // The union, its corners rounded, made clean once more (slivers where the shells met).
+      const SolidRepairReport again = makesolid(out, false);
+      if (again.closed && !again.crossing) {
+        r.united = true;
+        r.crossing = false;
+        r.holes += again.holes;
+        r.removed += again.removed;
+        r.seconds[3] = since(clock);
+        xyz.swap(out);
+        return r;
+      }
     }
   }
   r.seconds[3] = since(clock);

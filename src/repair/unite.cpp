@@ -29,20 +29,17 @@ namespace PMP = CGAL::Polygon_mesh_processing;
 bool uniteshells(std::vector<float> &xyz) {
   const size_t n = xyz.size() / 9;
   if (n == 0) return false;
-  // Corners are shared only within a shell: soup of the facets with corners merged exactly.
+  // Corners equal as floats are one vertex; a facet with two equal corners has no area to keep.
+  std::vector<float> corners;
+  std::vector<std::array<size_t, 3>> faces;
+  mergecorners(xyz.data(), static_cast<int64_t>(n), true, corners, faces);
   std::vector<Point> points;
-  std::vector<std::array<size_t, 3>> faces(n);
-  points.reserve(3 * n);
-  for (size_t t = 0; t < n; ++t)
-    for (size_t k = 0; k < 3; ++k) {
-      const float *p = &xyz[9 * t + 3 * k];
-      points.emplace_back(p[0], p[1], p[2]);
-      faces[t][k] = points.size() - 1;
-    }
+  points.reserve(corners.size() / 3);
+  for (size_t k = 0; k < corners.size(); k += 3) points.emplace_back(corners[k], corners[k + 1], corners[k + 2]);
   // Shells that touch share corners there; those are split apart again per shell.
-  PMP::merge_duplicate_points_in_polygon_soup(points, faces);
+  PMP::repair_polygon_soup(points, faces);
   PMP::orient_polygon_soup(points, faces);
-  if (!PMP::is_polygon_soup_a_polygon_mesh(faces)) return false;
+  if (!PMP::is_polygon_soup_a_polygon_mesh(faces)) { return false; }
   Mesh whole;
   PMP::polygon_soup_to_polygon_mesh(points, faces, whole);
   std::vector<Mesh> shells;
@@ -66,7 +63,6 @@ bool uniteshells(std::vector<float> &xyz) {
       result.insert(result.end(), {static_cast<float>(CGAL::to_double(p.x())), static_cast<float>(CGAL::to_double(p.y())),
                                    static_cast<float>(CGAL::to_double(p.z()))});
     }
-  if (!checksolid(result.data(), static_cast<int64_t>(result.size() / 9)).printable()) return false;
   xyz.swap(result);
   return true;
 }

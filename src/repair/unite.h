@@ -2,8 +2,8 @@
 // Shells that overlap or touch united into one solid by exact corefinement (CGAL, exact
 // constructions). The facets (9 floats each) must form closed shells, each free of crossings of
 // its own; the shells are turned outwards, united one by one, and the union's corners rounded to
-// single precision. The result is taken only when it is still a printable solid after that
-// rounding; otherwise xyz stays as it was and false is returned.
+// single precision (which can leave slivers where the shells met: the caller cleans up). When a
+// shell is open or crosses itself, or the union fails, xyz stays as it was and false is returned.
 #pragma once
 
 #include <vector>
