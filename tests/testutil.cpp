@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "testutil.h"
 
+#include <cstdint>
+#include <cstring>
+
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -119,6 +122,46 @@ std::string maskafter(const std::string &text, const std::string &prefix, const 
   }
   out.append(text, from, std::string::npos);
   return out;
+}
+
+std::vector<float> boxfacets(float L, int n, float x0) {
+  const float f[6][3][3] = {{{0, 0, 0}, {0, 1, 0}, {1, 0, 0}}, {{0, 0, 1}, {1, 0, 0}, {0, 1, 0}},
+                            {{0, 0, 0}, {1, 0, 0}, {0, 0, 1}}, {{0, 1, 0}, {0, 0, 1}, {1, 0, 0}},
+                            {{0, 0, 0}, {0, 0, 1}, {0, 1, 0}}, {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
+  std::vector<float> out;
+  auto put = [&](const float (*g)[3], int i, int j) {
+    for (int a = 0; a < 3; ++a)
+      out.push_back((a == 0 ? x0 : 0) + L * (g[0][a] + (float(i) / n) * g[1][a] + (float(j) / n) * g[2][a]));
+  };
+  for (const auto &g : f)
+    for (int j = 0; j < n; ++j)
+      for (int i = 0; i < n; ++i) {
+        put(g, i, j), put(g, i + 1, j), put(g, i + 1, j + 1);
+        put(g, i, j), put(g, i + 1, j + 1), put(g, i, j + 1);
+      }
+  return out;
+}
+
+std::string binarystlbytes(const std::vector<float> &facets) {
+  std::string b(80, ' ');
+  const uint32_t n = static_cast<uint32_t>(facets.size() / 9);
+  b.append(reinterpret_cast<const char *>(&n), 4);
+  for (size_t t = 0; t < n; ++t) {
+    b.append(12, '\0');
+    b.append(reinterpret_cast<const char *>(&facets[9 * t]), 36);
+    b.append(2, '\0');
+  }
+  return b;
+}
+
+std::vector<float> binarystlfacets(const std::string &b) {
+  uint32_t n = 0;
+  if (b.size() < 84) return {};
+  std::memcpy(&n, b.data() + 80, 4);
+  if (b.size() != 84 + 50ull * n) return {};
+  std::vector<float> c(9ull * n);
+  for (uint32_t t = 0; t < n; ++t) std::memcpy(&c[9ull * t], b.data() + 84 + 50ull * t + 12, 36);
+  return c;
 }
 
 }  // namespace wft

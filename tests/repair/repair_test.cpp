@@ -22,24 +22,7 @@ namespace {
 
 using Facets = std::vector<float>;  // 9 floats per facet
 
-// A closed box [x0, x0 + L] x [0, L] x [0, L], each face in n x n squares, facing outwards.
-Facets box(float L, int n, float x0 = 0) {
-  const float f[6][3][3] = {{{0, 0, 0}, {0, 1, 0}, {1, 0, 0}}, {{0, 0, 1}, {1, 0, 0}, {0, 1, 0}},
-                            {{0, 0, 0}, {1, 0, 0}, {0, 0, 1}}, {{0, 1, 0}, {0, 0, 1}, {1, 0, 0}},
-                            {{0, 0, 0}, {0, 0, 1}, {0, 1, 0}}, {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
-  Facets out;
-  auto put = [&](const float (*g)[3], int i, int j) {
-    for (int a = 0; a < 3; ++a)
-      out.push_back((a == 0 ? x0 : 0) + L * (g[0][a] + (float(i) / n) * g[1][a] + (float(j) / n) * g[2][a]));
-  };
-  for (const auto &g : f)
-    for (int j = 0; j < n; ++j)
-      for (int i = 0; i < n; ++i) {
-        put(g, i, j), put(g, i + 1, j), put(g, i + 1, j + 1);
-        put(g, i, j), put(g, i + 1, j + 1), put(g, i, j + 1);
-      }
-  return out;
-}
+Facets box(float L, int n, float x0 = 0) { return wft::boxfacets(L, n, x0); }
 
 void flip(Facets &s, size_t t) { std::swap_ranges(&s[9 * t + 3], &s[9 * t + 6], &s[9 * t + 6]); }
 
@@ -76,23 +59,11 @@ struct Repaired {
   int status = -1;
 };
 
-std::string stlbytes(const Facets &s) {
-  std::string b(80, ' ');
-  const uint32_t n = static_cast<uint32_t>(s.size() / 9);
-  b.append(reinterpret_cast<const char *>(&n), 4);
-  for (size_t t = 0; t < n; ++t) {
-    b.append(12, '\0');
-    b.append(reinterpret_cast<const char *>(&s[9 * t]), 36);
-    b.append(2, '\0');
-  }
-  return b;
-}
-
 // The facets written to a file and repaired by the component as the run calls it.
 Repaired repair(const Facets &s, bool extended, float tolerance = 0.01f) {
   Repaired r;
   const std::string dir = wft::tempdir("repair");
-  wft::writefile(dir + "/in.stl", stlbytes(s));
+  wft::writefile(dir + "/in.stl", wft::binarystlbytes(s));
   MeshRepairContext *context = nullptr;
   EXPECT_EQ(meshrepair_initcontext(&context), 0);
   MeshRepairMesh *mesh = meshrepair_loadstl(context, (dir + "/in.stl").c_str());
@@ -107,12 +78,8 @@ Repaired repair(const Facets &s, bool extended, float tolerance = 0.01f) {
     r.status = meshrepair_extendedrepair(mesh, tolerance);
     meshrepair_issane(mesh, &r.saneafter);
   }
-  if (meshrepair_savestl(mesh, (dir + "/out.stl").c_str(), 0) == 0) {
-    const std::string b = wft::readfile(dir + "/out.stl");
-    const size_t n = (b.size() - 84) / 50;
-    r.facets.resize(9 * n);
-    for (size_t t = 0; t < n; ++t) std::memcpy(&r.facets[9 * t], b.data() + 84 + 50 * t + 12, 36);
-  }
+  if (meshrepair_savestl(mesh, (dir + "/out.stl").c_str(), 0) == 0)
+    r.facets = wft::binarystlfacets(wft::readfile(dir + "/out.stl"));
   meshrepair_free(mesh);
   meshrepair_freecontext(context);
   return r;

@@ -22,19 +22,6 @@ std::vector<std::string> tempsignals(const std::string &dir) {
   return out;
 }
 
-// Binary STL corners: 9 floats per triangle.
-std::vector<float> stlcorners(const std::string &path, uint32_t &ntri) {
-  std::string b = wft::readfile(path);
-  ntri = 0;
-  std::vector<float> c;
-  if (b.size() < 84) return c;
-  std::memcpy(&ntri, b.data() + 80, 4);
-  if (b.size() != 84 + 50ull * ntri) return c;
-  c.resize(9ull * ntri);
-  for (uint32_t t = 0; t < ntri; ++t) std::memcpy(&c[9ull * t], b.data() + 84 + 50ull * t + 12, 36);
-  return c;
-}
-
 // The lowest and highest corner value per axis.
 std::array<std::pair<double, double>, 3> boxof(const std::vector<float> &c) {
   std::array<std::pair<double, double>, 3> b;
@@ -134,10 +121,10 @@ TEST_F(Job, DeckCardsReachTheWarpRefinementAndOutputs) {
                  "*WRTU\n*N3DM\n");
   auto r = run("split.deck");
   ASSERT_EQ(r.status, 0) << r.out;
-  uint32_t nin = 0, nout = 0;
-  auto in = boxof(stlcorners(dir + "/part.stl", nin));
-  auto out = boxof(stlcorners(dir + "/job_1_warp.stl", nout));
-  EXPECT_GT(nout, nin);
+  const auto before = wft::binarystlfacets(wft::readfile(dir + "/part.stl"));
+  const auto after = wft::binarystlfacets(wft::readfile(dir + "/job_1_warp.stl"));
+  EXPECT_GT(after.size(), before.size());
+  const auto in = boxof(before), out = boxof(after);
   const double d[3] = {0.1, -0.2, 0.3};
   for (int k = 0; k < 3; ++k) {
     EXPECT_NEAR(out[k].first, in[k].first - 2.0 * d[k], 1e-4);
@@ -163,41 +150,6 @@ TEST_F(Job, NoSelectedSurfaceSkipsTheLoopAndFinishes) {
   EXPECT_EQ(lines.back(), R"({"information": "successful finish"})");
 }
 
-namespace {
-
-// A closed box [x0, x0 + L] x [0, L] x [0, L] as a binary STL soup, each face in n x n squares.
-std::vector<float> boxsoup(float L, int n, float x0) {
-  const float f[6][3][3] = {{{0, 0, 0}, {0, 1, 0}, {1, 0, 0}}, {{0, 0, 1}, {1, 0, 0}, {0, 1, 0}},
-                            {{0, 0, 0}, {1, 0, 0}, {0, 0, 1}}, {{0, 1, 0}, {0, 0, 1}, {1, 0, 0}},
-                            {{0, 0, 0}, {0, 0, 1}, {0, 1, 0}}, {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
-  std::vector<float> out;
-  auto put = [&](const float (*g)[3], int i, int j) {
-    for (int a = 0; a < 3; ++a)
-      out.push_back((a == 0 ? x0 : 0) + L * (g[0][a] + (float(i) / n) * g[1][a] + (float(j) / n) * g[2][a]));
-  };
-  for (const auto &g : f)
-    for (int j = 0; j < n; ++j)
-      for (int i = 0; i < n; ++i) {
-        put(g, i, j), put(g, i + 1, j), put(g, i + 1, j + 1);
-        put(g, i, j), put(g, i + 1, j + 1), put(g, i, j + 1);
-      }
-  return out;
-}
-
-void writesoup(const std::string &path, const std::vector<float> &c) {
-  std::string b(80, ' ');
-  const uint32_t n = static_cast<uint32_t>(c.size() / 9);
-  b.append(reinterpret_cast<const char *>(&n), 4);
-  for (uint32_t t = 0; t < n; ++t) {
-    b.append(12, '\0');
-    b.append(reinterpret_cast<const char *>(&c[9ull * t]), 36);
-    b.append(2, '\0');
-  }
-  wft::writefile(path, b);
-}
-
-}  // namespace
-
 // Broken parts through a whole run with the read-back check and both repairs: the written
 // surface is warped and refined (which reverses the children of rim edges), and the repaired
 // file must be a printable solid of about the part's volume.
@@ -208,28 +160,27 @@ TEST_F(Job, BrokenPartsComeOutRepairedAndPrintable) {
     double volume;
   };
   std::vector<Case> cases;
-  std::vector<float> holes = boxsoup(20, 6, 0);
+  std::vector<float> holes = wft::boxfacets(20, 6, 0);
   holes.erase(holes.begin() + 9 * 100, holes.begin() + 9 * 103);
   holes.erase(holes.begin() + 9 * 20, holes.begin() + 9 * 21);
   cases.push_back({"holes", holes, 8000});
   // Closed parts that overlap pass the run's own check; one with a hole does not, and the repair
   // then has to unite them as well.
-  std::vector<float> overlap = boxsoup(20, 6, 0), other = boxsoup(20, 6, 8.5f);
+  std::vector<float> overlap = wft::boxfacets(20, 6, 0), other = wft::boxfacets(20, 6, 8.5f);
   other.erase(other.begin() + 9 * 150, other.begin() + 9 * 151);
   overlap.insert(overlap.end(), other.begin(), other.end());
   cases.push_back({"overlapping parts, one with a hole", overlap, 8000 + 8000 - 11.5 * 400});
   for (const Case &c : cases) {
     SCOPED_TRACE(c.name);
     make();
-    writesoup(dir + "/part.stl", c.soup);
+    wft::writefile(dir + "/part.stl", wft::binarystlbytes(c.soup));
     wft::writefile(dir + "/check.deck", "*INPU\njob\n*IOFF\n-1\n*N3DM\n*TSRD\n*TSRE\n*MINE\n4.0\n*MAXE\n8.0\n");
     const auto r = run("check.deck");
     EXPECT_EQ(r.status, 0) << r.out;
     EXPECT_TRUE(wft::contains(r.out, "Finished repair")) << r.out;
-    uint32_t n = 0;
-    const std::vector<float> repaired = stlcorners(dir + "/job_1_warp_ls_repair.stl", n);
-    ASSERT_GT(n, 0u);
-    const wf::SolidCheck s = wf::checksolid(repaired.data(), n);
+    const std::vector<float> repaired = wft::binarystlfacets(wft::readfile(dir + "/job_1_warp_ls_repair.stl"));
+    ASSERT_FALSE(repaired.empty());
+    const wf::SolidCheck s = wf::checksolid(repaired.data(), int64_t(repaired.size() / 9));
     EXPECT_TRUE(s.printable()) << s.told << " " << s.closed << " " << s.crossing << " " << s.volume;
     EXPECT_NEAR(s.volume, c.volume, 0.02 * c.volume);  // the field moves the part a little
   }
