@@ -57,7 +57,7 @@ void writesoup(const std::string &path, const Soup &s) {
 
 // ---------------------------------------------------------------- jobs
 
-struct JobSpec {
+struct JobRecipe {
   std::string name;
   std::vector<std::string> genargs;
   std::string deck;  // written as job.deck unless empty (then genjob's own deck is used)
@@ -66,12 +66,12 @@ struct JobSpec {
 };
 
 // Test names print the job name only.
-void PrintTo(const JobSpec &spec, std::ostream *os) { *os << spec.name; }
+void PrintTo(const JobRecipe &recipe, std::ostream *os) { *os << recipe.name; }
 
 const std::string kInput = "*INPU\njob\n";
 
-std::vector<JobSpec> jobs() {
-  std::vector<JobSpec> j;
+std::vector<JobRecipe> jobs() {
+  std::vector<JobRecipe> j;
   j.push_back({"plain", {"--tris", "448"}, kInput + "*IOFF\n-1\n*MINE\n3.0\n*MAXE\n6.0\n*RTOL\n0.002\n", nullptr});
   j.push_back({"forma_wrtu", {"--tris", "448"},
                kInput + "*IOFF\n-1\n*FORM\na\n*WRTU\n*N3DM\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n", nullptr});
@@ -192,19 +192,19 @@ std::vector<std::pair<std::string, std::string>> zipentries(const std::string &p
   return out;
 }
 
-class Regression : public ::testing::TestWithParam<JobSpec> {};
+class Regression : public ::testing::TestWithParam<JobRecipe> {};
 
 TEST_P(Regression, OutputsMatchTheRecordedFiles) {
-  const JobSpec &spec = GetParam();
-  const std::string dir = wft::tempdir("regress_" + spec.name);
-  auto g = wft::rungenjob(dir, spec.genargs);
+  const JobRecipe &recipe = GetParam();
+  const std::string dir = wft::tempdir("regress_" + recipe.name);
+  auto g = wft::rungenjob(dir, recipe.genargs);
   ASSERT_EQ(g.status, 0) << g.out;
-  if (!spec.deck.empty()) wft::writefile(dir + "/job.deck", spec.deck);
-  if (spec.setup) spec.setup(dir);
+  if (!recipe.deck.empty()) wft::writefile(dir + "/job.deck", recipe.deck);
+  if (recipe.setup) recipe.setup(dir);
   const std::set<std::string> inputs = listfiles(dir);
 
   auto r = wft::runwarpforge("job.deck", dir);
-  ASSERT_EQ(r.status, spec.status) << r.out;
+  ASSERT_EQ(r.status, recipe.status) << r.out;
 
   // What the run wrote: every new file, the console and the signal stream (masked).
   std::map<std::string, std::string> actual;
@@ -228,7 +228,7 @@ TEST_P(Regression, OutputsMatchTheRecordedFiles) {
   actual["console.txt"] = maskrun(r.out, dir, exedir);
   actual["signal.txt"] = maskrun(wft::readfile(dir + "/job.wrpsimsignal"), dir, exedir);
 
-  const fs::path golden = goldenroot / spec.name;
+  const fs::path golden = goldenroot / recipe.name;
   if (recording()) {
     fs::remove_all(golden);
     for (auto &[name, data] : actual) {
@@ -237,7 +237,7 @@ TEST_P(Regression, OutputsMatchTheRecordedFiles) {
     }
     GTEST_SKIP() << "recorded " << actual.size() << " files into " << golden;
   }
-  ASSERT_TRUE(fs::exists(golden)) << "no recorded files for " << spec.name;
+  ASSERT_TRUE(fs::exists(golden)) << "no recorded files for " << recipe.name;
   const std::set<std::string> expectednames = listfiles(golden);
   std::set<std::string> actualnames;
   for (auto &[name, data] : actual) actualnames.insert(name);
@@ -248,7 +248,7 @@ TEST_P(Regression, OutputsMatchTheRecordedFiles) {
     if (data == want) continue;
     size_t at = 0;
     while (at < data.size() && at < want.size() && data[at] == want[at]) ++at;
-    ADD_FAILURE() << spec.name << "/" << name << " differs from byte " << at << " on (sizes "
+    ADD_FAILURE() << recipe.name << "/" << name << " differs from byte " << at << " on (sizes "
                   << data.size() << " and " << want.size() << ")\n  now: "
                   << data.substr(at > 40 ? at - 40 : 0, 120) << "\n  was: "
                   << want.substr(at > 40 ? at - 40 : 0, 120);
@@ -256,6 +256,6 @@ TEST_P(Regression, OutputsMatchTheRecordedFiles) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Jobs, Regression, ::testing::ValuesIn(jobs()),
-                         [](const ::testing::TestParamInfo<JobSpec> &i) { return i.param.name; });
+                         [](const ::testing::TestParamInfo<JobRecipe> &i) { return i.param.name; });
 
 }  // namespace
