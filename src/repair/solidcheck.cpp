@@ -50,12 +50,9 @@ void mergecorners(const float *xyz, int64_t n, bool dropdegenerate, std::vector<
 SolidCheck checksolid(const float *xyz, int64_t n) {
   SolidCheck c;
   if (n <= 0) return c;
-  std::vector<float> corners;
-  std::vector<std::array<size_t, 3>> faces;
-  mergecorners(xyz, n, false, corners, faces);
   std::vector<Point> points;
-  points.reserve(corners.size() / 3);
-  for (size_t k = 0; k < corners.size(); k += 3) points.emplace_back(corners[k], corners[k + 1], corners[k + 2]);
+  std::vector<std::array<size_t, 3>> faces;
+  floatsoup(xyz, n, false, points, faces);
 
   // Zero area (exact: three collinear corners, two equal corners included) and the volume.
   for (const auto &f : faces) {

@@ -28,6 +28,17 @@ struct SolidCheck {
 void mergecorners(const float *xyz, int64_t n, bool dropdegenerate, std::vector<float> &corners,
                   std::vector<std::array<size_t, 3>> &faces);
 
+// The same as a soup of points of a kernel (Point made from three doubles).
+template <class Point>
+void floatsoup(const float *xyz, int64_t n, bool dropdegenerate, std::vector<Point> &points,
+               std::vector<std::array<size_t, 3>> &faces) {
+  std::vector<float> corners;
+  mergecorners(xyz, n, dropdegenerate, corners, faces);
+  points.clear();
+  points.reserve(corners.size() / 3);
+  for (size_t k = 0; k < corners.size(); k += 3) points.emplace_back(corners[k], corners[k + 1], corners[k + 2]);
+}
+
 // Checks n facets. Throws std::bad_alloc when memory runs out.
 SolidCheck checksolid(const float *xyz, int64_t n);
 

@@ -71,12 +71,9 @@ SolidRepairReport makesolid(std::vector<float> &xyz, bool unite) {
   if (n == 0) return r;
   auto clock = std::chrono::steady_clock::now();
   // Corners equal as floats are one vertex; a facet with two equal corners has no area to keep.
-  std::vector<float> corners;
-  std::vector<std::array<size_t, 3>> faces;
-  mergecorners(xyz.data(), static_cast<int64_t>(n), true, corners, faces);
   std::vector<Point> points;
-  points.reserve(corners.size() / 3);
-  for (size_t k = 0; k < corners.size(); k += 3) points.emplace_back(corners[k], corners[k + 1], corners[k + 2]);
+  std::vector<std::array<size_t, 3>> faces;
+  floatsoup(xyz.data(), static_cast<int64_t>(n), true, points, faces);
   // A facet repeated, either way round, goes with all its copies: two parts that touch along a
   // face have such pairs there, and the face between them is no surface of the united part; a
   // plain duplicate leaves a hole that is filled below.
@@ -94,9 +91,12 @@ SolidRepairReport makesolid(std::vector<float> &xyz, bool unite) {
   r.holes += fillholes(mesh);
   r.seconds[2] = since(clock);
 
-  for (int round = 0; round < crossingrounds && PMP::does_self_intersect(mesh); ++round) {
-    std::vector<std::pair<Mesh::Face_index, Mesh::Face_index>> pairs;
+  // Each round lists the crossings once: the same list ends the rounds and tells the result.
+  std::vector<std::pair<Mesh::Face_index, Mesh::Face_index>> pairs;
+  for (int round = 0;; ++round) {
+    pairs.clear();
     PMP::self_intersections(mesh, std::back_inserter(pairs));
+    if (pairs.empty() || round == crossingrounds) break;
     // Only crossings within one shell: shells crossing each other are left for the union.
     auto shell = mesh.add_property_map<Mesh::Face_index, std::size_t>("f:shell").first;
     PMP::connected_components(mesh, shell);
@@ -120,7 +120,7 @@ SolidRepairReport makesolid(std::vector<float> &xyz, bool unite) {
     r.holes += fillholes(mesh);
   }
   r.closed = CGAL::is_closed(mesh);
-  r.crossing = PMP::does_self_intersect(mesh);
+  r.crossing = !pairs.empty();
   std::vector<float> out;
   if (unite && r.closed && r.crossing) {
     facetsof(mesh, out);

@@ -30,12 +30,9 @@ bool uniteshells(std::vector<float> &xyz) {
   const size_t n = xyz.size() / 9;
   if (n == 0) return false;
   // Corners equal as floats are one vertex; a facet with two equal corners has no area to keep.
-  std::vector<float> corners;
-  std::vector<std::array<size_t, 3>> faces;
-  mergecorners(xyz.data(), static_cast<int64_t>(n), true, corners, faces);
   std::vector<Point> points;
-  points.reserve(corners.size() / 3);
-  for (size_t k = 0; k < corners.size(); k += 3) points.emplace_back(corners[k], corners[k + 1], corners[k + 2]);
+  std::vector<std::array<size_t, 3>> faces;
+  floatsoup(xyz.data(), static_cast<int64_t>(n), true, points, faces);
   // Shells that touch share corners there; those are split apart again per shell.
   PMP::repair_polygon_soup(points, faces);
   PMP::orient_polygon_soup(points, faces);
