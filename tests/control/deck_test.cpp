@@ -51,29 +51,6 @@ std::unique_ptr<DeckRun> readdecktext(const std::string &text) {
 
 }  // namespace
 
-// Cards count by their first five characters; the echo shows the settings with their defaults.
-// The deck ends with a comment behind a blank line: that comment is taken as a card.
-TEST(Deck, CardsUnknownCardsAndTheEcho) {
-  auto r = readdecktext("*WARPAGE\n 2.5 trailing\n*warp\n3.0\n# comment\n*NINT\n\n  4\n*ZTOL\n0\n"
-                        "*N3DM\n*INPU\n\"my job\"\n\n# note\n");
-  ASSERT_FALSE(r->aborted) << r->out;
-  EXPECT_FALSE(r->settings.o3dmflag);
-  EXPECT_EQ(r->settings.warpscale, 2.5);
-  EXPECT_EQ(r->files.inputfile, "my job");
-  EXPECT_TRUE(r->codes.empty());
-  // The value line of the unknown card is read as a keyword in its turn; blank lines before a
-  // value are passed over.
-  for (const char *line :
-       {" WARNING\n Unknown control card *warp\n while reading file ", " Unknown control card 3.0\n",
-        " Unknown control card #\n", " Warpage scaling factor      = 2.5\n",
-        " # of weighted average nodes = 4\n", " Snapping tolerance          = 1e-05\n",
-        " STL output format           = b\n", " Increment offset            = -2\n",
-        " WARNING:  *ZTOL has no effect without *FIXZ\n", " Exporting all stl files\n",
-        " Input file                  = my job\n", " Output files                = \n",
-        " Build ID    : 21.1.0.395\n"})
-    EXPECT_TRUE(wft::contains(r->out, line)) << line << "\n" << r->out;
-}
-
 TEST(Deck, ListsStripQuotesAndEndAtAStar) {
   auto r = readdecktext("*INPU\njob\n*OUTP\n\"a b.stl\"\n *not-a-card.stl\n# comment\nc.stl\n"
                         "*ISTL\n1\n2\n3\n*O3MF\n*ASTL\n");

@@ -52,34 +52,6 @@ struct SolverInput : ::testing::Test {
 
 }  // namespace
 
-TEST_F(SolverInput, TheFiveCardsAmongUnknownOnes) {
-  readfrom("** solver input\n*HEAD\nBracket *OFNS in a title line\n*MATE\nTi6Al4V, 4430.0\n"
-           "*OFNS\n# digits of the output file numbers\n7 trailing words\n"
-           "*STLF\n# the parts\na.stl\n\"b c.stl\"\nsupport.stl\n"
-           "*STLM\n1, 0, 0, 1.0\n# a comment inside the rows\n2 5 6\n   0.9995\n3, 0, 0, 0.25\n"
-           "*SSSS\n *STLS  (a blank in column 1: not a card)\n*STLS\n2.5, 9\n*END\n");
-  EXPECT_EQ(std::tuple(files.ofnsdigits, files.ssssflag, files.stlscale), std::tuple(7, true, 2.5));
-  EXPECT_EQ(files.stlfiles.entries(), (strings{"a.stl", "b c.stl", "support.stl"}));
-  EXPECT_EQ(files.stltype.entries(), (ints{1, 2, 3}));  // a row may spread over lines
-  EXPECT_EQ(files.stlfraction.entries(), (std::vector<float>{1.0f, 0.9995f, 0.25f}));
-  EXPECT_EQ(cap.text(), " Reading input file job.in\n STL scaling factor = 2.5\n\n");
-
-  readfrom("*OFNS\n9\n");  // the largest accepted
-  EXPECT_EQ(files.ofnsdigits, 9);
-  // Without *STLM every surface gets type 1 and fraction 1.0 (a list that runs to the end of
-  // the file holds its last name twice); the defaults stand for the cards not given.
-  readfrom("*STLF\nx.stl\ny.stl\n");
-  EXPECT_EQ(files.stltype.entries(), (ints{1, 1, 1}));
-  EXPECT_EQ(files.stlfraction.entries(), (std::vector<float>{1, 1, 1}));
-  EXPECT_EQ(std::tuple(files.ofnsdigits, files.ssssflag, files.stlscale), std::tuple(5, false, 1.0));
-  cap.text();
-  settings.inpuflag = false;  // without *INPU: the defaults, nothing read
-  files.ofnsdigits = 3;
-  readsolverinput(cap.rep, settings, files);
-  EXPECT_EQ(files.ofnsdigits, 5);
-  EXPECT_EQ(cap.text(), "");
-}
-
 TEST_F(SolverInput, FailuresAreCodedAndNameTheFile) {
   for (auto [text, code] : {std::pair{"*OFNS\n*STLF\na.stl\n", "29"},  // no number behind the card
                             {"*STLS\nabc\n", "29"}, {"*STLS\n\n", "29"},

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The coloured 3MF package: the colour scale, the zip read back by unzip and by lib3MF's reader
-// (a model of several deflate chunks, a tetrahedron, and a model without triangles), a zip that
-// cannot be made, the zip64 flag, and the VTK and text outputs.
+// The coloured 3MF package: the zip read back by unzip and by lib3MF's reader (a model of
+// several deflate chunks, a tetrahedron, and a model without triangles), a zip that cannot be
+// made, and the zip64 flag.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,10 +13,8 @@
 
 #include <Model/COM/NMR_DLLInterfaces.h>
 
-#include "outputs/colourscale.h"
 #include "outputs/outcommon.h"
 #include "outputs/package3mf.h"
-#include "outputs/textreport.h"
 #include "outputs/zippackage.h"
 #include "reporting.h"
 #include "testutil.h"
@@ -99,28 +97,7 @@ std::string writepackage(const wf::SurfaceMesh &m, const std::string &folder) {
   return cap.text();
 }
 
-std::string colourhex(int index) {
-  int r, g, b;
-  wf::colourscale(index, r, g, b);
-  char s[8];
-  std::snprintf(s, sizeof s, "%02X%02X%02X", r, g, b);
-  return s;
-}
-
 }  // namespace
-
-TEST(ColourScale, RunBoundariesAndIndexRule) {
-  const std::pair<int, const char *> scale[] = {{0, "0000FF"},   {254, "00FEFF"}, {255, "00FFFF"}, {509, "00FF01"},
-                                                {510, "00FF00"}, {764, "FEFF00"}, {765, "FFFF00"}, {1020, "FF0000"}};
-  for (auto [i, rgb] : scale) EXPECT_EQ(colourhex(i), rgb) << i;
-  // The largest integer not above the scaled value; 0 over 0 gives the smallest integer.
-  const struct {
-    float m, lo, hi;
-    int32_t index;
-  } rule[] = {{0, 0, 4, 0}, {4, 0, 4, 1020}, {1, 0, 4, 255}, {3, 0, 4, 765}, {1, 0, 3, 340}, {0.999f, 0, 3, 339},
-              {2, 2, 2, INT32_MIN}};
-  for (auto r : rule) EXPECT_EQ(wf::colourindex(r.m, r.lo, r.hi), r.index) << r.m << " " << r.hi;
-}
 
 // The zip holds the members in their order, deflated, stamped with the members' write times,
 // and unzips to the members byte for byte; lib3MF's reader takes every package without a
@@ -184,15 +161,4 @@ TEST(Package3mf, ZipFailureAndZip64Flag) {
   if (!sparse) GTEST_SKIP() << "no sparse file";
   EXPECT_EQ(flags, std::vector<int>({0, 0, 1}));
   EXPECT_EQ(cap.text(), "pre: file \"p_color/History/history.xml\" is 258 bytes\npre: file \"big\" is 4294967295 bytes\n");
-}
-
-// One line of 84 characters per vertex: the position before the warp and the displacement.
-TEST(TextReport, OneLineOf84CharactersPerVertex) {
-  InTempDir dir("textreport");
-  wf::writetextreport(tetra(), "r.txt");
-  const auto lines = wft::splitlines(wft::readfile("r.txt"));
-  ASSERT_EQ(lines.size(), 4u);
-  for (const auto &l : lines) EXPECT_EQ(l.size(), 84u);
-  EXPECT_EQ(lines[3], "  0.000000E+00  0.000000E+00  1.000000E+01  0.000000E+00  0.000000E+00  4.000000E+00");
-  EXPECT_EQ(wft::fatalof([] { wf::writetextreport(tetra(), "no/such/r.txt"); }).substr(0, 3), "31 ");
 }

@@ -22,15 +22,6 @@ std::vector<std::string> tempsignals(const std::string &dir) {
   return out;
 }
 
-// The lowest and highest corner value per axis.
-std::array<std::pair<double, double>, 3> boxof(const std::vector<float> &c) {
-  std::array<std::pair<double, double>, 3> b;
-  b.fill({1e300, -1e300});
-  for (size_t i = 0; i < c.size(); ++i)
-    b[i % 3] = {std::min(b[i % 3].first, double(c[i])), std::max(b[i % 3].second, double(c[i]))};
-  return b;
-}
-
 struct Job : ::testing::Test {
   std::string dir;
   void make(const std::vector<std::string> &args = {}) {
@@ -82,56 +73,6 @@ TEST(Run, WithoutTheCatalogueCodesStillArrive) {
   auto lines = wft::splitlines(wft::readfile(dir + "/empty.wrpsimsignal"));
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_TRUE(wft::contains(lines[1], R"("code": 179, "variables": [])"));
-}
-
-TEST_F(Job, PlainJobWritesItsFilesAndSignals) {
-  make();
-  auto r = run();
-  ASSERT_EQ(r.status, 0) << r.out;
-  EXPECT_TRUE(wft::contains(r.out, " STL file = part.stl\n"));
-  EXPECT_TRUE(wft::contains(r.out, "\n Finished writing file job_1_warp.stl\n\n CPU wall = 00:00:"));
-  EXPECT_TRUE(fs::exists(dir + "/job_1_warp_color.3mf"));
-  EXPECT_TRUE(fs::exists(dir + "/job_1_warp_color/3D/3dmodel.model"));
-  EXPECT_FALSE(fs::exists(dir + "/job_1_warp.stl_wrtu.txt"));
-
-  auto lines = wft::splitlines(wft::readfile(dir + "/job.wrpsimsignal"));
-  ASSERT_GE(lines.size(), 3u);
-  EXPECT_EQ(lines.front(), R"({"schema": "simsignal-1.0"})");
-  EXPECT_EQ(lines.back(), R"({"information": "successful finish"})");
-  double last = -1;
-  int files = 0;
-  for (const auto &l : lines) {
-    if (l.rfind("{\"progress\": ", 0) == 0) {
-      double p = std::stod(l.substr(13));
-      EXPECT_GT(p, last);  // told only when the whole percentage grows
-      EXPECT_LE(p, 0.99);
-      last = p;
-    }
-    if (wft::contains(l, "finished writing file")) ++files;
-    EXPECT_FALSE(wft::contains(l, "\"error\"")) << l;
-  }
-  EXPECT_EQ(files, 2);  // the model member and the package
-}
-
-TEST_F(Job, DeckCardsReachTheWarpRefinementAndOutputs) {
-  // Twice the constant field, long edges split, the text report instead of the coloured package.
-  make({"--field", "constant"});
-  wft::writefile(dir + "/split.deck",
-                 "*INPU\njob\n*IOFF\n-1\n*WARP\n-2.0\n*MAXE\n2\n*MINE\n1\n*MAXR\n2\n"
-                 "*WRTU\n*N3DM\n");
-  auto r = run("split.deck");
-  ASSERT_EQ(r.status, 0) << r.out;
-  const auto before = wft::binarystlfacets(wft::readfile(dir + "/part.stl"));
-  const auto after = wft::binarystlfacets(wft::readfile(dir + "/job_1_warp.stl"));
-  EXPECT_GT(after.size(), before.size());
-  const auto in = boxof(before), out = boxof(after);
-  const double d[3] = {0.1, -0.2, 0.3};
-  for (int k = 0; k < 3; ++k) {
-    EXPECT_NEAR(out[k].first, in[k].first - 2.0 * d[k], 1e-4);
-    EXPECT_NEAR(out[k].second, in[k].second - 2.0 * d[k], 1e-4);
-  }
-  EXPECT_TRUE(fs::exists(dir + "/job_1_warp.stl_wrtu.txt"));
-  EXPECT_FALSE(fs::exists(dir + "/job_1_warp_color.3mf"));
 }
 
 TEST_F(Job, NoSelectedSurfaceSkipsTheLoopAndFinishes) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The solver's result files: the case file (both numbering forms, early ends, the cloud layout),
+// The solver's result files: the case file (early ends, the cloud layout),
 // the geometry file in both forms (ids on and off, padded names, broken files) and the
 // displacement file (1, 3 and 6 components, early ends). A broken file must end in the coded
 // read message that names it, before anything out of proportion is allocated.
@@ -110,36 +110,6 @@ using ReadGeo = InFolder;
 using ReadVariable = InFolder;
 
 }  // namespace
-
-TEST_F(ReadCase, ImplicitAndExplicitNumbering) {
-  // The increment line's first 19 columns are skipped; numbers on the "filename numbers:" and
-  // "time values:" lines are not taken; each time value takes a line of its own.
-  wft::writefile("job.case",
-                 "FORMAT\ntype: ensight gold\nGEOMETRY\nmodel: 2 results/job_*.geo\nTIME\n"
-                 "time set:              1\nnumber of steps:       3\nfilename start number: 5\n"
-                 "anything 19 columns2\ntime values:\n0.5 9.0 9.0\n\n1.5\n2.5e0\n"
-                 "time set: 2\nnumber of steps: 4\nfilename numbers: 99 98\n1 2\n\n4, 8\n"
-                 "time values: 7\n0\n0\n1.5\n2\n");
-  CaseInfo c = readcase(cap.rep, "job.case");
-  EXPECT_EQ(c.resultnums, (ints{5, 7, 9}));
-  EXPECT_EQ(c.resulttimes, (std::vector<double>{0.5, 1.5, 2.5}));
-  EXPECT_EQ(c.meshnums, (ints{1, 2, 4, 8}));
-  EXPECT_EQ(c.meshtimes, (std::vector<double>{0, 0, 1.5, 2}));
-  EXPECT_EQ(std::tuple(c.ninc, c.nmesh, c.cloudlayout, c.cloudprefix), std::tuple(3, 4, false, "."));
-  EXPECT_EQ(cap.text(), " Reading case file job.case\n Number of increments = 3\n Implicit result indexing\n"
-                        " Start number = 5\n Increment = 2\n Number of meshes     = 4\n Explicit mesh indexing\n");
-
-  // Leading zeros, an empty second set and an increment of 0 are all accepted.
-  wft::writefile("a.case",
-                 "time set: 1\nnumber of steps: 2\nfilename numbers:\n007 10\ntime values:\n1\n2\n"
-                 "time set: 2\nnumber of steps: 0\nfilename start number: 1\nfilename increment: 0\n"
-                 "time values:\n");
-  c = readcase(cap.rep, "a.case");
-  EXPECT_EQ(c.resultnums, (ints{7, 10}));
-  EXPECT_TRUE(c.nmesh == 0 && c.meshnums.empty() && c.meshtimes.empty());
-  EXPECT_TRUE(wft::contains(cap.text(), " Explicit result indexing\n Number of meshes     = 0\n"
-                                        " Implicit mesh indexing\n Start number = 1\n Increment = 0\n"));
-}
 
 TEST_F(ReadCase, EarlyEndsAndBadNumbersNameTheFile) {
   const std::string set = "time set: 1\nnumber of steps: ", imp = set + "1\nfilename start number: ";

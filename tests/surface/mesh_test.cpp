@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // From soup to checked mesh: the sort kit against std::stable_sort, tolerance and snap, the
-// edge tables against a reference built with a map, the surface checks, and facet normals.
+// edge tables against a reference built with a map, and the surface checks.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -186,32 +186,6 @@ TEST(SortKit, ValuesThatAreNotNumbers) {
   EXPECT_EQ(longrun, I({1, 2, 3}));
 }
 
-TEST(PrepareSurface, ClosedSurfaces) {
-  Prepared p = prepare(tetrahedron());
-  EXPECT_TRUE(p.check.status == 0 && p.check.watertight && p.check.oriented);
-  EXPECT_EQ(p.mesh.nvrt, 4);
-  checkmesh(p);
-  EXPECT_EQ(splitlines(p.out),
-            Lines({" Minimum edge length = 1", " Machine precision = 2.220446049250313e-16",
-                   " STL precision for 8-byte integers = 1.0842021724855044e-19",
-                   " Absolute tolerance = 1e-06", "", " Equivalencing vertices",
-                   " Number of unique vertices = 4", " Finished vertex equivalencing", "",
-                   " Equivalencing STL edges", " Number of unique edges = 6", " Euler characteristic   = 2",
-                   " Finished edge equivalencing", ""}));
-
-  // Three cubes at coordinates that are no doubles: each corner stays within the snap.
-  Soup s;
-  for (int i = 0; i < 3; ++i) {
-    const Soup c = cube(1.0 / 3.0, 0.1 + i * 2.0 / 3.0, -2.0, 1e3);
-    s.insert(s.end(), c.begin(), c.end());
-  }
-  p = prepare(s);
-  EXPECT_TRUE(p.check.status == 0 && p.check.watertight && p.check.oriented);
-  EXPECT_EQ(p.mesh.nvrt, 24);
-  checkmesh(p);
-  for (size_t c = 0; c < s.size(); ++c) ASSERT_NEAR(p.mesh.vrt[3 * (p.mesh.tri[c / 3] - 1) + c % 3], s[c], 1e-6);
-}
-
 TEST(PrepareSurface, FlippedOpenAndOverloaded) {
   // A tetrahedron with one triangle turned: the counts are right, three edges are inverse.
   Soup s = tetrahedron();
@@ -305,65 +279,4 @@ TEST(PrepareSurface, ToleranceAndSnap) {
   EXPECT_EQ(p.mesh.vrt, V({-32, -32, -32, -3, 0, 0, 0, 0, 0, 1, -1, 3, 2, 0, 1, 32, 32, 32}));
   EXPECT_FALSE(std::signbit(p.mesh.vrt[5]));  // -0.49 went through the integer: no -0
   EXPECT_EQ(p.mesh.tri, I({1, 6, 4, 2, 5, 3}));
-}
-
-// The lattice keys order the snapped vertices as the coordinates do, so both merges number the
-// vertices alike; where the keys cannot (a pitch near the spacing of doubles) none are made.
-TEST(PrepareSurface, KeyedAndCoordinateMergeAgree) {
-  std::mt19937_64 gen(3);
-  std::uniform_real_distribution<double> unit(-1.0, 1.0);
-  Soup s;
-  for (int t = 0; t < 4000; ++t) {  // corners drawn from a small pool, so many coincide
-    for (int c = 0; c < 3; ++c) {
-      const uint64_t k = gen() % 500;
-      s.insert(s.end(), {std::round(100 * std::sin(double(k))) / 7, std::cos(double(k)) * 1e3, double(k % 13) - 6});
-    }
-  }
-  for (int twice = 0; twice < 2; ++twice) {
-    wf::RawSurface a, b;
-    a.vrt = b.vrt = s;
-    a.nvrt = b.nvrt = static_cast<int32_t>(s.size() / 3);
-    a.ntri = b.ntri = a.nvrt / 3;
-    a.box = b.box = wf::boundingbox(s.data(), s.size() / 3);
-    std::vector<uint64_t> keys;
-    // The second pitch is the finest the tolerance rules allow: 2^-63 of the largest box size.
-    const double pitch = twice ? std::ldexp(std::max({a.box.size[0], a.box.size[1], a.box.size[2]}), -63) : 1e-3;
-    wf::snapvertices(a, pitch, &keys);
-    wf::snapvertices(b, pitch);
-    EXPECT_EQ(keys.empty(), twice == 1);
-    wf::SurfaceMesh ma, mb;
-    V sqa, sqb;
-    wf::mergevertices(a, ma, sqa, &keys);
-    wf::mergevertices(b, mb, sqb);
-    EXPECT_EQ(ma.vrt, mb.vrt);
-    EXPECT_EQ(ma.tri, mb.tri);
-    EXPECT_EQ(sqa, sqb);
-    EXPECT_GT(ma.nvrt, 400);
-    EXPECT_LE(ma.nvrt, 500);
-  }
-}
-
-TEST(Normals, WorkedExamples) {
-  // Unit right triangle; twice as large; reversed; two equal corners; a general triangle with
-  // u = (1, 2, 4), v = (-2, -1, 3), n = (10, -11, 3).
-  const V soup = {0, 0, 0, 1, 0, 0, 0, 1, 0,  0, 0, 0, 2, 0, 0, 0, 2, 0,  0, 0, 0, 0, 1, 0, 1, 0, 0,
-                  1, 2, 3, 1, 2, 3, 4, -5, 6,  1, 1, 1, 2, 3, 5, -1, 0, 4};
-  wf::TriangleTerms t;
-  wf::triangleterms(soup.data(), soup.size() / 3, nullptr, 5, t);
-  EXPECT_EQ(t.n, V({0, 0, 1, 0, 0, 4, 0, 0, -1, 0, 0, 0, 10, -11, 3}));
-  EXPECT_EQ(t.u, V({1, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 0, 1, 2, 4}));
-  EXPECT_EQ(t.v, V({0, 1, 0, 0, 2, 0, 1, 0, 0, 3, -7, 3, -2, -1, 3}));
-  EXPECT_EQ(t.nn, V({1, 16, 1, 0, 230}));
-  EXPECT_EQ(t.uu, V({1, 4, 1, 0, 21}));
-  EXPECT_EQ(t.uv, V({0, 0, 0, 0, 8}));
-  EXPECT_EQ(t.vv, V({1, 4, 1, 67, 14}));
-  EXPECT_EQ(t.det, V({1, 16, 1, 0, 21 * 14 - 64}));
-  EXPECT_EQ(t.den, V({2, 8, 2, 67, 21 - 16 + 14}));
-  // Indexed: the tetrahedron of edge 3 has outward faces of twice their area; a corner number
-  // outside the vertices reads as the origin.
-  const V vrt = {0, 0, 0, 3, 0, 0, 0, 3, 0, 0, 0, 3};
-  const I tri = {1, 3, 2, 1, 2, 4, 1, 4, 3, 2, 3, 4, 9, 2, 3};
-  V n;
-  wf::facetnormals(vrt.data(), 4, tri.data(), 5, n);
-  EXPECT_EQ(n, V({0, 0, -9, 0, -9, 0, -9, 0, 0, 9, 9, 9, 0, 0, 9}));
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The displacement of a point and of a surface: the node grid, the weighted average with its
-// snap, stored nodes and ring search, the Z rules, the scan path, and the refinement walk, whose
+// stored nodes and ring search, the scan path, and the refinement walk, whose
 // midpoints computed ahead in waves must give exactly the walk that displaces each when reached.
 #include <gtest/gtest.h>
 #include <omp.h>
@@ -116,29 +116,6 @@ TEST(NodeGrid, CellsHoldTheirNodesInOrderAndFlatBoxesAreRefused) {
   EXPECT_EQ(wft::fatalof([&] { filenodes(f, flat.data(), 200); }), "32 initgrid, nncell, 1");
 }
 
-TEST(NodalWarp, InverseDistanceAverageAndSnap) {
-  Nodes n({{0, 0, 0}, {3, 0, 0}}, [](const P3 &p) { return p[0] == 0 ? P3{3, 0, 0} : P3{0, 3, 0}; });
-  n.params.navg = 2;
-  WarpWork w(2);
-  // Distances 1 and 2: weights 1 and 1/2, u = (2, 1, 0); moved against it.
-  EXPECT_EQ(n.warp({1, 0, 0}, w), (P3{-1, -1, 0}));
-  // Exponent 2: weights 1 and 1/4, u = (2.4, 0.6, 0); warpscale 0.5.
-  n.params.halfexponent = 1.0;
-  n.params.warpscale = 0.5;
-  const P3 p = n.warp({1, 0, 0}, w);
-  EXPECT_DOUBLE_EQ(p[0], 1.0 + 0.5 * (3.0 / 1.25));
-  EXPECT_DOUBLE_EQ(p[1], 0.5 * (0.75 / 1.25));
-  // Snap: node 1 within the tolerance is visited before node 2 exactly on the point and wins.
-  Nodes s({{1 + 5e-6, 0, 0}, {1, 0, 0}, {5, 0, 0}}, [](const P3 &q) { return P3{q[0], 10 * q[0], 0}; });
-  s.params.navg = 2;
-  EXPECT_EQ(s.warp({1, 0, 0}, w), (P3{1 - (1 + 5e-6), -10 * (1 + 5e-6), 0}));
-  // The tolerance is inclusive: a node at exactly the snap distance.
-  Nodes t({{3, 0, 0}, {1.5, 0, 0}}, [](const P3 &q) { return P3{0, 0, q[0]}; });
-  t.params.navg = 2;
-  t.params.snaptolsq = 0.25;
-  EXPECT_EQ(t.warp({1, 0, 0}, w)[2], -1.5);
-}
-
 TEST(NodalWarp, WorstStoredNodeIsReplacedAndTiesKept) {
   // Around the point 0: squared distances 4, 1, 4, 0.25, 2.25, 2.25.
   Nodes n({{2, 0, 0}, {1, 0, 0}, {-2, 0, 0}, {0.5, 0, 0}, {-1.5, 0, 0}, {1.5, 0, 0}}, identity);
@@ -212,42 +189,6 @@ TEST(NodalWarp, TooFewActiveNodesAveragesOnlyWhatWasFound) {
     std::fill(w.nodes.begin(), w.nodes.end(), 14);
     const P3 p = n.warp(c.q, w);
     for (int a = 0; a < 3; ++a) EXPECT_NEAR(p[static_cast<size_t>(a)], c.want[static_cast<size_t>(a)], 1e-15) << c.navg;
-  }
-}
-
-TEST(NodalWarp, ZRulesWithAndWithoutReference) {
-  // Constant field u = (0.1, -0.2, 0.3), warpscale -1. With a reference at z = 1:
-  // q = p - warpscale * u lies under it, so x, y stay and z becomes z + (1 - q_z).
-  struct Case {
-    bool ref, fixz, nrle;
-    double buildplane, ztol, z, wantz;
-  };
-  const Case cases[] = {
-      {false, false, false, 0, 0, 0.5, 0.2},
-      {false, true, false, 0, 0.5, 0.5, 0.5},  // the fixed band is inclusive
-      {false, true, false, 0, 0.5, -0.5, -0.5},
-      {false, true, false, 0, 0.5, 0.5000001, 0.2000001},
-      {false, false, true, 0, 0, 1.7, 1.7},  // no Z displacement at all
-      {true, false, false, 0, 0, 0.2, 0.7},
-      {true, true, false, 0.19, 0.05, 0.2, 0.19},  // on the plane: lands on it exactly
-      {true, true, false, 0.19, 0.05, 0.3, 0.7},   // outside the band: corrected
-      {true, false, true, 0, 0, 0.3, 0.3},
-  };
-  Nodes n(lattice({0, 0, 0}, {3, 3, 3}), [](const P3 &) { return P3{0.1, -0.2, 0.3}; });
-  n.params.navg = 4;
-  const QuerySet plane = queryset({-50, -50, 1, 50, -50, 1, 50, 50, 1, -50, -50, 1, 50, 50, 1, -50, 50, 1});
-  WarpWork w(4);
-  for (const Case &c : cases) {
-    n.params.refg = c.ref, n.params.fixz = c.fixz, n.params.norel = c.nrle;
-    n.params.buildplane = c.buildplane, n.params.ztol = c.ztol;
-    const P3 p = n.warp({0.5, 0.5, c.z}, w, &plane);
-    EXPECT_NEAR(p[0], c.ref ? 0.5 : 0.4, 1e-14) << c.z;
-    EXPECT_NEAR(p[1], c.ref ? 0.5 : 0.7, 1e-14) << c.z;
-    if (c.wantz == c.z || c.wantz == c.buildplane) {
-      EXPECT_EQ(p[2], c.wantz) << c.z;
-    } else {
-      EXPECT_NEAR(p[2], c.wantz, 1e-12) << c.z;
-    }
   }
 }
 
@@ -359,24 +300,4 @@ TEST(Refine, WavesGiveExactlyTheSerialWalk) {
   // Progress was told, and never past 99 before the end of the step.
   EXPECT_FALSE(serial.percents.empty());
   EXPECT_LE(serial.percents.back(), 99);
-}
-
-// A constant field moves every vertex by the same amount, whatever the thread count, and a field
-// that bends nothing splits only what is longer than maxedge.
-TEST(Refine, ConstantFieldSplitsOnlyLongEdges) {
-  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}), [](const P3 &) { return P3{0.25, -0.5, 0.125}; });
-  RefineParams params;
-  params.minedge = 0.1;
-  params.maxedge = 2.6;  // the squares' sides are 2.5, their diagonals 3.54
-  const Refined r = refine(n.field(), params, true, 2);
-  SurfaceMesh before;
-  EdgeTable e0;
-  cubeandsheet(10.0, 4, before, e0);
-  // Each diagonal split once: its four halves and cross edges are all short enough.
-  EXPECT_EQ(r.counts.active, 2 * before.ntri);
-  for (int32_t v = 0; v < r.mesh.nvrt; ++v)
-    for (int a = 0; a < 3; ++a) {
-      const size_t k = 3 * static_cast<size_t>(v) + static_cast<size_t>(a);
-      EXPECT_DOUBLE_EQ(r.mesh.vrt[k] - r.mesh.prewarp[k], -(P3{0.25, -0.5, 0.125})[static_cast<size_t>(a)]);
-    }
 }
