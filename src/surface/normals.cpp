@@ -15,10 +15,6 @@ inline void crossproduct(double *r, const double *a, const double *b) {
   r[2] = a[0] * b[1] - a[1] * b[0];
 }
 
-inline double dot(const double *a, const double *b) {
-  return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
-}
-
 // Calls f(t, u, v) for every triangle with its two edge vectors from corner 1.
 template <class F>
 void eachtriangle(const double *vrt, size_t nvrt, const int32_t *tri, size_t ntri, F f) {
@@ -50,35 +46,6 @@ void facetnormals(const double *vrt, size_t nvrt, const int32_t *tri, int32_t nt
   allocate(n, 3 * nt, "normals, nrgtri, 1");
   eachtriangle(vrt, nvrt, tri, nt, [&](size_t t, const double *u, const double *v) {
     crossproduct(n.data() + 3 * t, u, v);
-  });
-}
-
-void triangleterms(const double *vrt, size_t nvrt, const int32_t *tri, int32_t ntri,
-                   TriangleTerms &terms) {
-  const size_t nt = ntri > 0 ? static_cast<size_t>(ntri) : 0;
-  allocate(terms.n, 3 * nt, "normals, nrgtri, 1");
-  allocate(terms.u, 3 * nt, "normals, ugtri, 1");
-  allocate(terms.v, 3 * nt, "normals, ugtri, 1");
-  allocate(terms.nn, nt, "normals, ugtri, 1");
-  terms.uu.assign(nt, 0.0);
-  terms.uv.assign(nt, 0.0);
-  terms.vv.assign(nt, 0.0);
-  terms.det.assign(nt, 0.0);
-  terms.den.assign(nt, 0.0);
-  eachtriangle(vrt, nvrt, tri, nt, [&](size_t t, const double *u, const double *v) {
-    double *n = terms.n.data() + 3 * t;
-    crossproduct(n, u, v);
-    for (int k = 0; k < 3; ++k) {
-      terms.u[3 * t + k] = u[k];
-      terms.v[3 * t + k] = v[k];
-    }
-    const double uu = dot(u, u), uv = dot(u, v), vv = dot(v, v);
-    terms.nn[t] = dot(n, n);
-    terms.uu[t] = uu;
-    terms.uv[t] = uv;
-    terms.vv[t] = vv;
-    terms.det[t] = std::fabs(uu * vv - uv * uv);
-    terms.den[t] = uu - 2.0 * uv + vv;
   });
 }
 

@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "warp/closestpoint.h"
 
+#include <emmintrin.h>
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <new>
 
@@ -17,12 +22,19 @@ namespace {
 
 inline double clamp01(double x) { return x < 0.0 ? 0.0 : (x > 1.0 ? 1.0 : x); }
 
-// The point X of triangle q nearest to (px, py, pz) by the seven regions, and D = |X - P|^2.
-// Both the linear pass and the index call this one routine, so a triangle gets the same bits
-// whichever way it is reached.
-inline double nearest(const QueryTriangle &q, double px, double py, double pz, double *x) {
-  const double *cc = q.c, *u = q.e0, *v = q.e1;
-  const double a = q.a, b = q.b, c = q.cc, det = q.det, den = q.den;
+// The point X of the triangle with corners p1, p2, p3 nearest to (px, py, pz) by the seven
+// regions, and D = |X - P|^2. Its terms are worked out here, always by the same operations in
+// the same order, and both the linear pass and the index call this one routine, so a triangle
+// gets the same bits whichever way it is reached.
+inline double nearest(const double *p1, const double *p2, const double *p3, double px, double py,
+                      double pz, double *x) {
+  const double u[3] = {p2[0] - p1[0], p2[1] - p1[1], p2[2] - p1[2]};
+  const double v[3] = {p3[0] - p1[0], p3[1] - p1[1], p3[2] - p1[2]};
+  const double a = u[0] * u[0] + u[1] * u[1] + u[2] * u[2];
+  const double b = u[0] * v[0] + u[1] * v[1] + u[2] * v[2];
+  const double c = v[0] * v[0] + v[1] * v[1] + v[2] * v[2];
+  const double det = std::fabs(a * c - b * b), den = a - 2.0 * b + c;
+  const double *cc = p1;
   const double dx = cc[0] - px, dy = cc[1] - py, dz = cc[2] - pz;
   const double d = u[0] * dx + u[1] * dy + u[2] * dz;
   const double e = v[0] * dx + v[1] * dy + v[2] * dz;
@@ -84,18 +96,20 @@ inline double nearest(const QueryTriangle &q, double px, double py, double pz, d
   return rx * rx + ry * ry + rz * rz;
 }
 
-// The best triangle so far: the smallest D, of equal D the first in file order; a D that is not
-// a number or is infinite is never taken (none beats the start of +infinity).
+// The best triangle so far by its place k in the leaf order: the smallest D, of equal D the
+// first in file order; a D that is not a number or is infinite is never taken (none beats the
+// start of +infinity).
 struct Best {
   double d = std::numeric_limits<double>::infinity();
-  int32_t t = -1;
+  int32_t k = -1;
   double x[3] = {0, 0, 0};
-  void offer(const QueryTriangle &q, int32_t t0, double px, double py, double pz) {
+  void offer(const double *p1, const double *p2, const double *p3, int32_t k0,
+             const int32_t *fileindex, double px, double py, double pz) {
     double y[3];
-    const double dd = nearest(q, px, py, pz, y);
-    if (dd < d || (t >= 0 && dd == d && t0 < t)) {
+    const double dd = nearest(p1, p2, p3, px, py, pz, y);
+    if (dd < d || (k >= 0 && dd == d && fileindex[k0] < fileindex[k])) {
       d = dd;
-      t = t0;
+      k = k0;
       x[0] = y[0];
       x[1] = y[1];
       x[2] = y[2];
@@ -103,35 +117,63 @@ struct Best {
   }
 };
 
-// Squared distance from a point to a box (0 inside).
-inline double boxdistance(const float *blo, const float *bhi, double px, double py, double pz) {
-  // Without branches: of lo - p and p - hi at most one is positive.
-  const double gx = std::max(double(blo[0]) - px, 0.0) + std::max(px - double(bhi[0]), 0.0);
-  const double gy = std::max(double(blo[1]) - py, 0.0) + std::max(py - double(bhi[1]), 0.0);
-  const double gz = std::max(double(blo[2]) - pz, 0.0) + std::max(pz - double(bhi[2]), 0.0);
-  return gx * gx + gy * gy + gz * gz;
-}
-inline double boxdistance(const BoxNode &n, double px, double py, double pz) {
-  return boxdistance(n.lo, n.hi, px, py, pz);
+// The layout of a leaf block (see WideNode): the words of its head, and the whole block.
+constexpr int32_t headwords(int32_t ntri) { return (5 + 3 * ntri + 7) / 8; }
+constexpr int32_t blockwords(int32_t ntri, int32_t ncorners) { return headwords(ntri) + 3 * ncorners; }
+
+// Side q of axis k of a child's box. q * step is exact (8 bits times 24), so the sum is the one
+// rounding, the same wherever it is worked out, fused or not.
+inline double side(const WideNode &n, int k, unsigned q) {
+  return double(n.origin[k]) + double(q) * double(n.step[k]);
 }
 
-// Starts loading what a pushed node will read when it is taken: its children's boxes, or its
-// triangles.
-inline void prefetch(const BoxNode &n, const BoxNode *nodes, const QueryTriangle *terms) {
-  if (n.count == 0) {
-    __builtin_prefetch(nodes + n.first);
+// Squared distances from a point to the boxes of the four children (0 inside, not a number
+// when the node's box is not finite), two children to a register; each side is side() to the
+// bit.
+inline void childdistances(const WideNode &n, const double *p, double *out) {
+  const __m128i zero = _mm_setzero_si128();
+  __m128d sum01 = _mm_setzero_pd(), sum23 = _mm_setzero_pd();
+  for (int k = 0; k < 3; ++k) {
+    const __m128d o = _mm_set1_pd(double(n.origin[k])), step = _mm_set1_pd(double(n.step[k]));
+    const __m128d pk = _mm_set1_pd(p[k]);
+    int32_t lo4, hi4;
+    std::memcpy(&lo4, n.lo[k], 4);
+    std::memcpy(&hi4, n.hi[k], 4);
+    const __m128i lo = _mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(lo4), zero), zero);
+    const __m128i hi = _mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(hi4), zero), zero);
+    // Of lo - p and p - hi at most one is positive; maxpd returns its second operand when one is
+    // not a number, so such a difference is kept.
+    auto gap = [&](__m128i l, __m128i h) {
+      const __m128d sl = _mm_add_pd(o, _mm_mul_pd(_mm_cvtepi32_pd(l), step));
+      const __m128d sh = _mm_add_pd(o, _mm_mul_pd(_mm_cvtepi32_pd(h), step));
+      const __m128d g = _mm_add_pd(_mm_max_pd(_mm_setzero_pd(), _mm_sub_pd(sl, pk)),
+                                   _mm_max_pd(_mm_setzero_pd(), _mm_sub_pd(pk, sh)));
+      return _mm_mul_pd(g, g);
+    };
+    sum01 = _mm_add_pd(sum01, gap(lo, hi));
+    sum23 = _mm_add_pd(sum23, gap(_mm_shuffle_epi32(lo, 0xEE), _mm_shuffle_epi32(hi, 0xEE)));
+  }
+  _mm_storeu_pd(out, sum01);
+  _mm_storeu_pd(out + 2, sum23);
+}
+
+// Starts loading what a pushed child will read when it is taken: its node, or its leaf block.
+inline void prefetch(int32_t child, const WideNode *nodes, const double *leaves) {
+  if (child > 0) {
+    __builtin_prefetch(nodes + child);
   } else {
-    const char *p = reinterpret_cast<const char *>(terms + n.first);
-    const char *e = reinterpret_cast<const char *>(terms + n.first + n.count);
-    for (; p < e; p += 64) __builtin_prefetch(p);
+    const int32_t code = -1 - child;
+    const double *p = leaves + 8 * static_cast<size_t>(code >> 4);
+    for (int32_t l = 0; l < (code & 15); ++l) __builtin_prefetch(p + 8 * l);
   }
 }
 
 // Why a skip can never lose the winner. A computed X lies within a few units in the last place
 // of its exact counterpart, which lies (up to the same rounding of s + t) on the triangle: every
 // coordinate is off by less than 40 eps M, M the largest magnitude of any corner coordinate.
-// Boxes are grown by 64 eps M (and rounded outwards to single precision), so every computed X
-// lies in its leaf's box and in every box above it, and the exact distance of the box is at
+// Triangle boxes are grown by 64 eps M and rounded outwards to single precision, node boxes
+// hold their triangles' boxes, and quantized child boxes are rounded outwards again, so every
+// computed X lies in every box above its triangle, and the exact distance of such a box is at
 // most the exact |X - P|^2. The computed D is at least that exact value times (1 - 6 eps), the
 // computed box distance at most the exact one times (1 + 6 eps). A box is therefore skipped only
 // when its computed distance times (1 - 2^-40), far below those factors, is still above the
@@ -139,7 +181,10 @@ inline void prefetch(const BoxNode &n, const BoxNode *nodes, const QueryTriangle
 constexpr double shrink = 1.0 - 0x1p-40;
 constexpr int leafsize = 4;
 constexpr int maxdepth = 60;
-constexpr int stacksize = 2 * maxdepth + 64;  // past maxdepth, middle cuts add at most 32 levels
+// Past maxdepth, middle cuts add at most 32 levels; a node pushes at most four children, and
+// the one taken next is among them.
+constexpr int stacksize = 4 * (maxdepth + 32) + 4;
+static_assert((blockwords(leafsize, 3 * leafsize) + 7) / 8 < 16, "a block's lines fit in 4 bits");
 
 float floatbelow(double v) {
   float f = static_cast<float>(v);
@@ -159,11 +204,11 @@ void closestpointlinear(const double *query, double *out, const QuerySet &set) {
   // Every triangle in file order; a later one is taken only when strictly nearer.
   out[0] = px, out[1] = py, out[2] = pz;
   double best = std::numeric_limits<double>::infinity();
-  const QueryTriangle *terms = set.terms.data();
-  const bool moved = !set.position.empty();
-  for (int32_t t = 0; t < set.ntri; ++t) {
+  const double *c = set.corners.data();
+  const int32_t nt = std::min(set.ntri, static_cast<int32_t>(set.corners.size() / 9));
+  for (int32_t t = 0; t < nt; ++t, c += 9) {
     double x[3];
-    const double d = nearest(terms[moved ? set.position[static_cast<size_t>(t)] : t], px, py, pz, x);
+    const double d = nearest(c, c + 3, c + 6, px, py, pz, x);
     if (d < best) {
       best = d;
       out[0] = x[0], out[1] = x[1], out[2] = x[2];
@@ -178,11 +223,12 @@ void closestpoint(const double *query, double *out, const QuerySet &set) {
   }
   const double px = query[0], py = query[1], pz = query[2];
   Best best;
-  const BoxNode *nodes = set.nodes.data();
+  const WideNode *nodes = set.nodes.data();
   const int32_t *fileindex = set.fileindex.data();
-  const QueryTriangle *terms = set.terms.data();
-  // Nodes to visit, each with the lower bound of its distance (taken again when it is reached,
-  // since the best may have improved in between).
+  const double *leaves = set.leaves.data();
+  const double p[3] = {px, py, pz};
+  // Children to visit, each with the lower bound of its distance (taken again when it is
+  // reached, since the best may have improved in between).
   int32_t stack[stacksize];
   double bound[stacksize];
   int top = 0;
@@ -191,60 +237,83 @@ void closestpoint(const double *query, double *out, const QuerySet &set) {
   while (top > 0) {
     --top;
     if (bound[top] * shrink > best.d) continue;
-    const BoxNode &n = nodes[stack[top]];
-    if (n.count > 0) {
-      for (int32_t k = n.first; k < n.first + n.count; ++k) best.offer(terms[k], fileindex[k], px, py, pz);
+    const int32_t ref = stack[top];
+    if (ref < 0) {
+      const int32_t code = -1 - ref;
+      const double *block = leaves + 8 * static_cast<size_t>(code >> 4);
+      const unsigned char *head = reinterpret_cast<const unsigned char *>(block);
+      int32_t place;
+      std::memcpy(&place, head, sizeof place);
+      const int32_t nt = head[4];
+      const unsigned char *no = head + 5;
+      const double *corner = block + headwords(nt);
+      for (int32_t j = 0; j < nt; ++j, no += 3)
+        best.offer(corner + 3 * no[0], corner + 3 * no[1], corner + 3 * no[2], place + j, fileindex, px, py, pz);
       continue;
     }
-    // The nearer child is taken first; a child beyond the best is not pushed at all.
-    const int32_t l = n.first, r = n.first + 1;
-    const double dl = boxdistance(nodes[l], px, py, pz), dr = boxdistance(nodes[r], px, py, pz);
-    const bool leftfirst = !(dr < dl);
-    const int32_t nearchild = leftfirst ? l : r, farchild = leftfirst ? r : l;
-    const double dnear = leftfirst ? dl : dr, dfar = leftfirst ? dr : dl;
-    if (!(dfar * shrink > best.d)) {
-      stack[top] = farchild;
-      bound[top++] = dfar;
-      prefetch(nodes[farchild], nodes, terms);
+    // The children not beyond the best, pushed farthest first so that the nearest is taken next.
+    const WideNode &n = nodes[ref];
+    int32_t take[4];
+    double dist[4];
+    int m = 0;
+    double all[4];
+    childdistances(n, p, all);
+    for (int j = 0; j < 4; ++j) {
+      if (n.child[j] == 0) continue;
+      const double d = all[j];
+      if (d * shrink > best.d) continue;
+      int i = m++;
+      for (; i > 0 && dist[i - 1] < d; --i) {
+        dist[i] = dist[i - 1];
+        take[i] = take[i - 1];
+      }
+      dist[i] = d;
+      take[i] = n.child[j];
     }
-    if (!(dnear * shrink > best.d)) {
-      stack[top] = nearchild;
-      bound[top++] = dnear;
-      prefetch(nodes[nearchild], nodes, terms);
+    for (int i = 0; i < m; ++i) {
+      stack[top] = take[i];
+      bound[top++] = dist[i];
+      prefetch(take[i], nodes, leaves);
     }
   }
-  if (best.t < 0) {
+  if (best.k < 0) {
     out[0] = px, out[1] = py, out[2] = pz;
   } else {
     out[0] = best.x[0], out[1] = best.x[1], out[2] = best.x[2];
   }
 }
 
+void *indexmemory(size_t bytes) {
+  constexpr size_t huge = size_t{2} << 20;
+  if (bytes >= 2 * huge) {
+    const size_t whole = (bytes + huge - 1) / huge * huge;
+    void *p = std::aligned_alloc(huge, whole);
+    if (!p) throw std::bad_alloc();
+    madvise(p, whole, MADV_HUGEPAGE);  // advice only: without huge pages nothing else changes
+    return p;
+  }
+  return ::operator new(bytes, std::align_val_t{64});
+}
+
+void freeindexmemory(void *p, size_t bytes) {
+  if (bytes >= 2 * (size_t{2} << 20))
+    std::free(p);
+  else
+    ::operator delete(p, std::align_val_t{64});
+}
+
 QuerySet makequeryset(std::vector<double> &&corners, int32_t ntri, const double box[6]) {
-  TriangleTerms terms;
-  triangleterms(corners.data(), corners.size() / 3, nullptr, ntri, terms);
   QuerySet set;
   set.ntri = std::max(ntri, int32_t{0});
   set.nvrt = 3 * set.ntri;
   for (int k = 0; k < 6; ++k) set.bbox[k] = box[k];
-  const size_t nt = static_cast<size_t>(set.ntri);
-  allocate(set.terms, nt, "procref, aref, 1");
-  for (size_t t = 0; t < nt; ++t) {
-    QueryTriangle &q = set.terms[t];
-    for (int k = 0; k < 3; ++k) {
-      q.c[k] = corners[9 * t + k];
-      q.e0[k] = terms.u[3 * t + k];
-      q.e1[k] = terms.v[3 * t + k];
-    }
-    q.a = terms.uu[t];
-    q.b = terms.uv[t];
-    q.cc = terms.vv[t];
-    q.det = terms.det[t];
-    q.den = terms.den[t];
+  facetnormals(corners.data(), corners.size() / 3, nullptr, set.ntri, set.normal);
+  allocate(set.nnsq, static_cast<size_t>(set.ntri), "procref, aref, 1");
+  for (size_t t = 0; t < set.nnsq.size(); ++t) {
+    const double *n = set.normal.data() + 3 * t;
+    set.nnsq[t] = n[0] * n[0] + n[1] * n[1] + n[2] * n[2];
   }
   set.corners = std::move(corners);
-  set.normal = std::move(terms.n);
-  set.nnsq = std::move(terms.nn);
   buildindex(set);
   return set;
 }
@@ -257,6 +326,13 @@ namespace {
 struct Item {
   float lo[3], hi[3], mid[3];
   int32_t t;
+};
+
+// A node of the binary tree the index is built from: its box; an inner node (count == 0) has
+// its children at nodes[first] and nodes[first + 1], a leaf holds items[first, first + count).
+struct BoxNode {
+  float lo[3], hi[3];
+  int32_t first, count;
 };
 
 using NodeVec = std::vector<BoxNode, LineAllocator<BoxNode>>;
@@ -384,22 +460,162 @@ void buildtree(Item *items, Range root, NodeVec &nodes) {
   }
 }
 
+// Writes the leaf blocks in the order of the tree (the order of the items) and returns, for
+// each leaf of the binary tree, the child entry that points at its block. A corner shared by
+// triangles of one leaf is stored once: equal means equal bits, so every triangle reads exactly
+// the coordinates of the file.
+std::vector<int32_t> packleaves(QuerySet &set, const std::vector<Item> &items, const NodeVec &tree) {
+  const size_t nt = items.size();
+  std::vector<int32_t> leafat(nt, -1);  // the leaf starting at item k
+  for (size_t i = 0; i < tree.size(); ++i)
+    if (tree[i].count > 0) leafat[static_cast<size_t>(tree[i].first)] = static_cast<int32_t>(i);
+  std::vector<int32_t> order;
+  order.reserve(nt / 2 + 1);
+  for (int32_t i : leafat)
+    if (i >= 0) order.push_back(i);
+  release(leafat);
+  const int32_t nleaves = static_cast<int32_t>(order.size());
+  auto leaf = [&](int32_t l) -> const BoxNode & { return tree[static_cast<size_t>(order[static_cast<size_t>(l)])]; };
+  auto corner = [&](size_t k, size_t c) { return set.corners.data() + 9 * static_cast<size_t>(items[k].t) + 3 * c; };
+
+  // Each triangle's corner numbers within its leaf, and each leaf's count of cache lines.
+  std::vector<unsigned char> cornerno(3 * nt);
+  std::vector<int64_t> start(static_cast<size_t>(nleaves) + 1, 0);
+#pragma omp parallel for schedule(static)
+  for (int32_t l = 0; l < nleaves; ++l) {
+    const BoxNode &n = leaf(l);
+    const double *distinct[3 * leafsize];
+    int32_t nd = 0;
+    for (size_t k = static_cast<size_t>(n.first); k < static_cast<size_t>(n.first + n.count); ++k)
+      for (size_t c = 0; c < 3; ++c) {
+        const double *p = corner(k, c);
+        int32_t j = 0;
+        while (j < nd && std::memcmp(distinct[j], p, 3 * sizeof(double)) != 0) ++j;
+        if (j == nd) distinct[nd++] = p;
+        cornerno[3 * k + c] = static_cast<unsigned char>(j);
+      }
+    start[static_cast<size_t>(l) + 1] = (blockwords(n.count, nd) + 7) / 8;
+  }
+  for (size_t l = 0; l < static_cast<size_t>(nleaves); ++l) start[l + 1] += start[l];
+  if (start.back() >= (int64_t{1} << 27)) throw std::bad_alloc();  // lines must fit a child entry
+
+  std::vector<int32_t> ref(tree.size(), 0);
+  set.leaves.assign(8 * static_cast<size_t>(start.back()), 0.0);
+  set.fileindex.resize(nt);
+#pragma omp parallel for schedule(static)
+  for (int32_t l = 0; l < nleaves; ++l) {
+    const BoxNode &n = leaf(l);
+    const size_t begin = static_cast<size_t>(n.first), count = static_cast<size_t>(n.count);
+    const int64_t line = start[static_cast<size_t>(l)], lines = start[static_cast<size_t>(l) + 1] - line;
+    unsigned char *head = reinterpret_cast<unsigned char *>(set.leaves.data() + 8 * line);
+    const int32_t place = n.first;
+    std::memcpy(head, &place, sizeof place);
+    head[4] = static_cast<unsigned char>(count);
+    std::memcpy(head + 5, cornerno.data() + 3 * begin, 3 * count);
+    double *out = set.leaves.data() + 8 * line + headwords(n.count);
+    for (size_t k = begin; k < begin + count; ++k) {
+      set.fileindex[k] = items[k].t;
+      for (size_t c = 0; c < 3; ++c) std::memcpy(out + 3 * cornerno[3 * k + c], corner(k, c), 3 * sizeof(double));
+    }
+    ref[static_cast<size_t>(order[static_cast<size_t>(l)])] = static_cast<int32_t>(-1 - (line * 16 + lines));
+  }
+  return ref;
+}
+
+// The quantized box of a child within node n (see WideNode), rounded outwards by the very
+// arithmetic of the queries.
+void quantize(WideNode &n, int j, const BoxNode &box) {
+  for (int k = 0; k < 3; ++k) {
+    unsigned lo = 0, hi = 0;
+    if (n.step[k] > 0) {
+      const double span = double(n.step[k]);
+      lo = static_cast<unsigned>(std::clamp(std::floor((double(box.lo[k]) - n.origin[k]) / span), 0.0, 255.0));
+      hi = static_cast<unsigned>(std::clamp(std::ceil((double(box.hi[k]) - n.origin[k]) / span), 0.0, 255.0));
+      while (lo > 0 && side(n, k, lo) > box.lo[k]) --lo;
+      while (hi < 255 && side(n, k, hi) < box.hi[k]) ++hi;
+    }
+    n.lo[k][j] = static_cast<uint8_t>(lo);
+    n.hi[k][j] = static_cast<uint8_t>(hi);
+  }
+}
+
+// The origin and steps of a node with the given box: side 255 reaches the top of the box.
+void setframe(WideNode &n, const BoxNode &box) {
+  bool finite = true;
+  for (int k = 0; k < 3; ++k) finite = finite && std::isfinite(box.lo[k]) && std::isfinite(box.hi[k]);
+  for (int k = 0; k < 3; ++k) {
+    if (!finite) {
+      n.origin[k] = 0.0f;
+      n.step[k] = std::numeric_limits<float>::quiet_NaN();
+      continue;
+    }
+    n.origin[k] = box.lo[k];
+    n.step[k] = floatabove((double(box.hi[k]) - double(box.lo[k])) / 255.0);
+    while (side(n, k, 255) < box.hi[k]) n.step[k] = std::nextafter(n.step[k], finf);
+  }
+}
+
+// The four-way tree: each node takes the children of a binary node and keeps opening the
+// largest inner one among them until it has four.
+void collapse(QuerySet &set, const NodeVec &tree, const std::vector<int32_t> &ref) {
+  auto area = [](const BoxNode &b) {
+    const double x = double(b.hi[0]) - b.lo[0], y = double(b.hi[1]) - b.lo[1], z = double(b.hi[2]) - b.lo[2];
+    return x * y + y * z + z * x;
+  };
+  set.nodes.reserve(tree.size() / 3 + 2);
+  set.nodes.emplace_back();
+  std::vector<std::pair<int32_t, int32_t>> todo{{0, 0}};  // binary node, its four-way node
+  while (!todo.empty()) {
+    const auto [b, w] = todo.back();
+    todo.pop_back();
+    int32_t kids[4];
+    int nk = 0;
+    if (tree[static_cast<size_t>(b)].count > 0) {
+      kids[nk++] = b;  // a root that is a leaf
+    } else {
+      kids[nk++] = tree[static_cast<size_t>(b)].first;
+      kids[nk++] = tree[static_cast<size_t>(b)].first + 1;
+    }
+    while (nk < 4) {
+      int open = -1;
+      double largest = -1.0;
+      for (int i = 0; i < nk; ++i) {
+        const BoxNode &c = tree[static_cast<size_t>(kids[i])];
+        const double a = area(c);
+        if (c.count == 0 && (open < 0 || a > largest)) open = i, largest = a;
+      }
+      if (open < 0) break;
+      const int32_t first = tree[static_cast<size_t>(kids[open])].first;
+      for (int i = nk; i > open + 1; --i) kids[i] = kids[i - 1];
+      kids[open] = first;
+      kids[open + 1] = first + 1;
+      ++nk;
+    }
+    WideNode n{};
+    setframe(n, tree[static_cast<size_t>(b)]);
+    for (int j = 0; j < nk; ++j) {
+      const BoxNode &c = tree[static_cast<size_t>(kids[j])];
+      quantize(n, j, c);
+      if (c.count > 0) {
+        n.child[j] = ref[static_cast<size_t>(kids[j])];
+      } else {
+        n.child[j] = static_cast<int32_t>(set.nodes.size());
+        set.nodes.emplace_back();
+        todo.push_back({kids[j], n.child[j]});
+      }
+    }
+    set.nodes[static_cast<size_t>(w)] = n;
+  }
+}
+
 }  // namespace
 
 void buildindex(QuerySet &set) {
   const int32_t nt = std::max(set.ntri, int32_t{0});
-  set.nodes.clear();
-  if (!set.position.empty()) {  // back to file order first
-    std::vector<QueryTriangle> fileorder(set.terms.size());
-    for (size_t k = 0; k < set.terms.size(); ++k)
-      fileorder[static_cast<size_t>(set.fileindex[k])] = set.terms[k];
-    set.terms.swap(fileorder);
-    set.fileindex.clear();
-    set.position.clear();
-  }
-  if (nt == 0 || set.corners.size() < 9 * static_cast<size_t>(nt) ||
-      set.terms.size() < static_cast<size_t>(nt))
-    return;
+  release(set.nodes);
+  release(set.leaves);
+  release(set.fileindex);
+  if (nt == 0 || set.corners.size() < 9 * static_cast<size_t>(nt)) return;
   try {
     std::vector<Item> items(static_cast<size_t>(nt));
     // The margin of the boxes (see above).
@@ -425,7 +641,7 @@ void buildindex(QuerySet &set) {
     // The top of the tree is split here, down to ranges of a fixed size; those are built side by
     // side and joined in their order, so the tree never depends on the number of threads.
     constexpr int32_t piece = 1 << 15;
-    NodeVec &nodes = set.nodes;
+    NodeVec nodes;
     nodes.reserve(static_cast<size_t>(nt / 2 + 2));
     nodes.emplace_back();
     nodes.emplace_back();  // unused: children pairs start at even places
@@ -478,20 +694,12 @@ void buildindex(QuerySet &set) {
       NodeVec().swap(built[static_cast<size_t>(p)]);
     }
 
-    // The terms move into the order of the leaves, so that a leaf reads one run of memory.
-    std::vector<QueryTriangle> leaforder(static_cast<size_t>(nt));
-    set.position.resize(static_cast<size_t>(nt));
-    set.fileindex.resize(static_cast<size_t>(nt));
-#pragma omp parallel for schedule(static)
-    for (int32_t k = 0; k < nt; ++k) {
-      const int32_t t = items[static_cast<size_t>(k)].t;
-      leaforder[static_cast<size_t>(k)] = set.terms[static_cast<size_t>(t)];
-      set.position[static_cast<size_t>(t)] = k;
-      set.fileindex[static_cast<size_t>(k)] = t;
-    }
-    set.terms.swap(leaforder);
+    const std::vector<int32_t> ref = packleaves(set, items, nodes);
+    collapse(set, nodes, ref);
   } catch (const std::bad_alloc &) {
-    set.nodes.clear();
+    release(set.nodes);
+    release(set.leaves);
+    release(set.fileindex);
     checkalloc(1, "closestpoint, index, 1");
   }
 }

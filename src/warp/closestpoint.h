@@ -2,11 +2,10 @@
 // A prepared triangle query set (the reference or the scanned geometry), its bounding-volume
 // hierarchy, and the closest point on it.
 //
-// Triangles are numbered 0-based in file order. corners holds corner k of triangle t at
-// [9t + 3k ..] (file order). Each triangle's terms (corner 1 C, E0 = corner 2 - C,
-// E1 = corner 3 - C, a = E0.E0, b = E0.E1, c = E1.E1, det = |ac - bb|, den = a - 2b + c) are
-// kept in one record; once the index is built the records stand in the order of its leaves:
-// terms[k] is file triangle fileindex[k], and file triangle t is at terms[position[t]].
+// Triangles are numbered 0-based in file order; corners holds corner k of triangle t at
+// [9t + 3k ..]. The terms of a triangle (corner 1 C, E0 = corner 2 - C, E1 = corner 3 - C,
+// a = E0.E0, b = E0.E1, c = E1.E1, det = |ac - bb|, den = a - 2b + c) are worked out from its
+// corners whenever it is visited, by the same operations every time.
 //
 // closestpoint takes, per triangle, the seven-region minimisation of the distance to the
 // triangle (parameters clamped to [0, 1]), X = C + s E0 + t E1 and D = |X - P|^2, and returns
@@ -27,29 +26,38 @@
 
 namespace wf {
 
-struct QueryTriangle {
-  double c[3], e0[3], e1[3];
-  double a, b, cc, det, den;
+// One node of the hierarchy, one cache line: up to four children, each with its box quantized
+// to 8 bits a side within the node's box (side q of axis k stands at origin[k] + q step[k],
+// worked out in double precision and rounded outwards, so a child's box holds everything below
+// it; a node whose box is not finite has steps that are not a number, and its children are
+// never skipped). child[j] > 0 is an inner node, child[j] == 0 an empty place, and a leaf has
+// child[j] = -1 - (line * 16 + lines): its block is the `lines` cache lines from
+// leaves[8 * line]. The root is nodes[0]. A leaf block holds
+//   bytes 0-3   the place (0-based, leaf order) of its first triangle, an int32;
+//   byte 4      its count of triangles;
+//   bytes 5..   three corner numbers (0-based, one byte each) per triangle, then padding to a
+//               multiple of 8 bytes;
+//   then        its distinct corners, x, y, z as doubles, bit for bit as in the file.
+// Blocks follow one another in the order of the tree, so neighbouring leaves are neighbours in
+// memory; place k of the leaf order is file triangle fileindex[k].
+struct WideNode {
+  float origin[3], step[3];
+  uint8_t lo[3][4], hi[3][4];  // [axis][child]
+  int32_t child[4];
 };
 
-// One node of the hierarchy: a box in single precision, rounded outwards. A leaf (count > 0)
-// holds terms[first .. first + count - 1]; an inner node (count == 0) has its two children at
-// nodes[first] and nodes[first + 1]. The root is nodes[0].
-struct BoxNode {
-  float lo[3], hi[3];
-  int32_t first, count;
-};
-
-// Nodes start on a cache line, so that the two children of a node (32 bytes each, stored side
-// by side from an even place) are read in one line.
+// Storage of the index: it starts on a cache line, and large arrays are asked to be kept in huge
+// pages, since every query lands at random places of them.
+void *indexmemory(size_t bytes);
+void freeindexmemory(void *p, size_t bytes);
 template <class T>
 struct LineAllocator {
   using value_type = T;
   LineAllocator() = default;
   template <class U>
   LineAllocator(const LineAllocator<U> &) {}
-  T *allocate(size_t n) { return static_cast<T *>(::operator new(n * sizeof(T), std::align_val_t{64})); }
-  void deallocate(T *p, size_t) { ::operator delete(p, std::align_val_t{64}); }
+  T *allocate(size_t n) { return static_cast<T *>(indexmemory(n * sizeof(T))); }
+  void deallocate(T *p, size_t n) { freeindexmemory(p, n * sizeof(T)); }
   bool operator==(const LineAllocator &) const = default;
 };
 
@@ -57,10 +65,9 @@ struct QuerySet {
   int32_t nvrt = 0;  // 3 * ntri
   int32_t ntri = 0;
   std::vector<double> corners;          // 9 x ntri, file order
-  std::vector<QueryTriangle> terms;     // ntri, leaf order once indexed
-  std::vector<int32_t> fileindex;       // ntri: file triangle of terms[k] (empty: file order)
-  std::vector<int32_t> position;        // ntri: place of file triangle t in terms
-  std::vector<BoxNode, LineAllocator<BoxNode>> nodes;  // empty: no index
+  std::vector<WideNode, LineAllocator<WideNode>> nodes;  // empty: no index
+  std::vector<double, LineAllocator<double>> leaves;   // the leaf blocks, 8 doubles a line
+  std::vector<int32_t> fileindex;       // ntri: file triangle at place k of the leaf order
   std::vector<double> normal;           // 3 x ntri (kept, not read by the warp)
   std::vector<double> nnsq;             // ntri (kept, not read by the warp)
   double bbox[6] = {0, 0, 0, 0, 0, 0};  // min x, y, z, max x, y, z of the file
@@ -70,7 +77,7 @@ struct QuerySet {
 // index; box is the file's box, kept as given.
 QuerySet makequeryset(std::vector<double> &&corners, int32_t ntri, const double box[6]);
 
-// (Re)builds the index of a set whose corners and terms are filled.
+// (Re)builds the index of a set whose corners are filled.
 void buildindex(QuerySet &set);
 
 void closestpoint(const double *query, double *out, const QuerySet &set);
