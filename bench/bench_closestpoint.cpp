@@ -66,7 +66,9 @@ int main(int argc, char **argv) {
   const double t1 = now();
   wf::buildindex(rebuilt);
   const double tbuild = now() - t1;
-  std::printf("==== closest point: %d triangles, %zu index nodes\n", ntri, set.nodes.size());
+  std::printf("==== closest point: %d triangles, %zu index nodes (%.1f MB), leaf blocks %.1f MB\n", ntri,
+              set.nodes.size(), 1e-6 * double(set.nodes.size() * sizeof(wf::WideNode)),
+              1e-6 * double(set.leaves.size() * sizeof(double)));
   std::printf("set (terms and index)          %8.3f s\n", tset);
   std::printf("index build alone              %8.3f s\n", tbuild);
 

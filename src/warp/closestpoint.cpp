@@ -186,14 +186,26 @@ constexpr int maxdepth = 60;
 constexpr int stacksize = 4 * (maxdepth + 32) + 4;
 static_assert((blockwords(leafsize, 3 * leafsize) + 7) / 8 < 16, "a block's lines fit in 4 bits");
 
+// Single-precision bounds of v. They are never subnormal: where denormals count as zero (as in
+// the warp), a subnormal bound would read as zero and could cut into the box; such a bound goes
+// out to the nearest normal value or zero instead. Subnormals are told by their bits, since
+// comparisons too see them as zero.
+bool subnormal(float f) {
+  uint32_t bits;
+  std::memcpy(&bits, &f, sizeof bits);
+  return (bits & 0x7f800000u) == 0 && (bits & 0x007fffffu) != 0;
+}
+bool negative(float f) { return std::signbit(f); }
 float floatbelow(double v) {
   float f = static_cast<float>(v);
   if (static_cast<double>(f) > v) f = std::nextafter(f, -std::numeric_limits<float>::infinity());
+  if (subnormal(f)) f = negative(f) ? -std::numeric_limits<float>::min() : 0.0f;
   return f;
 }
 float floatabove(double v) {
   float f = static_cast<float>(v);
   if (static_cast<double>(f) < v) f = std::nextafter(f, std::numeric_limits<float>::infinity());
+  if (subnormal(f)) f = negative(f) ? -0.0f : std::numeric_limits<float>::min();
   return f;
 }
 
@@ -633,7 +645,9 @@ void buildindex(QuerySet &set) {
         const bool bad = !(lo == lo) || !(hi == hi);
         it.lo[k] = bad ? -finf : floatbelow(lo - margin);
         it.hi[k] = bad ? finf : floatabove(hi + margin);
-        it.mid[k] = bad ? 0.0f : static_cast<float>(0.5 * lo + 0.5 * hi);
+        // A subnormal centre goes to zero whether or not this thread flushes it.
+        const float mid = static_cast<float>(0.5 * lo + 0.5 * hi);
+        it.mid[k] = bad ? 0.0f : subnormal(mid) ? std::copysign(0.0f, mid) : mid;
       }
       it.t = t;
     }
