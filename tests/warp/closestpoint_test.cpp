@@ -81,7 +81,8 @@ TEST(ClosestPoint, IndexMatchesTheLinearPassBitForBit) {
   }
   {
     // Ties and degenerate triangles: duplicates, a triangle repeated in reverse order, a triangle
-    // with two equal corners, one collapsed to a point, one with a corner that is not a number.
+    // with two equal corners, one collapsed to a point, one with a corner that is not a number, one
+    // far beyond single precision.
     Soup t = torus(12, 8, 5.0, 1.0);
     const Soup first(t.begin(), t.begin() + 9 * 20);
     t.insert(t.end(), first.begin(), first.end());
@@ -91,6 +92,7 @@ TEST(ClosestPoint, IndexMatchesTheLinearPassBitForBit) {
     addtri(t, {0, 0, 0, 0, 0, 0, 1, 1, 1});
     addtri(t, {2, 2, 2, 2, 2, 2, 2, 2, 2});
     addtri(t, {std::nan(""), 0, 0, 1, 0, 0, 0, 1, 0});
+    addtri(t, {1e39, 0, 0, 1e39, 1, 0, 1e39, 0, 1});  // beyond single precision: a box without bound
     cases.push_back({"ties and degenerate", t});
   }
   {
