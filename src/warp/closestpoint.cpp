@@ -14,7 +14,6 @@
 
 #include "base/fatal.h"
 #include "base/memory.h"
-#include "surface/normals.h"
 
 namespace wf {
 
@@ -195,17 +194,16 @@ bool subnormal(float f) {
   std::memcpy(&bits, &f, sizeof bits);
   return (bits & 0x7f800000u) == 0 && (bits & 0x007fffffu) != 0;
 }
-bool negative(float f) { return std::signbit(f); }
 float floatbelow(double v) {
   float f = static_cast<float>(v);
   if (static_cast<double>(f) > v) f = std::nextafter(f, -std::numeric_limits<float>::infinity());
-  if (subnormal(f)) f = negative(f) ? -std::numeric_limits<float>::min() : 0.0f;
+  if (subnormal(f)) f = std::signbit(f) ? -std::numeric_limits<float>::min() : 0.0f;
   return f;
 }
 float floatabove(double v) {
   float f = static_cast<float>(v);
   if (static_cast<double>(f) < v) f = std::nextafter(f, std::numeric_limits<float>::infinity());
-  if (subnormal(f)) f = negative(f) ? -0.0f : std::numeric_limits<float>::min();
+  if (subnormal(f)) f = std::signbit(f) ? -0.0f : std::numeric_limits<float>::min();
   return f;
 }
 
@@ -319,12 +317,6 @@ QuerySet makequeryset(std::vector<double> &&corners, int32_t ntri, const double 
   set.ntri = std::max(ntri, int32_t{0});
   set.nvrt = 3 * set.ntri;
   for (int k = 0; k < 6; ++k) set.bbox[k] = box[k];
-  facetnormals(corners.data(), corners.size() / 3, nullptr, set.ntri, set.normal);
-  allocate(set.nnsq, static_cast<size_t>(set.ntri), "procref, aref, 1");
-  for (size_t t = 0; t < set.nnsq.size(); ++t) {
-    const double *n = set.normal.data() + 3 * t;
-    set.nnsq[t] = n[0] * n[0] + n[1] * n[1] + n[2] * n[2];
-  }
   set.corners = std::move(corners);
   buildindex(set);
   return set;

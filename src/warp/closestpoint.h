@@ -15,8 +15,7 @@
 // reference the index is tested against); closestpoint runs it when no index was built. Both
 // are read-only on the set, allocate nothing and may run on any number of threads at once.
 //
-// makequeryset and buildindex throw Fatal ("closestpoint, index, 1" or "procref, aref, 1")
-// when memory runs out.
+// makequeryset and buildindex throw Fatal ("closestpoint, index, 1") when memory runs out.
 #pragma once
 
 #include <cstddef>
@@ -68,8 +67,6 @@ struct QuerySet {
   std::vector<WideNode, LineAllocator<WideNode>> nodes;  // empty: no index
   std::vector<double, LineAllocator<double>> leaves;   // the leaf blocks, 8 doubles a line
   std::vector<int32_t> fileindex;       // ntri: file triangle at place k of the leaf order
-  std::vector<double> normal;           // 3 x ntri (kept, not read by the warp)
-  std::vector<double> nnsq;             // ntri (kept, not read by the warp)
   double bbox[6] = {0, 0, 0, 0, 0, 0};  // min x, y, z, max x, y, z of the file
 };
 
