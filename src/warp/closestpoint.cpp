@@ -95,6 +95,63 @@ inline double nearest(const double *p1, const double *p2, const double *p3, doub
   return rx * rx + ry * ry + rz * rz;
 }
 
+// nearest() for two triangles at once, lane by lane by the same operations in the same order,
+// so each lane gets the bits nearest() gives (tested against the linear pass). The branches
+// become masks: a comparison involving a number that is not a number is false in both, so such
+// a lane goes the same way. Each lane divides once for the parameter its region clamps (by a, c,
+// det or den), and t / det beside it for the inside; the other lanes' quotients are dropped.
+inline void nearestpair(const double *const tri[2][3], __m128d px, __m128d py, __m128d pz, double dd[2],
+                        double x[2][3]) {
+  auto load = [&](int corner, int k) { return _mm_loadh_pd(_mm_load_sd(tri[0][corner] + k), tri[1][corner] + k); };
+  auto pick = [](__m128d m, __m128d a, __m128d b) { return _mm_or_pd(_mm_and_pd(m, a), _mm_andnot_pd(m, b)); };
+  auto dot = [](__m128d a0, __m128d a1, __m128d a2, __m128d b0, __m128d b1, __m128d b2) {
+    return _mm_add_pd(_mm_add_pd(_mm_mul_pd(a0, b0), _mm_mul_pd(a1, b1)), _mm_mul_pd(a2, b2));
+  };
+  const __m128d zero = _mm_setzero_pd(), one = _mm_set1_pd(1.0), sign = _mm_set1_pd(-0.0);
+  const __m128d c0 = load(0, 0), c1 = load(0, 1), c2 = load(0, 2);
+  const __m128d u0 = _mm_sub_pd(load(1, 0), c0), u1 = _mm_sub_pd(load(1, 1), c1), u2 = _mm_sub_pd(load(1, 2), c2);
+  const __m128d v0 = _mm_sub_pd(load(2, 0), c0), v1 = _mm_sub_pd(load(2, 1), c1), v2 = _mm_sub_pd(load(2, 2), c2);
+  const __m128d a = dot(u0, u1, u2, u0, u1, u2), b = dot(u0, u1, u2, v0, v1, v2), c = dot(v0, v1, v2, v0, v1, v2);
+  const __m128d det = _mm_andnot_pd(sign, _mm_sub_pd(_mm_mul_pd(a, c), _mm_mul_pd(b, b)));
+  const __m128d den = _mm_add_pd(_mm_sub_pd(a, _mm_mul_pd(_mm_set1_pd(2.0), b)), c);
+  const __m128d dx = _mm_sub_pd(c0, px), dy = _mm_sub_pd(c1, py), dz = _mm_sub_pd(c2, pz);
+  const __m128d d = dot(u0, u1, u2, dx, dy, dz), e = dot(v0, v1, v2, dx, dy, dz);
+  const __m128d s = _mm_sub_pd(_mm_mul_pd(b, e), _mm_mul_pd(c, d));
+  const __m128d t = _mm_sub_pd(_mm_mul_pd(b, d), _mm_mul_pd(a, e));
+  // The regions: within (s + t <= det) or beyond the far edge, each split by the signs of s, t.
+  const __m128d within = _mm_cmple_pd(_mm_add_pd(s, t), det);
+  const __m128d sneg = _mm_cmplt_pd(s, zero), tneg = _mm_cmplt_pd(t, zero), dneg = _mm_cmplt_pd(d, zero);
+  const __m128d beyond = _mm_andnot_pd(within, _mm_castsi128_pd(_mm_set1_epi32(-1)));
+  const __m128d bs = _mm_and_pd(beyond, sneg), bt = _mm_andnot_pd(sneg, _mm_and_pd(beyond, tneg));
+  const __m128d bn = _mm_andnot_pd(sneg, _mm_andnot_pd(tneg, beyond));
+  const __m128d xs = _mm_add_pd(b, d), ys = _mm_add_pd(c, e), xt = _mm_add_pd(b, e), yt = _mm_add_pd(a, d);
+  const __m128d nn = _mm_sub_pd(_mm_sub_pd(_mm_add_pd(c, e), b), d);
+  const __m128d gs = _mm_cmpgt_pd(ys, xs), gt = _mm_cmpgt_pd(yt, xt), corner3 = _mm_and_pd(bn, _mm_cmple_pd(nn, zero));
+  // t = 0, s = q(-d / a); s = 0, t = q(-e / c); inside; s = q(...) and t = 1 - s on the far edge
+  // (from s < 0 or from neither); t = q(...) and s = 1 - t on it (from t < 0).
+  const __m128d qa = _mm_or_pd(_mm_and_pd(within, _mm_or_pd(_mm_and_pd(sneg, _mm_and_pd(tneg, dneg)), _mm_andnot_pd(sneg, tneg))),
+                               _mm_andnot_pd(gt, bt));
+  const __m128d qc = _mm_or_pd(_mm_and_pd(within, _mm_andnot_pd(_mm_and_pd(tneg, dneg), sneg)), _mm_andnot_pd(gs, bs));
+  const __m128d inside = _mm_andnot_pd(sneg, _mm_andnot_pd(tneg, within));
+  const __m128d edges = _mm_or_pd(_mm_and_pd(bs, gs), _mm_andnot_pd(corner3, bn)), edget = _mm_and_pd(bt, gt);
+  const __m128d num = pick(qa, _mm_xor_pd(d, sign),
+                           pick(qc, _mm_xor_pd(e, sign),
+                                pick(inside, s, pick(_mm_and_pd(bs, gs), _mm_sub_pd(ys, xs), pick(edget, _mm_sub_pd(yt, xt), nn)))));
+  const __m128d q0 = _mm_div_pd(num, pick(qa, a, pick(qc, c, pick(inside, det, den))));
+  const __m128d q = pick(inside, q0, pick(_mm_cmplt_pd(q0, zero), zero, pick(_mm_cmpgt_pd(q0, one), one, q0)));
+  const __m128d tin = _mm_div_pd(t, det), q1 = _mm_sub_pd(one, q);
+  const __m128d ss = _mm_or_pd(_mm_and_pd(_mm_or_pd(_mm_or_pd(qa, inside), edges), q), _mm_and_pd(edget, q1));
+  const __m128d ts = _mm_or_pd(_mm_or_pd(_mm_and_pd(_mm_or_pd(qc, edget), q), _mm_and_pd(inside, tin)),
+                               _mm_or_pd(_mm_and_pd(edges, q1), _mm_and_pd(corner3, one)));
+  const __m128d x0 = _mm_add_pd(_mm_add_pd(c0, _mm_mul_pd(ss, u0)), _mm_mul_pd(ts, v0));
+  const __m128d x1 = _mm_add_pd(_mm_add_pd(c1, _mm_mul_pd(ss, u1)), _mm_mul_pd(ts, v1));
+  const __m128d x2 = _mm_add_pd(_mm_add_pd(c2, _mm_mul_pd(ss, u2)), _mm_mul_pd(ts, v2));
+  const __m128d r0 = _mm_sub_pd(x0, px), r1 = _mm_sub_pd(x1, py), r2 = _mm_sub_pd(x2, pz);
+  _mm_storeu_pd(dd, dot(r0, r1, r2, r0, r1, r2));
+  _mm_storel_pd(&x[0][0], x0), _mm_storel_pd(&x[0][1], x1), _mm_storel_pd(&x[0][2], x2);
+  _mm_storeh_pd(&x[1][0], x0), _mm_storeh_pd(&x[1][1], x1), _mm_storeh_pd(&x[1][2], x2);
+}
+
 // The best triangle so far by its place k in the leaf order: the smallest D, of equal D the
 // first in file order; a D that is not a number or is infinite is never taken (none beats the
 // start of +infinity).
@@ -102,10 +159,7 @@ struct Best {
   double d = std::numeric_limits<double>::infinity();
   int32_t k = -1;
   double x[3] = {0, 0, 0};
-  void offer(const double *p1, const double *p2, const double *p3, int32_t k0,
-             const int32_t *fileindex, double px, double py, double pz) {
-    double y[3];
-    const double dd = nearest(p1, p2, p3, px, py, pz, y);
+  void take(double dd, const double *y, int32_t k0, const int32_t *fileindex) {
     if (dd < d || (k >= 0 && dd == d && fileindex[k0] < fileindex[k])) {
       d = dd;
       k = k0;
@@ -180,9 +234,14 @@ inline void prefetch(int32_t child, const WideNode *nodes, const double *leaves)
 constexpr double shrink = 1.0 - 0x1p-40;
 constexpr int leafsize = 4;
 constexpr int maxdepth = 60;
-// Past maxdepth, middle cuts add at most 32 levels; a node pushes at most four children, and
-// the one taken next is among them.
-constexpr int stacksize = 4 * (maxdepth + 32) + 4;
+// Past maxdepth, middle cuts add at most 32 levels. Going straight down, a node pushes at most
+// four children and the one taken next is among them, so a descent from any height adds at most
+// `descent` entries. The search goes straight down whenever the stack is above `roomy` (see
+// closestpoint), and until then each of the `lag` entries it holds back pushes four at most.
+constexpr unsigned lag = 3;
+constexpr int descent = 4 * (maxdepth + 32) + 4;
+constexpr int roomy = descent;
+constexpr int stacksize = roomy + 4 * static_cast<int>(lag) + descent;
 static_assert((blockwords(leafsize, 3 * leafsize) + 7) / 8 < 16, "a block's lines fit in 4 bits");
 
 // Single-precision bounds of v. They are never subnormal: where denormals count as zero (as in
@@ -226,47 +285,68 @@ void closestpointlinear(const double *query, double *out, const QuerySet &set) {
   }
 }
 
-void closestpoint(const double *query, double *out, const QuerySet &set) {
-  if (set.nodes.empty()) {
-    closestpointlinear(query, out, set);
-    return;
-  }
-  const double px = query[0], py = query[1], pz = query[2];
+namespace {
+
+// One query's search of the hierarchy: the children still to visit, each with the lower bound of
+// its distance (looked at again when it is reached, since the best may have improved meanwhile).
+struct Search {
+  const WideNode *nodes;
+  const int32_t *fileindex;
+  const double *leaves;
+  double p[3];
+  __m128d px, py, pz;
   Best best;
-  const WideNode *nodes = set.nodes.data();
-  const int32_t *fileindex = set.fileindex.data();
-  const double *leaves = set.leaves.data();
-  const double p[3] = {px, py, pz};
-  // Children to visit, each with the lower bound of its distance (taken again when it is
-  // reached, since the best may have improved in between).
+  int top = 0;
   int32_t stack[stacksize];
   double bound[stacksize];
-  int top = 0;
-  stack[top] = 0;
-  bound[top++] = 0.0;
-  while (top > 0) {
-    --top;
-    if (bound[top] * shrink > best.d) continue;
-    const int32_t ref = stack[top];
-    if (ref < 0) {
-      const int32_t code = -1 - ref;
-      const double *block = leaves + 8 * static_cast<size_t>(code >> 4);
-      const unsigned char *head = reinterpret_cast<const unsigned char *>(block);
-      int32_t place;
-      std::memcpy(&place, head, sizeof place);
-      const int32_t nt = head[4];
-      const unsigned char *no = head + 5;
-      const double *corner = block + headwords(nt);
-      for (int32_t j = 0; j < nt; ++j, no += 3)
-        best.offer(corner + 3 * no[0], corner + 3 * no[1], corner + 3 * no[2], place + j, fileindex, px, py, pz);
-      continue;
+
+  Search(const double *query, const QuerySet &set)
+      : nodes(set.nodes.data()), fileindex(set.fileindex.data()), leaves(set.leaves.data()),
+        p{query[0], query[1], query[2]}, px(_mm_set1_pd(query[0])), py(_mm_set1_pd(query[1])),
+        pz(_mm_set1_pd(query[2])) {
+    stack[top] = 0;
+    bound[top++] = 0.0;
+  }
+
+  // Takes the next child not beyond the best off the stack; false when none is left.
+  bool pop(int32_t &ref, double &b) {
+    while (top > 0) {
+      --top;
+      if (bound[top] * shrink > best.d) continue;
+      ref = stack[top];
+      b = bound[top];
+      return true;
     }
-    // The children not beyond the best, pushed farthest first so that the nearest is taken next.
+    return false;
+  }
+
+  // A leaf: its triangles two by two (the last one twice when they are odd, offered once).
+  void leaf(int32_t ref) {
+    const int32_t code = -1 - ref;
+    const double *block = leaves + 8 * static_cast<size_t>(code >> 4);
+    const unsigned char *head = reinterpret_cast<const unsigned char *>(block);
+    int32_t place;
+    std::memcpy(&place, head, sizeof place);
+    const int32_t nt = head[4];
+    const double *corner = block + headwords(nt);
+    for (int32_t j = 0; j < nt; j += 2) {
+      const unsigned char *n0 = head + 5 + 3 * j, *n1 = j + 1 < nt ? n0 + 3 : n0;
+      const double *const tri[2][3] = {{corner + 3 * n0[0], corner + 3 * n0[1], corner + 3 * n0[2]},
+                                       {corner + 3 * n1[0], corner + 3 * n1[1], corner + 3 * n1[2]}};
+      double dd[2], x[2][3];
+      nearestpair(tri, px, py, pz, dd, x);
+      best.take(dd[0], x[0], place + j, fileindex);
+      if (j + 1 < nt) best.take(dd[1], x[1], place + j + 1, fileindex);
+    }
+  }
+
+  // An inner node: the children not beyond the best, pushed farthest first so that the nearest
+  // is taken next, and their memory asked for.
+  void node(int32_t ref) {
     const WideNode &n = nodes[ref];
     int32_t take[4];
-    double dist[4];
+    double dist[4], all[4];
     int m = 0;
-    double all[4];
     childdistances(n, p, all);
     for (int j = 0; j < 4; ++j) {
       if (n.child[j] == 0) continue;
@@ -286,11 +366,54 @@ void closestpoint(const double *query, double *out, const QuerySet &set) {
       prefetch(take[i], nodes, leaves);
     }
   }
-  if (best.k < 0) {
-    out[0] = px, out[1] = py, out[2] = pz;
-  } else {
-    out[0] = best.x[0], out[1] = best.x[1], out[2] = best.x[2];
+
+  void visit(int32_t ref) {
+    if (ref < 0)
+      leaf(ref);
+    else
+      node(ref);
   }
+};
+
+}  // namespace
+
+void closestpoint(const double *query, double *out, const QuerySet &set) {
+  if (set.nodes.empty()) {
+    closestpointlinear(query, out, set);
+    return;
+  }
+  Search search(query, set);
+  int32_t ref;
+  double b;
+  // Straight down, nearest child first, until a leaf has given a best.
+  while (search.best.k < 0 && search.pop(ref, b)) search.visit(ref);
+  // Then an entry taken off the stack waits while the `lag` - 1 taken before it are visited, so
+  // that its memory (asked for when it was pushed) has time to arrive. Any order of visits finds
+  // the same triangle (the smallest D, then the first in file order, and no skip can lose it),
+  // so this changes the time only. Above `roomy` nothing is held back: straight down again.
+  int32_t waiting[lag];
+  double waitbound[lag];
+  unsigned first = 0, count = 0;
+  for (;;) {
+    while (count < lag && search.top <= roomy && search.pop(ref, b)) {
+      waiting[(first + count) % lag] = ref;
+      waitbound[(first + count) % lag] = b;
+      ++count;
+    }
+    if (count == 0) {
+      if (!search.pop(ref, b)) break;
+      search.visit(ref);
+      continue;
+    }
+    ref = waiting[first];
+    b = waitbound[first];
+    first = (first + 1) % lag;
+    --count;
+    if (b * shrink > search.best.d) continue;
+    search.visit(ref);
+  }
+  const double *x = search.best.k < 0 ? search.p : search.best.x;
+  out[0] = x[0], out[1] = x[1], out[2] = x[2];
 }
 
 void *indexmemory(size_t bytes) {
