@@ -23,8 +23,9 @@ inline double clamp01(double x) { return x < 0.0 ? 0.0 : (x > 1.0 ? 1.0 : x); }
 
 // The point X of the triangle with corners p1, p2, p3 nearest to (px, py, pz) by the seven
 // regions, and D = |X - P|^2. Its terms are worked out here, always by the same operations in
-// the same order, and both the linear pass and the index call this one routine, so a triangle
-// gets the same bits whichever way it is reached.
+// the same order. The linear pass calls it; the index takes triangles two at a time through
+// nearestpair, which repeats these operations lane by lane, so a triangle gets the same bits
+// whichever way it is reached.
 inline double nearest(const double *p1, const double *p2, const double *p3, double px, double py,
                       double pz, double *x) {
   const double u[3] = {p2[0] - p1[0], p2[1] - p1[1], p2[2] - p1[2]};
