@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The closest point on a large query set: a closed, finely tessellated torus of about a million
 // triangles (edges 0.2 to 0.4 long), a million query points near its surface (within 0.5), a
-// million close to it (within 0.05) and a hundred thousand far from it. Times
-// the build of the index and the queries on one and two threads, and the linear pass over every
-// triangle on a subset for the speed-up; checks that both give the same points.
+// million close to it (within 0.05) and a hundred thousand far from it. Times the build of the
+// index and the queries on one and two threads, and the linear pass over every triangle on a
+// subset for the speed-up; checks that both give the same points.
 //   bench_closestpoint [u-cells (1000)] [v-cells (500)]
 #include <omp.h>
 #include <xmmintrin.h>
