@@ -1,22 +1,24 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The repair of a surface of about 100,000 facets (a finely tessellated torus) with a few holes,
-// reversed facets round them and elsewhere: the stages of the solid repair, the whole default
-// repair through the repair component, and the soundness test, with the result checked.
-//   bench_repair [u-cells (250)] [v-cells (200)]
+// The repair on warped damaged parts, as a run meets them: each part of tests/shapes.h, damaged,
+// warped on the sample job's field with refinement that reaches the damage (*MAXE 5.0 *MINE 2.0)
+// and *TSRD *TSRE, then judged against the intact part warped alike.
+//   bench_repair cases [part-filter]
 #include <array>
 #include <chrono>
 #include <cmath>
+#include <filesystem>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <random>
 #include <string>
 #include <vector>
 
-#include "repair/meshrepair.h"
+#include "judge.h"
+#include "repair/meshfix.h"
 #include "repair/solidcheck.h"
 #include "repair/solidrepair.h"
+#include "shapes.h"
+#include "testutil.h"
 
 namespace {
 
@@ -24,83 +26,140 @@ double now() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
+struct Part {
+  std::string name;
+  wft::Facets facets;
+};
+
+// Facets 9 floats each without those whose centroid lies within radius of one of the centres.
+wft::Facets withholes(const wft::Facets &s, const std::vector<std::array<float, 3>> &centres, float radius,
+                      size_t &dropped) {
+  wft::Facets out;
+  dropped = 0;
+  for (size_t t = 0; t < s.size() / 9; ++t) {
+    bool hole = false;
+    for (const auto &c : centres) {
+      double d = 0;
+      for (int k = 0; k < 3; ++k) {
+        const double x = (s[9 * t + size_t(k)] + s[9 * t + 3 + size_t(k)] + s[9 * t + 6 + size_t(k)]) / 3.0 - c[size_t(k)];
+        d += x * x;
+      }
+      hole = hole || d < double(radius) * radius;
+    }
+    if (hole)
+      ++dropped;
+    else
+      out.insert(out.end(), &s[9 * t], &s[9 * t + 9]);
+  }
+  return out;
+}
+
+// The large generated job with three holes, run whole with *TSRD *TSRE, and its repair alone,
+// stage by stage.
+int large(const std::string &dir, const std::string &cards) {
+  std::filesystem::create_directories(dir);
+  if (!std::filesystem::exists(dir + "/job.case")) {
+    std::printf("making the job in %s\n", dir.c_str());
+    std::fflush(stdout);
+    wft::rungenjob(dir, {"--tris", "1100000", "--nodes", "1000000"});
+    std::filesystem::rename(dir + "/part.stl", dir + "/intact.stl");
+  }
+  const wft::Facets intact = wft::binarystlfacets(wft::readfile(dir + "/intact.stl"));
+  // Three holes of a few hundred facets: on the foot's top, on the wall's outer side, under the arm.
+  size_t dropped = 0;
+  const wft::Facets holed = withholes(intact, {{{20.0f, 10.0f, 5.0f}}, {{0.0f, 12.0f, 20.0f}}, {{30.0f, 8.0f, 30.0f}}}, 1.2f, dropped);
+  wft::writefile(dir + "/part.stl", wft::binarystlbytes(holed));
+  wft::writefile(dir + "/large.deck", "*INPU\njob\n*IOFF\n-1\n*N3DM\n*TSRD\n*TSRE\n" + cards);
+  std::printf("%zu facets, %zu removed in three holes; deck cards: %s\n", holed.size() / 9, dropped,
+              cards.empty() ? "(none)" : cards.c_str());
+  std::filesystem::remove(dir + "/job_1_warp_ls_repair.stl");
+  const double t0 = now();
+  const wft::RunResult run = wft::runwarpforge("large.deck", dir);
+  const double whole = now() - t0;
+  const bool written = std::filesystem::exists(dir + "/job_1_warp_ls_repair.stl");
+  std::printf("whole run %.2f s, exit %d, repaired file %s\n", whole, run.status, written ? "written" : "not written");
+  for (const std::string &l : wft::splitlines(run.out))
+    if (l.rfind("facecount", 0) == 0 || l.rfind("Status", 0) == 0 || l.find("repair") != std::string::npos ||
+        l.find("Repair") != std::string::npos)
+      std::printf("  | %s\n", l.c_str());
+  // The repair alone, in this process: the solid repair's stages, the soundness test.
+  const wft::Facets warped = wft::binarystlfacets(wft::readfile(dir + "/job_1_warp.stl"));
+  std::printf("warped: %zu facets, %zu edges on more than two facets\n", warped.size() / 9, wft::overloadededges(warped));
+  std::vector<float> xyz = warped;
+  const double t1 = now();
+  const wf::SolidRepairReport r = wf::makesolid(xyz, false);
+  const double tsolid = now() - t1;
+  const char *stages[5] = {"merge", "debris", "orient", "holes", "finish"};
+  for (int k = 0; k < 5; ++k) std::printf("  %-8s %8.3f s\n", stages[k], r.seconds[k]);
+  std::printf("solid repair %.3f s: taken %d, %lld debris, %lld holes, %lld removed round patches\n", tsolid, r.taken,
+              (long long)r.debris, (long long)r.holes, (long long)r.removed);
+  const double t2 = now();
+  const wf::SolidCheck c = wf::checksolid(xyz.data(), int64_t(xyz.size() / 9));
+  std::printf("soundness check %.3f s: printable %d\n", now() - t2, c.printable());
+  if (written) {
+    const wft::Facets repaired = wft::binarystlfacets(wft::readfile(dir + "/job_1_warp_ls_repair.stl"));
+    const double t3 = now();
+    const wft::Verdict v = wft::judge(repaired, &warped);
+    std::printf("judge (%.1f s): %s\n", now() - t3, v.text().c_str());
+  }
+  return written ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
-  const int nu = argc > 1 ? std::atoi(argv[1]) : 250, nv = argc > 2 ? std::atoi(argv[2]) : 200;
-  const double R = 40, r = 12;
-  auto point = [&](int i, int j) {
-    const double u = 2 * M_PI * (i % nu) / nu, v = 2 * M_PI * (j % nv) / nv;
-    return std::array<float, 3>{float((R + r * std::cos(v)) * std::cos(u)), float((R + r * std::cos(v)) * std::sin(u)),
-                                float(r * std::sin(v))};
-  };
-  std::vector<float> intact;
-  for (int i = 0; i < nu; ++i)
-    for (int j = 0; j < nv; ++j) {
-      const auto a = point(i, j), b = point(i + 1, j), c = point(i + 1, j + 1), d = point(i, j + 1);
-      for (const auto *p : {&a, &b, &c, &a, &c, &d}) intact.insert(intact.end(), p->begin(), p->end());
+  const std::string mode = argc > 1 ? argv[1] : "cases";
+  const std::string filter = argc > 2 ? argv[2] : "";
+  if (mode == "pass") {  // the default pass as the child runs it, in this process
+    std::vector<float> xyz = wft::binarystlfacets(wft::readfile(filter));
+    stl_file stl;
+    wf::meshfix::loadfacets(stl, xyz.data(), int64_t(xyz.size() / 9));
+    wf::meshfix::defaultpass(stl, 0.01f);
+    std::printf("facets %d\n", stl.stats.number_of_facets);
+    return 0;
+  }
+  if (mode == "file") {  // the solid repair alone, in this process, on one STL
+    std::vector<float> xyz = wft::binarystlfacets(wft::readfile(filter));
+    const std::vector<float> given = xyz;
+    const wf::SolidRepairReport r = wf::makesolid(xyz, argc > 3);
+    std::printf("taken %d closed %d crossing %d debris %lld holes %lld removed %lld pieces %d shells %d area %.3f of %.3f\n",
+                r.taken, r.closed, r.crossing, (long long)r.debris, (long long)r.holes, (long long)r.removed, r.pieces,
+                r.shells, r.area, r.givenarea);
+    std::printf("%s\n", wft::judge(xyz, &given).text().c_str());
+    if (const char *out = std::getenv("WF_OUT")) wft::writefile(out, wft::binarystlbytes(xyz));
+    return 0;
+  }
+  if (mode == "large") return large(argc > 2 ? argv[2] : "/tmp/bench_repair_large", argc > 3 ? argv[3] : "");
+  const std::string dir = wft::samplefield("bench_repair");
+  std::printf("job folder %s\n", dir.c_str());
+  std::vector<Part> parts;
+  parts.push_back({"cube", wft::boxpart(0, 0, 0, 10, 10, 10, 1)});
+  parts.push_back({"bracket", wft::binarystlfacets(wft::readfile(dir + "/part.stl"))});
+  parts.push_back({"torus", wft::toruspart(20, 10, 14, 12, 5, 16, 8)});
+  parts.push_back({"bridge", wft::bridgepart()});
+  const std::string cards = "*MAXE\n5.0\n*MINE\n2.0\n";
+  int bad = 0;
+  for (const Part &p : parts) {
+    if (!filter.empty() && p.name != filter) continue;
+    const wft::WarpRun intact = wft::warpsurface(dir, p.facets, cards);
+    const wft::Verdict iv = wft::judge(intact.warped);
+    wft::writefile(dir + "/" + p.name + "_0.stl", wft::binarystlbytes(intact.warped));
+    std::printf("== %s intact warped: %s\n", p.name.c_str(), iv.text().c_str());
+    for (wft::Damage d : {wft::Damage::onefacet, wft::Damage::twofacets, wft::Damage::side, wft::Damage::sliver,
+                          wft::Damage::fin, wft::Damage::reversedcopy}) {
+      const wft::Facets broken = wft::damage(p.facets, d, 5);
+      const double t0 = now();
+      const wft::WarpRun w = wft::warpsurface(dir, broken, cards + "*TSRD\n*TSRE\n");
+      const double t = now() - t0;
+      wft::writefile(dir + "/" + p.name + "_" + std::to_string(int(d)) + ".stl", wft::binarystlbytes(w.warped));
+      const wft::Verdict v = wft::judge(w.repaired, &w.warped);
+      const double ref = p.name == "bridge" ? wft::bridgevolume() : iv.volume;
+      const bool ok = w.repairedwritten && v.printable() && v.newhits == 0 && std::abs(v.volume - ref) <= 0.01 * ref;
+      bad += !ok;
+      std::printf("%-8s %-38s %s overloaded %zu  %.2f s  %s\n   %s  dV %.2f%%\n", p.name.c_str(), wft::damagename(d),
+                  ok ? "OK  " : "FAIL", wft::overloadededges(w.warped), t, w.repairedwritten ? "written" : "not written",
+                  v.text().c_str(), 100 * (v.volume - ref) / ref);
     }
-  // Holes of 1 to 12 facets, the facets round each reversed, and a few reversed elsewhere.
-  std::vector<float> broken = intact;
-  std::mt19937 rng(3);
-  const size_t nt = broken.size() / 9;
-  std::vector<char> drop(nt, 0);
-  auto flip = [&](size_t t) { std::swap_ranges(&broken[9 * t + 3], &broken[9 * t + 6], &broken[9 * t + 6]); };
-  for (int h = 0; h < 8; ++h) {
-    const size_t t0 = 2 * (rng() % (nt / 2));
-    const int len = 1 + h;
-    for (int k = 0; k < len; ++k) drop[(t0 + 2 * nv * k / 4 + k) % nt] = 1;
-    for (int k = -3; k <= len + 3; ++k) flip((t0 + nt + 2 * k) % nt);
   }
-  for (int k = 0; k < 30; ++k) flip(rng() % nt);
-  std::vector<float> input;
-  for (size_t t = 0; t < nt; ++t)
-    if (!drop[t]) input.insert(input.end(), &broken[9 * t], &broken[9 * t + 9]);
-  std::printf("==== repair: %zu facets, %zu dropped\n", input.size() / 9, nt - input.size() / 9);
-
-  std::vector<float> work = input;
-  const double t0 = now();
-  const wf::SolidRepairReport rep = wf::makesolid(work, false);
-  const double tsolid = now() - t0;
-  const char *stages[5] = {"soup (merge, orient)", "mesh (build, stitch)", "holes", "crossings", "finish"};
-  for (int k = 0; k < 5; ++k) std::printf("  %-28s %8.3f s\n", stages[k], rep.seconds[k]);
-  std::printf("solid repair                   %8.3f s  (%lld holes, %lld facets removed round crossings)\n", tsolid,
-              static_cast<long long>(rep.holes), static_cast<long long>(rep.removed));
-  const double t1 = now();
-  const wf::SolidCheck after = wf::checksolid(work.data(), static_cast<int64_t>(work.size() / 9));
-  const double tcheck = now() - t1;
-  const wf::SolidCheck want = wf::checksolid(intact.data(), static_cast<int64_t>(intact.size() / 9));
-  std::printf("solid check                    %8.3f s  printable %d, volume %.1f (intact %.1f)\n", tcheck,
-              after.printable(), after.volume, want.volume);
-
-  // The whole default repair through the component, as a run calls it (in a child process).
-  const std::string dir = std::filesystem::temp_directory_path().string() + "/bench_repair";
-  std::filesystem::create_directories(dir);
-  std::string bytes(80, ' ');
-  const uint32_t n = static_cast<uint32_t>(input.size() / 9);
-  bytes.append(reinterpret_cast<const char *>(&n), 4);
-  for (size_t t = 0; t < n; ++t) {
-    bytes.append(12, '\0');
-    bytes.append(reinterpret_cast<const char *>(&input[9 * t]), 36);
-    bytes.append(2, '\0');
-  }
-  std::FILE *f = std::fopen((dir + "/in.stl").c_str(), "wb");
-  std::fwrite(bytes.data(), 1, bytes.size(), f);
-  std::fclose(f);
-  wf::MeshRepairContext *context = nullptr;
-  wf::meshrepair_initcontext(&context);
-  wf::MeshRepairMesh *mesh = wf::meshrepair_loadstl(context, (dir + "/in.stl").c_str());
-  const double t2 = now();
-  const int status = wf::meshrepair_defaultrepair(mesh, 0.01f);
-  const double trepair = now() - t2;
-  int sane = 0;
-  const double t3 = now();
-  wf::meshrepair_issane(mesh, &sane);
-  const double tsane = now() - t3;
-  std::printf("default repair (component)     %8.3f s  status %d\n", trepair, status);
-  std::printf("soundness test                 %8.3f s  sound %d\n", tsane, sane);
-  wf::meshrepair_free(mesh);
-  wf::meshrepair_freecontext(context);
-  std::filesystem::remove_all(dir);
-  return after.printable() && sane == 1 ? 0 : 1;
+  return bad ? 1 : 0;
 }

@@ -2,25 +2,19 @@
 #include "repair/solidrepair.h"
 
 #include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
-#include <CGAL/Polygon_mesh_processing/border.h>
-#include <CGAL/Polygon_mesh_processing/connected_components.h>
-#include <CGAL/Polygon_mesh_processing/orient_polygon_soup.h>
-#include <CGAL/Polygon_mesh_processing/orientation.h>
-#include <CGAL/Polygon_mesh_processing/polygon_soup_to_polygon_mesh.h>
-#include <CGAL/Polygon_mesh_processing/repair_degeneracies.h>
-#include <CGAL/Polygon_mesh_processing/repair_polygon_soup.h>
-#include <CGAL/Polygon_mesh_processing/self_intersections.h>
-#include <CGAL/Polygon_mesh_processing/stitch_borders.h>
 #include <CGAL/Polygon_mesh_processing/triangulate_hole.h>
-#include <CGAL/Surface_mesh.h>
-#include <CGAL/boost/graph/Euler_operations.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cmath>
 #include <iterator>
+#include <numeric>
+#include <queue>
+#include <tuple>
 
-#include "repair/solidcheck.h"
+#include "repair/crossings.h"
+#include "repair/facetmesh.h"
 #include "repair/unite.h"
 
 namespace wf {
@@ -29,11 +23,20 @@ namespace {
 
 using Kernel = CGAL::Exact_predicates_inexact_constructions_kernel;
 using Point = Kernel::Point_3;
-using Mesh = CGAL::Surface_mesh<Point>;
 namespace PMP = CGAL::Polygon_mesh_processing;
 
-// Rounds of removing the facets round crossings and filling the openings again.
-constexpr int crossingrounds = 6;
+// Rounds of filling; a round after the first refills only where a patch crossed the surface.
+constexpr int fillrounds = 5;
+// Two facets on an edge that open by less than this angle are folded back onto each other.
+const double foldcos = std::cos(5.0 * M_PI / 180.0);
+// Rounds of peeling facets that hang on by one side or a corner.
+constexpr int peelrounds = 2;
+// An open piece with less than this share of the surface's area is a scrap of debris.
+constexpr double scrapshare = 0.02;
+// A rim whose corners lie within this share of its box's diagonal from its plane is near-planar.
+constexpr double planarshare = 0.02;
+// Longer rims never go to the exhaustive search.
+constexpr size_t cubiclimit = 40;
 
 double since(std::chrono::steady_clock::time_point &t) {
   const auto now = std::chrono::steady_clock::now();
@@ -42,25 +45,508 @@ double since(std::chrono::steady_clock::time_point &t) {
   return s;
 }
 
-int64_t fillholes(Mesh &mesh) {
-  std::vector<Mesh::Halfedge_index> rims;
-  PMP::extract_boundary_cycles(mesh, std::back_inserter(rims));
-  for (const auto h : rims) {
-    std::vector<Mesh::Face_index> patch;
-    PMP::triangulate_hole(mesh, h, std::back_inserter(patch));
+// The mesh being repaired, with what is known of each facet.
+struct Work {
+  FacetMesh m;
+  std::vector<char> added;     // made by the repair
+  std::vector<char> flipped;   // turned from the way it was given
+  std::vector<int32_t> piece;  // piece of the surface as given (an added facet: that of its rim)
+
+  void keepwhere(const std::vector<char> &drop) {
+    size_t k = 0;
+    for (size_t f = 0; f < m.facets.size(); ++f) {
+      if (drop[f]) continue;
+      m.facets[k] = m.facets[f];
+      added[k] = added[f];
+      flipped[k] = flipped[f];
+      piece[k] = piece[f];
+      ++k;
+    }
+    m.facets.resize(k);
+    added.resize(k);
+    flipped.resize(k);
+    piece.resize(k);
   }
-  return static_cast<int64_t>(rims.size());
+  void flip(size_t f) {
+    std::swap(m.facets[f][1], m.facets[f][2]);
+    flipped[f] ^= 1;
+  }
+  double area(size_t f) const { return facetarea(m, int32_t(f)); }
+};
+
+// Facets repeated: the same way round, one copy stays. Either way round (twins), both go where
+// every edge of the twins' region that the rest of the surface reaches has two other facets (two
+// parts touching along a face), else one copy stays (a surface doubled on itself).
+void repeats(Work &w) {
+  const size_t n = w.m.facets.size();
+  std::vector<std::array<int32_t, 4>> key(n);  // sorted corners and the facet
+  std::vector<char> parity(n);
+  for (size_t f = 0; f < n; ++f) {
+    std::array<int32_t, 3> c = w.m.facets[f];
+    // The corners in order, and whether that order is an odd turn of the facet's own.
+    int swaps = 0;
+    if (c[0] > c[1]) std::swap(c[0], c[1]), ++swaps;
+    if (c[1] > c[2]) std::swap(c[1], c[2]), ++swaps;
+    if (c[0] > c[1]) std::swap(c[0], c[1]), ++swaps;
+    key[f] = {c[0], c[1], c[2], int32_t(f)};
+    parity[f] = char(swaps & 1);
+  }
+  std::sort(key.begin(), key.end());
+  std::vector<char> drop(n, 0);
+  std::vector<std::pair<int32_t, int32_t>> twins;
+  for (size_t i = 0; i < n;) {
+    size_t j = i;
+    while (j < n && key[j][0] == key[i][0] && key[j][1] == key[i][1] && key[j][2] == key[i][2]) ++j;
+    int32_t first[2] = {-1, -1};
+    for (size_t k = i; k < j; ++k) {
+      const int32_t f = key[k][3];
+      char &p = parity[size_t(f)];
+      if (first[int(p)] < 0)
+        first[int(p)] = f;
+      else
+        drop[size_t(f)] = 1;
+    }
+    if (first[0] >= 0 && first[1] >= 0) twins.emplace_back(std::min(first[0], first[1]), std::max(first[0], first[1]));
+    i = j;
+  }
+  if (twins.empty()) {
+    w.keepwhere(drop);
+    return;
+  }
+  // Regions of twins: joined across edges that only twins reach.
+  std::vector<int32_t> twinof(n, -1);
+  for (size_t t = 0; t < twins.size(); ++t) twinof[size_t(twins[t].first)] = twinof[size_t(twins[t].second)] = int32_t(t);
+  std::vector<int32_t> up(twins.size());
+  std::iota(up.begin(), up.end(), 0);
+  auto find = [&](int32_t x) {
+    while (up[size_t(x)] != x) x = up[size_t(x)] = up[size_t(up[size_t(x)])];
+    return x;
+  };
+  const SideTable edges = buildsidetable(w.m);
+  for (size_t e = 0; e < edges.nedges(); ++e) {
+    int32_t others = 0, firsttwin = -1;
+    for (int64_t i = edges.start[e]; i < edges.start[e + 1]; ++i) {
+      const int32_t f = edges.sides[size_t(i)] / 3;
+      if (drop[size_t(f)]) continue;
+      if (twinof[size_t(f)] < 0) {
+        ++others;
+      } else if (firsttwin < 0) {
+        firsttwin = twinof[size_t(f)];
+      }
+    }
+    if (firsttwin < 0 || others > 0) continue;
+    for (int64_t i = edges.start[e]; i < edges.start[e + 1]; ++i) {
+      const int32_t f = edges.sides[size_t(i)] / 3;
+      if (drop[size_t(f)] || twinof[size_t(f)] < 0) continue;
+      const int32_t a = find(firsttwin), b = find(twinof[size_t(f)]);
+      if (a != b) up[size_t(std::max(a, b))] = std::min(a, b);
+    }
+  }
+  // A region goes whole when the rest reaches it, and always with two facets an edge.
+  std::vector<char> rim(twins.size(), 0), closes(twins.size(), 1);
+  for (size_t e = 0; e < edges.nedges(); ++e) {
+    int32_t others = 0;
+    std::vector<int32_t> regions;
+    for (int64_t i = edges.start[e]; i < edges.start[e + 1]; ++i) {
+      const int32_t f = edges.sides[size_t(i)] / 3;
+      if (drop[size_t(f)]) continue;
+      if (twinof[size_t(f)] < 0)
+        ++others;
+      else
+        regions.push_back(find(twinof[size_t(f)]));
+    }
+    if (regions.empty() || others == 0) continue;
+    for (const int32_t r : regions) {
+      rim[size_t(r)] = 1;
+      if (others != 2) closes[size_t(r)] = 0;
+    }
+  }
+  for (size_t t = 0; t < twins.size(); ++t) {
+    const int32_t r = find(int32_t(t));
+    drop[size_t(twins[t].second)] = 1;
+    if (rim[size_t(r)] && closes[size_t(r)]) drop[size_t(twins[t].first)] = 1;
+  }
+  w.keepwhere(drop);
 }
 
-// The facets of the mesh, 9 floats each (every corner came from a float).
-void facetsof(const Mesh &mesh, std::vector<float> &out) {
-  out.clear();
-  out.reserve(9 * mesh.number_of_faces());
-  for (const auto f : mesh.faces())
-    for (const auto v : CGAL::vertices_around_face(mesh.halfedge(f), mesh)) {
-      const Point &p = mesh.point(v);
-      out.insert(out.end(), {static_cast<float>(p.x()), static_cast<float>(p.y()), static_cast<float>(p.z())});
+// Whether the facets on a two-facet edge lie folded back onto each other.
+bool foldedback(const FacetMesh &m, int32_t s1, int32_t s2) {
+  const int32_t a = sidefrom(m, s1), b = sideto(m, s1);
+  const int32_t r = m.facets[size_t(s1 / 3)][size_t((s1 % 3 + 2) % 3)];
+  const int32_t s = m.facets[size_t(s2 / 3)][size_t((s2 % 3 + 2) % 3)];
+  const double *pa = &m.points[3 * size_t(a)], *pb = &m.points[3 * size_t(b)];
+  double d[3], u[3], v[3];
+  for (int k = 0; k < 3; ++k) d[k] = pb[k] - pa[k];
+  const double dd = d[0] * d[0] + d[1] * d[1] + d[2] * d[2];
+  if (!(dd > 0)) return false;
+  for (int k = 0; k < 3; ++k) {
+    u[k] = m.points[3 * size_t(r) + size_t(k)] - pa[k];
+    v[k] = m.points[3 * size_t(s) + size_t(k)] - pa[k];
+  }
+  const double ud = (u[0] * d[0] + u[1] * d[1] + u[2] * d[2]) / dd, vd = (v[0] * d[0] + v[1] * d[1] + v[2] * d[2]) / dd;
+  for (int k = 0; k < 3; ++k) u[k] -= ud * d[k], v[k] -= vd * d[k];
+  const double uu = u[0] * u[0] + u[1] * u[1] + u[2] * u[2], vv = v[0] * v[0] + v[1] * v[1] + v[2] * v[2];
+  if (!(uu > 0) || !(vv > 0)) return false;
+  return (u[0] * v[0] + u[1] * v[1] + u[2] * v[2]) > foldcos * std::sqrt(uu * vv);
+}
+
+// Marks every facet that has a corner among the corners of the marked facets.
+void addring(const FacetMesh &m, std::vector<char> &mark) {
+  std::vector<char> point(m.npoints(), 0);
+  for (size_t f = 0; f < m.facets.size(); ++f)
+    if (mark[f])
+      for (const int32_t p : m.facets[f]) point[size_t(p)] = 1;
+  for (size_t f = 0; f < m.facets.size(); ++f)
+    for (const int32_t p : m.facets[f])
+      if (point[size_t(p)]) mark[f] = 1;
+}
+
+// Marks as few facets as cover every pair: repeatedly the facet in the most pairs not yet
+// covered, the larger among equals, the lower number among those.
+void coverpairs(const Work &w, const std::vector<FacetPair> &pairs, std::vector<char> &mark) {
+  if (pairs.empty()) return;
+  const size_t n = w.m.facets.size();
+  std::vector<int32_t> degree(n, 0);
+  std::vector<std::vector<int32_t>> partners;
+  std::vector<int32_t> slot(n, -1);
+  for (const auto &[f, g] : pairs)
+    for (const auto &[a, b] : {std::make_pair(f, g), std::make_pair(g, f)}) {
+      if (slot[size_t(a)] < 0) {
+        slot[size_t(a)] = int32_t(partners.size());
+        partners.emplace_back();
+      }
+      partners[size_t(slot[size_t(a)])].push_back(b);
+      ++degree[size_t(a)];
     }
+  using Entry = std::tuple<int32_t, double, int32_t>;  // degree, area, -facet
+  std::priority_queue<Entry> queue;
+  for (size_t f = 0; f < n; ++f)
+    if (degree[f] > 0) queue.emplace(degree[f], w.area(f), -int32_t(f));
+  std::vector<char> gone(n, 0);
+  while (!queue.empty()) {
+    const auto [d, a, nf] = queue.top();
+    queue.pop();
+    const int32_t f = -nf;
+    if (gone[size_t(f)] || d != degree[size_t(f)] || d == 0) continue;
+    gone[size_t(f)] = 1;
+    mark[size_t(f)] = 1;
+    for (const int32_t g : partners[size_t(slot[size_t(f)])]) {
+      if (gone[size_t(g)]) continue;
+      if (--degree[size_t(g)] > 0) queue.emplace(degree[size_t(g)], w.area(size_t(g)), -g);
+    }
+  }
+}
+
+// The debris of the surface marked; returns its area.
+double markdebris(Work &w, std::vector<char> &debris) {
+  const FacetMesh &m = w.m;
+  const size_t n = m.facets.size();
+  debris.assign(n, 0);
+  for (size_t f = 0; f < n; ++f)
+    if (collinearfacet(m.points, m.facets[f])) debris[f] = 1;
+  // Conflicts: facets of one piece that cross, and facets on one edge that lie folded back onto
+  // each other. As few facets go as settle every conflict, those in the most conflicts first (a
+  // stale facet that a split left behind lies across all its children), the larger first among
+  // equals. Pieces crossing each other are left to the union.
+  std::vector<FacetPair> pairs;
+  for (const FacetPair &p : crossingpairs(m.points, m.facets))
+    if (w.piece[size_t(p.first)] == w.piece[size_t(p.second)]) pairs.push_back(p);
+  const SideTable edges = buildsidetable(m);
+  for (size_t e = 0; e < edges.nedges(); ++e) {
+    const int64_t from = edges.start[e], to = std::min(edges.start[e + 1], from + 8);
+    for (int64_t i = from; i < to; ++i)
+      for (int64_t j = i + 1; j < to; ++j) {
+        const int32_t s1 = edges.sides[size_t(i)], s2 = edges.sides[size_t(j)];
+        if (s1 / 3 != s2 / 3 && foldedback(m, s1, s2)) pairs.emplace_back(std::min(s1, s2) / 3, std::max(s1, s2) / 3);
+      }
+  }
+  std::sort(pairs.begin(), pairs.end());
+  pairs.erase(std::unique(pairs.begin(), pairs.end()), pairs.end());
+  coverpairs(w, pairs, debris);
+  // Edges with more than two facets left: all of them go.
+  for (size_t e = 0; e < edges.nedges(); ++e) {
+    int32_t c = 0;
+    for (int64_t i = edges.start[e]; i < edges.start[e + 1]; ++i) c += !debris[size_t(edges.sides[size_t(i)] / 3)];
+    if (c > 2)
+      for (int64_t i = edges.start[e]; i < edges.start[e + 1]; ++i) debris[size_t(edges.sides[size_t(i)] / 3)] = 1;
+  }
+  double area = 0;
+  for (size_t f = 0; f < n; ++f)
+    if (debris[f]) area += w.area(f);
+  return area;
+}
+
+// Pieces that count as parts: those with at least this share of the whole area (what is smaller
+// is a scrap of debris, given or left).
+constexpr double partshare = 0.01;
+int32_t countparts(const Work &w, std::vector<int32_t> &piece) {
+  const SideTable edges = buildsidetable(w.m);
+  const int32_t np = pieces(w.m, edges, piece);
+  std::vector<double> area(size_t(np), 0);
+  double total = 0;
+  for (size_t f = 0; f < w.m.facets.size(); ++f) {
+    area[size_t(piece[f])] += w.area(f);
+    total += w.area(f);
+  }
+  return int32_t(std::count_if(area.begin(), area.end(), [&](double a) { return a >= partshare * total; }));
+}
+
+// Removes the facets round corners that have more than one fan, and open scraps; a few rounds,
+// since each removal can pinch a corner anew.
+int64_t clearfans(Work &w) {
+  int64_t removed = 0;
+  for (int round = 0; round < 8; ++round) {
+    const SideTable edges = buildsidetable(w.m);
+    // Separate pieces that meet at a corner are left to the union.
+    std::vector<int32_t> piece;
+    const int32_t np = pieces(w.m, edges, piece);
+    const std::vector<int32_t> pinched = pinchedpoints(w.m, edges, &piece);
+    std::vector<char> drop(w.m.facets.size(), 0);
+    if (!pinched.empty()) {
+      std::vector<char> point(w.m.npoints(), 0);
+      for (const int32_t p : pinched) point[size_t(p)] = 1;
+      for (size_t f = 0; f < w.m.facets.size(); ++f)
+        for (const int32_t p : w.m.facets[f])
+          if (point[size_t(p)]) drop[f] = 1;
+    }
+    // Open pieces of little area, and pieces made only of patches.
+    std::vector<double> area(size_t(np), 0);
+    std::vector<char> open(size_t(np), 0), patchonly(size_t(np), 1);
+    double total = 0;
+    for (size_t f = 0; f < w.m.facets.size(); ++f) {
+      const double a = w.area(f);
+      area[size_t(piece[f])] += a;
+      total += a;
+      if (!w.added[f]) patchonly[size_t(piece[f])] = 0;
+    }
+    for (size_t e = 0; e < edges.nedges(); ++e)
+      if (edges.count(int32_t(e)) == 1) open[size_t(piece[size_t(edges.sides[size_t(edges.start[e])] / 3)])] = 1;
+    for (size_t f = 0; f < w.m.facets.size(); ++f) {
+      const size_t p = size_t(piece[f]);
+      if (patchonly[p] || (open[p] && area[p] < scrapshare * total)) drop[f] = 1;
+    }
+    const int64_t k = std::count(drop.begin(), drop.end(), char(1));
+    if (k == 0) break;
+    removed += k;
+    w.keepwhere(drop);
+  }
+  return removed;
+}
+
+// Peels facets that hang on by one edge or a corner (two or three open sides): what is left of
+// a fold once the fold is gone. A few rounds, so that a strip of them goes but a sound rim does
+// not unravel.
+int64_t peel(Work &w, int rounds) {
+  int64_t removed = 0;
+  for (int round = 0; round < rounds; ++round) {
+    const SideTable edges = buildsidetable(w.m);
+    std::vector<char> drop(w.m.facets.size(), 0);
+    for (size_t f = 0; f < w.m.facets.size(); ++f) {
+      int open = 0;
+      for (int k = 0; k < 3; ++k) open += edges.count(edges.edgeofside[3 * f + size_t(k)]) == 1;
+      drop[f] = open >= 2;
+    }
+    const int64_t k = std::count(drop.begin(), drop.end(), char(1));
+    if (k == 0) break;
+    removed += k;
+    w.keepwhere(drop);
+  }
+  return removed;
+}
+
+// Turns the facets of each piece one way by walking across its two-facet edges; the way most of
+// the piece's given area faced wins. Facets whose edge cannot agree either way are marked.
+void orient(Work &w, std::vector<char> &conflict) {
+  const size_t n = w.m.facets.size();
+  const SideTable edges = buildsidetable(w.m);
+  conflict.assign(n, 0);
+  // Turns are decided first and made at the end, so that the sides keep their edges meanwhile.
+  std::vector<char> seen(n, 0), turn(n, 0);
+  auto from = [&](int32_t s) { return turn[size_t(s / 3)] ? sideto(w.m, s) : sidefrom(w.m, s); };
+  auto to = [&](int32_t s) { return turn[size_t(s / 3)] ? sidefrom(w.m, s) : sideto(w.m, s); };
+  std::vector<int32_t> queue, members;
+  for (size_t seed = 0; seed < n; ++seed) {
+    if (seen[seed]) continue;
+    queue.assign(1, int32_t(seed));
+    members.clear();
+    seen[seed] = 1;
+    for (size_t q = 0; q < queue.size(); ++q) {
+      const int32_t f = queue[q];
+      members.push_back(f);
+      for (int k = 0; k < 3; ++k) {
+        const int32_t s = 3 * f + k, e = edges.edgeofside[size_t(s)];
+        if (edges.count(e) != 2) continue;
+        const int32_t s1 = edges.sides[size_t(edges.start[size_t(e)])];
+        const int32_t o = s1 == s ? edges.sides[size_t(edges.start[size_t(e)]) + 1] : s1;
+        const int32_t g = o / 3;
+        if (!seen[size_t(g)]) {
+          seen[size_t(g)] = 1;
+          if (from(s) != to(o)) turn[size_t(g)] = 1;
+          queue.push_back(g);
+        } else if (from(s) != to(o)) {
+          conflict[size_t(f)] = conflict[size_t(g)] = 1;
+        }
+      }
+    }
+    // The way most of the piece's given area faced wins.
+    double facing = 0;
+    for (const int32_t f : members)
+      if (!w.added[size_t(f)]) facing += ((w.flipped[size_t(f)] != 0) != (turn[size_t(f)] != 0) ? -1 : 1) * w.area(size_t(f));
+    if (facing < 0)
+      for (const int32_t f : members) turn[size_t(f)] ^= 1;
+  }
+  for (size_t f = 0; f < n; ++f)
+    if (turn[f]) w.flip(f);
+}
+
+// The rims of the holes: each as its corners in the order a patch must run along them (against
+// the facets beside it), with the corner of the facet beside each step.
+struct Rim {
+  std::vector<int32_t> corners, beside;
+  int32_t piece = 0;
+};
+std::vector<Rim> rims(const Work &w) {
+  const SideTable edges = buildsidetable(w.m);
+  // Open sides, by the corner at which the patch's step starts (the side's far end).
+  std::vector<std::pair<int32_t, int32_t>> steps;
+  for (size_t e = 0; e < edges.nedges(); ++e)
+    if (edges.count(int32_t(e)) == 1) {
+      const int32_t s = edges.sides[size_t(edges.start[e])];
+      steps.emplace_back(sideto(w.m, s), s);
+    }
+  std::sort(steps.begin(), steps.end());
+  std::vector<char> used(steps.size(), 0);
+  std::vector<Rim> out;
+  for (size_t i = 0; i < steps.size(); ++i) {
+    if (used[i]) continue;
+    Rim r;
+    r.piece = w.piece[size_t(steps[i].second / 3)];
+    size_t at = i;
+    bool closed = false;
+    for (size_t guard = 0; guard <= steps.size(); ++guard) {
+      used[at] = 1;
+      const int32_t s = steps[at].second;
+      r.corners.push_back(steps[at].first);
+      r.beside.push_back(w.m.facets[size_t(s / 3)][size_t((s % 3 + 2) % 3)]);
+      const int32_t next = sidefrom(w.m, s);
+      auto it = std::lower_bound(steps.begin(), steps.end(), std::make_pair(next, INT32_MIN));
+      if (it == steps.end() || it->first != next) break;
+      at = size_t(it - steps.begin());
+      if (at == i) {
+        closed = true;
+        break;
+      }
+      if (used[at]) break;
+    }
+    if (closed && r.corners.size() >= 3) out.push_back(std::move(r));
+  }
+  return out;
+}
+
+// Whether the rim lies near one plane, by its distances from the plane of its Newell normal.
+bool nearplanar(const FacetMesh &m, const Rim &r, double &threshold) {
+  double nrm[3] = {0, 0, 0}, c[3] = {0, 0, 0}, lo[3], hi[3];
+  const size_t k = r.corners.size();
+  for (int a = 0; a < 3; ++a) lo[a] = HUGE_VAL, hi[a] = -HUGE_VAL;
+  for (size_t i = 0; i < k; ++i) {
+    const double *p = &m.points[3 * size_t(r.corners[i])], *q = &m.points[3 * size_t(r.corners[(i + 1) % k])];
+    nrm[0] += (p[1] - q[1]) * (p[2] + q[2]);
+    nrm[1] += (p[2] - q[2]) * (p[0] + q[0]);
+    nrm[2] += (p[0] - q[0]) * (p[1] + q[1]);
+    for (int a = 0; a < 3; ++a) c[a] += p[a] / double(k), lo[a] = std::min(lo[a], p[a]), hi[a] = std::max(hi[a], p[a]);
+  }
+  const double len = std::sqrt(nrm[0] * nrm[0] + nrm[1] * nrm[1] + nrm[2] * nrm[2]);
+  const double diag = std::sqrt((hi[0] - lo[0]) * (hi[0] - lo[0]) + (hi[1] - lo[1]) * (hi[1] - lo[1]) + (hi[2] - lo[2]) * (hi[2] - lo[2]));
+  threshold = planarshare * diag;
+  if (!(len > 0)) return false;
+  for (size_t i = 0; i < k; ++i) {
+    const double *p = &m.points[3 * size_t(r.corners[i])];
+    const double d = ((p[0] - c[0]) * nrm[0] + (p[1] - c[1]) * nrm[1] + (p[2] - c[2]) * nrm[2]) / len;
+    if (std::abs(d) > threshold) return false;
+  }
+  return true;
+}
+
+// Fills one rim; the patch's facets are appended (none when no triangulation was found).
+bool fill(Work &w, const Rim &r) {
+  const size_t k = r.corners.size();
+  std::vector<std::array<int32_t, 3>> tris;
+  if (k == 3) {
+    tris.push_back({0, 1, 2});
+  } else {
+    std::vector<Point> line, third;
+    for (size_t i = 0; i < k; ++i) {
+      const double *p = &w.m.points[3 * size_t(r.corners[i])], *q = &w.m.points[3 * size_t(r.beside[i])];
+      line.emplace_back(p[0], p[1], p[2]);
+      third.emplace_back(q[0], q[1], q[2]);
+    }
+    std::vector<CGAL::Triple<int, int, int>> out;
+    double threshold = 0;
+    const bool planar = nearplanar(w.m, r, threshold);
+    PMP::triangulate_hole_polyline(line, third, std::back_inserter(out),
+                                   CGAL::parameters::use_2d_constrained_delaunay_triangulation(planar)
+                                       .threshold_distance(threshold)
+                                       .use_delaunay_triangulation(true)
+                                       .do_not_use_cubic_algorithm(k > cubiclimit));
+    if (out.size() != k - 2) return false;
+    for (const auto &t : out) {
+      std::array<int32_t, 3> c{t.first, t.second, t.third};
+      std::sort(c.begin(), c.end());  // in rim order, so the patch runs with the rim
+      tris.push_back(c);
+    }
+  }
+  for (const auto &t : tris) {
+    w.m.facets.push_back({r.corners[size_t(t[0])], r.corners[size_t(t[1])], r.corners[size_t(t[2])]});
+    w.added.push_back(1);
+    w.flipped.push_back(0);
+    w.piece.push_back(r.piece);
+  }
+  return true;
+}
+
+// Whether the ray from p in a fixed direction (not along any axis or diagonal) crosses the
+// facets an odd number of times.
+bool inside(const FacetMesh &m, const std::vector<int32_t> &facets, const Point &p) {
+  const Kernel::Ray_3 ray(p, Kernel::Vector_3(1.0, 0.0012345678, 0.0023456789));
+  bool odd = false;
+  for (const int32_t f : facets) {
+    const double *a = &m.points[3 * size_t(m.facets[size_t(f)][0])], *b = &m.points[3 * size_t(m.facets[size_t(f)][1])],
+                 *c = &m.points[3 * size_t(m.facets[size_t(f)][2])];
+    if (std::max({a[0], b[0], c[0]}) < p.x()) continue;
+    const Kernel::Triangle_3 t(Point(a[0], a[1], a[2]), Point(b[0], b[1], b[2]), Point(c[0], c[1], c[2]));
+    if (!t.is_degenerate() && CGAL::do_intersect(ray, t)) odd = !odd;
+  }
+  return odd;
+}
+
+// Turns every closed shell to face outwards: a shell inside an odd number of others bounds a
+// void and faces inwards. With very many shells nesting is not looked for (each faces outwards).
+void faceoutwards(Work &w) {
+  const SideTable edges = buildsidetable(w.m);
+  std::vector<int32_t> piece;
+  const int32_t np = pieces(w.m, edges, piece);
+  std::vector<std::vector<int32_t>> members(static_cast<size_t>(np));
+  for (size_t f = 0; f < w.m.facets.size(); ++f) members[size_t(piece[f])].push_back(int32_t(f));
+  std::vector<double> volume(size_t(np), 0);
+  for (int32_t k = 0; k < np; ++k) {
+    FacetMesh one;
+    one.points = w.m.points;  // the points are shared; only the facets differ
+    for (const int32_t f : members[size_t(k)]) one.facets.push_back(w.m.facets[size_t(f)]);
+    volume[size_t(k)] = signedvolume(one);
+    one.points.clear();
+  }
+  constexpr int32_t nestinglimit = 64;
+  for (int32_t k = 0; k < np; ++k) {
+    int depth = 0;
+    if (np <= nestinglimit) {
+      const double *q = &w.m.points[3 * size_t(w.m.facets[size_t(members[size_t(k)][0])][0])];
+      const Point p(q[0], q[1], q[2]);
+      for (int32_t j = 0; j < np; ++j)
+        if (j != k && std::abs(volume[size_t(j)]) > std::abs(volume[size_t(k)]) && inside(w.m, members[size_t(j)], p)) ++depth;
+    }
+    if ((volume[size_t(k)] < 0) == (depth % 2 == 0))
+      for (const int32_t f : members[size_t(k)]) w.flip(size_t(f));
+  }
 }
 
 }  // namespace
@@ -70,79 +556,108 @@ SolidRepairReport makesolid(std::vector<float> &xyz, bool unite) {
   const size_t n = xyz.size() / 9;
   if (n == 0) return r;
   auto clock = std::chrono::steady_clock::now();
-  // Corners equal as floats are one vertex; a facet with two equal corners has no area to keep.
-  std::vector<Point> points;
-  std::vector<std::array<size_t, 3>> faces;
-  floatsoup(xyz.data(), static_cast<int64_t>(n), true, points, faces);
-  // A facet repeated, either way round, goes with all its copies: two parts that touch along a
-  // face have such pairs there, and the face between them is no surface of the united part; a
-  // plain duplicate leaves a hole that is filled below.
-  PMP::repair_polygon_soup(points, faces, CGAL::parameters::erase_all_duplicates(true));
-  PMP::orient_polygon_soup(points, faces);
-  r.seconds[0] = since(clock);
-  if (faces.empty() || !PMP::is_polygon_soup_a_polygon_mesh(faces)) return r;
-  Mesh mesh;
-  PMP::polygon_soup_to_polygon_mesh(points, faces, mesh);
+  Work w;
+  w.m = weld(xyz.data(), int64_t(n), true);
+  w.added.assign(w.m.facets.size(), 0);
+  w.flipped.assign(w.m.facets.size(), 0);
+  w.piece.assign(w.m.facets.size(), 0);
+  // The parts as given: facets repeated either way round still join what they touch.
+  r.pieces = countparts(w, w.piece);
+  repeats(w);
+  if (w.m.facets.empty()) return r;
   r.built = true;
-  PMP::stitch_borders(mesh);
-  // Zero-area facets go by collapsing their shortest edge or flipping their longest.
-  PMP::remove_degenerate_faces(mesh);
-  r.seconds[1] = since(clock);
-  r.holes += fillholes(mesh);
-  r.seconds[2] = since(clock);
+  countparts(w, w.piece);
+  double total = 0;
+  for (size_t f = 0; f < w.m.facets.size(); ++f) total += w.area(f);
+  r.seconds[0] = since(clock);
 
-  // Each round lists the crossings once: the same list ends the rounds and tells the result.
-  std::vector<std::pair<Mesh::Face_index, Mesh::Face_index>> pairs;
-  for (int round = 0;; ++round) {
-    pairs.clear();
-    PMP::self_intersections(mesh, std::back_inserter(pairs));
-    if (pairs.empty() || round == crossingrounds) break;
-    // Only crossings within one shell: shells crossing each other are left for the union.
-    auto shell = mesh.add_property_map<Mesh::Face_index, std::size_t>("f:shell").first;
-    PMP::connected_components(mesh, shell);
-    std::vector<Mesh::Face_index> doomed;
-    for (const auto &[a, b] : pairs)
-      if (shell[a] == shell[b]) doomed.insert(doomed.end(), {a, b});
-    mesh.remove_property_map(shell);
-    if (doomed.empty()) break;
-    // The facets next to a crossing go as well, so that the opening has room for a new patch.
-    const size_t direct = doomed.size();
-    for (size_t i = 0; i < direct; ++i)
-      for (const auto h : CGAL::halfedges_around_face(mesh.halfedge(doomed[i]), mesh)) {
-        const auto o = mesh.opposite(h);
-        if (!mesh.is_border(o)) doomed.push_back(mesh.face(o));
+  std::vector<char> mark;
+  r.givenarea = total - markdebris(w, mark);
+  r.debris = std::count(mark.begin(), mark.end(), char(1));
+  w.keepwhere(mark);
+  r.seconds[1] = since(clock);
+
+  for (int round = 0; round < fillrounds; ++round) {
+    if (round == 0) r.debris += peel(w, peelrounds);
+    r.debris += clearfans(w);
+    std::vector<char> conflict;
+    orient(w, conflict);
+    if (std::any_of(conflict.begin(), conflict.end(), [](char c) { return c != 0; })) {
+      addring(w.m, conflict);
+      r.removed += std::count(conflict.begin(), conflict.end(), char(1));
+      w.keepwhere(conflict);
+      continue;
+    }
+    r.seconds[2] += since(clock);
+    const size_t before = w.m.facets.size();
+    std::vector<size_t> patchstart;
+    for (const Rim &rim : rims(w)) {
+      patchstart.push_back(w.m.facets.size());
+      if (fill(w, rim)) ++r.holes;
+    }
+    patchstart.push_back(w.m.facets.size());
+    if (w.m.facets.size() == before) {
+      r.seconds[3] += since(clock);
+      break;
+    }
+    // A patch that crosses anything goes whole, with what it crossed and the ring round that.
+    std::vector<char> fresh(w.m.facets.size(), 0);
+    std::fill(fresh.begin() + std::ptrdiff_t(before), fresh.end(), 1);
+    std::vector<FacetPair> hits = crossingpairs(w.m.points, w.m.facets, &fresh);
+    // A patch that crosses another piece is left to the union.
+    hits.erase(std::remove_if(hits.begin(), hits.end(),
+                              [&](const FacetPair &p) { return w.piece[size_t(p.first)] != w.piece[size_t(p.second)]; }),
+               hits.end());
+    r.seconds[3] += since(clock);
+    if (hits.empty()) break;
+    std::vector<char> drop(w.m.facets.size(), 0), patchhit(patchstart.size(), 0);
+    for (const auto &[f, g] : hits)
+      for (const int32_t h : {f, g}) {
+        if (size_t(h) >= before) {
+          const size_t p = size_t(std::upper_bound(patchstart.begin(), patchstart.end(), size_t(h)) - patchstart.begin()) - 1;
+          patchhit[p] = 1;
+        } else {
+          drop[size_t(h)] = 1;
+        }
       }
-    std::sort(doomed.begin(), doomed.end());
-    doomed.erase(std::unique(doomed.begin(), doomed.end()), doomed.end());
-    for (const auto f : doomed) CGAL::Euler::remove_face(mesh.halfedge(f), mesh);
-    r.removed += static_cast<int64_t>(doomed.size());
-    mesh.collect_garbage();
-    r.holes += fillholes(mesh);
+    addring(w.m, drop);
+    for (size_t p = 0; p + 1 < patchstart.size(); ++p)
+      if (patchhit[p])
+        for (size_t f = patchstart[p]; f < patchstart[p + 1]; ++f) drop[f] = 1;
+    r.removed += std::count(drop.begin(), drop.end(), char(1));
+    w.keepwhere(drop);
   }
-  r.closed = CGAL::is_closed(mesh);
-  r.crossing = !pairs.empty();
-  std::vector<float> out;
-  if (unite && r.closed && r.crossing) {
-    facetsof(mesh, out);
-    if (uniteshells(out)) {
-      // The union, its corners rounded, made clean once more (slivers where the shells met).
-      const SolidRepairReport again = makesolid(out, false);
-      if (again.closed && !again.crossing) {
+
+  r.area = 0;
+  for (size_t f = 0; f < w.m.facets.size(); ++f) r.area += w.area(f);
+  const SideTable edges = buildsidetable(w.m);
+  r.closed = !w.m.facets.empty();
+  for (size_t e = 0; e < edges.nedges(); ++e)
+    if (edges.count(int32_t(e)) != 2) r.closed = false;
+  std::vector<int32_t> shell;
+  r.shells = countparts(w, shell);
+  if (r.closed) faceoutwards(w);
+  std::vector<float> out = floatsof(w.m);
+  const std::vector<FacetPair> left = crossingpairs(w.m.points, w.m.facets, nullptr, 1);
+  r.crossing = !left.empty();
+  // Shells that cross each other: their union (the area it takes away is inside the solid).
+  if (unite && r.closed && r.crossing && r.shells > 1) {
+    std::vector<float> united = out;
+    if (uniteshells(united)) {
+      const SolidRepairReport again = makesolid(united, false);
+      if (again.taken && again.closed && !again.crossing) {
         r.united = true;
         r.crossing = false;
+        r.shells = again.shells;
         r.holes += again.holes;
         r.removed += again.removed;
-        r.seconds[3] = since(clock);
-        xyz.swap(out);
-        return r;
+        out.swap(united);
       }
     }
   }
-  r.seconds[3] = since(clock);
-  if (r.closed && !r.crossing) PMP::orient_to_bound_a_volume(mesh);
-
-  facetsof(mesh, out);
-  xyz.swap(out);
+  // Taken only when it keeps the area it was given and splits no piece in two.
+  r.taken = r.area >= 0.9 * r.givenarea && r.shells <= r.pieces;
+  if (r.taken) xyz.swap(out);
   r.seconds[4] = since(clock);
   return r;
 }

@@ -1,13 +1,28 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// A closed, outward-facing solid made out of the facets of a damaged surface (9 floats each),
-// with CGAL's polygon mesh processing: corners equal as floats merged, duplicated and degenerate
-// facets dropped, the facets turned to one consistent orientation, borders stitched, every hole
-// filled by a minimum-area triangulation of its rim (no new corners, so the patch follows the
-// surrounding surface), then the facets that cross others removed together with their
-// neighbours and the openings filled again, a few rounds at most (only crossings within one
-// shell: shells that cross each other are left whole); with unite, shells that still overlap or
-// touch are then united into one solid (repair/unite.h); last, every shell is turned to face
-// outwards. Only the facets change; xyz is replaced by the result.
+// A closed, outward-facing solid made out of the facets of a damaged surface (9 floats each).
+//
+// The surfaces this meets most are warped ones whose refinement reached a hole: round the rim,
+// facets fold over others, edges carry three to eight facets, facets lie on top of others. So:
+//  1. corners equal as floats are merged; facets repeated the same way round are kept once;
+//     facets repeated either way round go with all their copies where the rest closes over them
+//     (parts touching along a face), and are kept once otherwise;
+//  2. debris is removed: facets of zero area, and of the facets that conflict (cross others of
+//     the same piece, or lie folded back onto a facet of the same edge) as few as settle every
+//     conflict, those in the most conflicts first; then every facet on an edge that still has
+//     more than two;
+//  3. facets that hang on by one side or a corner are peeled (two rounds), corners round which
+//     the facets do not form one fan lose their facets, and small open scraps go;
+//  4. each piece is oriented by walking across its edges (never cut apart), the way most of its
+//     area already faced;
+//  5. every hole is filled by the shape of its rim: a near-planar rim by a constrained Delaunay
+//     triangulation in its plane, any other by a triangulation restricted to the rim's 3D
+//     Delaunay triangulation (never the exhaustive search on a long rim); a patch that crosses
+//     its own piece goes again with the facets it crossed and their ring, and the opening is
+//     filled anew (a few rounds);
+//  6. with unite, pieces that cross each other are united (repair/unite.h).
+// The result is taken only when it keeps at least 90% of the area it was given (debris aside)
+// and has no more shells than the surface had pieces (each counted when it holds at least 1% of
+// the area); otherwise xyz is left as it was.
 #pragma once
 
 #include <cstdint>
@@ -16,14 +31,21 @@
 namespace wf {
 
 struct SolidRepairReport {
-  bool built = false;       // the facets could be made into a mesh at all
+  bool built = false;       // there were facets to work on
+  bool taken = false;       // the result replaced the facets
   bool closed = false;      // every edge on two facets in the result
   bool crossing = true;     // facets of the result still cross
+  int64_t debris = 0;       // facets removed as debris, peeled or scrapped
   int64_t holes = 0;        // holes filled (all rounds)
-  int64_t removed = 0;      // facets removed round crossings
-  bool united = false;      // shells were united
-  // Seconds of each stage: soup (merge, orient), mesh (build, stitch), holes (first filling),
-  // crossings (the rounds, with their test), finish (outward shells, facets out).
+  int64_t removed = 0;      // facets removed round crossing patches
+  bool united = false;      // pieces were united
+  int32_t pieces = 0;       // pieces of the surface given (debris aside)
+  int32_t shells = 0;       // shells of the result
+  double givenarea = 0;     // area of the surface given, debris aside
+  double area = 0;          // area of the result
+  // Seconds of each stage: merge (weld, repeats), debris (edges, crossings, removal), orient
+  // (fans, scraps, orientation), holes (filling and the check of the patches), finish (union,
+  // facets out).
   double seconds[5] = {0, 0, 0, 0, 0};
 };
 

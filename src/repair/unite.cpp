@@ -13,7 +13,7 @@
 
 #include <array>
 
-#include "repair/solidcheck.h"
+#include "repair/facetmesh.h"
 
 namespace wf {
 
@@ -30,9 +30,12 @@ bool uniteshells(std::vector<float> &xyz) {
   const size_t n = xyz.size() / 9;
   if (n == 0) return false;
   // Corners equal as floats are one vertex; a facet with two equal corners has no area to keep.
+  const FacetMesh soup = weld(xyz.data(), static_cast<int64_t>(n), true);
   std::vector<Point> points;
+  for (size_t v = 0; v < soup.npoints(); ++v)
+    points.emplace_back(soup.points[3 * v], soup.points[3 * v + 1], soup.points[3 * v + 2]);
   std::vector<std::array<size_t, 3>> faces;
-  floatsoup(xyz.data(), static_cast<int64_t>(n), true, points, faces);
+  for (const Facet &f : soup.facets) faces.push_back({size_t(f[0]), size_t(f[1]), size_t(f[2])});
   // Shells that touch share corners there; those are split apart again per shell.
   PMP::repair_polygon_soup(points, faces);
   PMP::orient_polygon_soup(points, faces);

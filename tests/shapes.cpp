@@ -1,0 +1,219 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "shapes.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <filesystem>
+#include <map>
+
+#include "testutil.h"
+
+namespace wft {
+
+namespace {
+
+using Corner = std::array<float, 3>;
+
+Corner corner(const Facets &s, size_t t, int k) {
+  return {s[9 * t + 3 * size_t(k)], s[9 * t + 3 * size_t(k) + 1], s[9 * t + 3 * size_t(k) + 2]};
+}
+
+void push(Facets &s, const Corner &a, const Corner &b, const Corner &c) {
+  s.insert(s.end(), a.begin(), a.end());
+  s.insert(s.end(), b.begin(), b.end());
+  s.insert(s.end(), c.begin(), c.end());
+}
+
+// The facet other than t that shares an edge with it, the first in file order.
+size_t neighbour(const Facets &s, size_t t) {
+  for (size_t u = 0; u < s.size() / 9; ++u) {
+    if (u == t) continue;
+    int shared = 0;
+    for (int i = 0; i < 3; ++i)
+      for (int j = 0; j < 3; ++j) shared += corner(s, t, i) == corner(s, u, j);
+    if (shared == 2) return u;
+  }
+  return t;
+}
+
+}  // namespace
+
+Facets boxpart(float x0, float y0, float z0, float sx, float sy, float sz, int n) {
+  // Each face: its origin corner (bits x, y, z) and two edge directions whose cross product
+  // points outwards.
+  struct Face {
+    int o[3], u, v;
+  };
+  const Face faces[6] = {{{0, 0, 0}, 1, 0}, {{0, 0, 1}, 0, 1}, {{0, 0, 0}, 0, 2},
+                         {{0, 1, 0}, 2, 0}, {{0, 0, 0}, 2, 1}, {{1, 0, 0}, 1, 2}};
+  const float o[3] = {x0, y0, z0}, size[3] = {sx, sy, sz};
+  Facets s;
+  for (const Face &f : faces)
+    for (int j = 0; j < n; ++j)
+      for (int i = 0; i < n; ++i) {
+        auto at = [&](int a, int b) {
+          Corner c;
+          for (int k = 0; k < 3; ++k) {
+            // Every corner from its lattice numbers alone, so shared corners are equal bits.
+            int step = f.o[k] * n + (k == f.u ? a : 0) + (k == f.v ? b : 0);
+            c[size_t(k)] = o[k] + size[k] * float(step) / float(n);
+          }
+          return c;
+        };
+        push(s, at(i, j), at(i + 1, j), at(i + 1, j + 1));
+        push(s, at(i, j), at(i + 1, j + 1), at(i, j + 1));
+      }
+  return s;
+}
+
+Facets toruspart(float cx, float cy, float cz, float R, float r, int nu, int nv) {
+  auto at = [&](int i, int j) {
+    const double u = 2 * M_PI * (i % nu) / nu, v = 2 * M_PI * (j % nv) / nv;
+    return Corner{float(cx + (R + r * std::cos(v)) * std::cos(u)),
+                  float(cy + (R + r * std::cos(v)) * std::sin(u)), float(cz + r * std::sin(v))};
+  };
+  Facets s;
+  for (int i = 0; i < nu; ++i)
+    for (int j = 0; j < nv; ++j) {
+      push(s, at(i, j), at(i + 1, j), at(i + 1, j + 1));
+      push(s, at(i, j), at(i + 1, j + 1), at(i, j + 1));
+    }
+  return s;
+}
+
+// Pier [12, 24] x [4, 16] x [0, 14]; deck [2, 34] x [2, 18] x [11, 17], so that they overlap in
+// [12, 24] x [4, 16] x [11, 14].
+Facets bridgepart() {
+  Facets s = boxpart(12, 4, 0, 12, 12, 14, 2);
+  const Facets deck = boxpart(2, 2, 11, 32, 16, 6, 2);
+  s.insert(s.end(), deck.begin(), deck.end());
+  return s;
+}
+
+double bridgevolume() { return 12.0 * 12 * 14 + 32.0 * 16 * 6 - 12.0 * 12 * 3; }
+
+const char *damagename(Damage d) {
+  switch (d) {
+    case Damage::none: return "intact";
+    case Damage::onefacet: return "one facet removed";
+    case Damage::twofacets: return "two neighbouring facets removed";
+    case Damage::side: return "a whole side removed";
+    case Damage::sliver: return "a zero-area sliver added";
+    case Damage::fin: return "a fin added";
+    case Damage::reversedcopy: return "a reversed copy of every facet added";
+  }
+  return "?";
+}
+
+Facets damage(const Facets &part, Damage d, size_t at) {
+  const size_t n = part.size() / 9;
+  const size_t t = at % n;
+  Facets s;
+  switch (d) {
+    case Damage::none:
+      return part;
+    case Damage::onefacet:
+    case Damage::twofacets: {
+      const size_t u = d == Damage::twofacets ? neighbour(part, t) : t;
+      for (size_t k = 0; k < n; ++k)
+        if (k != t && k != u) s.insert(s.end(), &part[9 * k], &part[9 * k + 9]);
+      return s;
+    }
+    case Damage::side: {
+      // Every facet that faces within 45 degrees of -y.
+      for (size_t k = 0; k < n; ++k) {
+        const float *p = &part[9 * k];
+        const double u[3] = {double(p[3]) - p[0], double(p[4]) - p[1], double(p[5]) - p[2]};
+        const double v[3] = {double(p[6]) - p[0], double(p[7]) - p[1], double(p[8]) - p[2]};
+        const double c[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
+        const double len = std::sqrt(c[0] * c[0] + c[1] * c[1] + c[2] * c[2]);
+        if (!(c[1] < -std::sqrt(0.5) * len)) s.insert(s.end(), &part[9 * k], &part[9 * k + 9]);
+      }
+      return s;
+    }
+    case Damage::sliver:
+    case Damage::fin: {
+      s = part;
+      const Corner a = corner(part, t, 0), b = corner(part, t, 1), c = corner(part, t, 2);
+      Corner m;
+      for (int k = 0; k < 3; ++k) m[size_t(k)] = 0.5f * (a[size_t(k)] + b[size_t(k)]);
+      if (d == Damage::fin) {
+        // Straight out of the facet, as far as a third of its edge a-b is long.
+        double e1[3], e2[3];
+        for (int k = 0; k < 3; ++k) e1[k] = b[size_t(k)] - a[size_t(k)], e2[k] = c[size_t(k)] - a[size_t(k)];
+        double nrm[3] = {e1[1] * e2[2] - e1[2] * e2[1], e1[2] * e2[0] - e1[0] * e2[2], e1[0] * e2[1] - e1[1] * e2[0]};
+        const double len = std::sqrt(nrm[0] * nrm[0] + nrm[1] * nrm[1] + nrm[2] * nrm[2]);
+        const double edge = std::sqrt(e1[0] * e1[0] + e1[1] * e1[1] + e1[2] * e1[2]);
+        for (int k = 0; k < 3; ++k) m[size_t(k)] += float(nrm[k] / len * edge / 3);
+      }
+      push(s, b, a, m);
+      return s;
+    }
+    case Damage::reversedcopy: {
+      s = part;
+      for (size_t k = 0; k < n; ++k) push(s, corner(part, k, 0), corner(part, k, 2), corner(part, k, 1));
+      return s;
+    }
+  }
+  return s;
+}
+
+double facetarea(const Facets &s) {
+  double a = 0;
+  for (size_t t = 0; t < s.size() / 9; ++t) {
+    const float *p = &s[9 * t];
+    const double u[3] = {double(p[3]) - p[0], double(p[4]) - p[1], double(p[5]) - p[2]};
+    const double v[3] = {double(p[6]) - p[0], double(p[7]) - p[1], double(p[8]) - p[2]};
+    const double c[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
+    a += 0.5 * std::sqrt(c[0] * c[0] + c[1] * c[1] + c[2] * c[2]);
+  }
+  return a;
+}
+
+double signedvolume(const Facets &s) {
+  double v = 0;
+  for (size_t t = 0; t < s.size() / 9; ++t) {
+    const float *p = &s[9 * t];
+    const double a[3] = {p[0], p[1], p[2]}, b[3] = {p[3], p[4], p[5]}, c[3] = {p[6], p[7], p[8]};
+    v += (a[0] * (b[1] * c[2] - b[2] * c[1]) - a[1] * (b[0] * c[2] - b[2] * c[0]) +
+          a[2] * (b[0] * c[1] - b[1] * c[0])) / 6.0;
+  }
+  return v;
+}
+
+size_t overloadededges(const Facets &s) {
+  std::map<std::array<float, 6>, int> count;
+  for (size_t t = 0; t < s.size() / 9; ++t)
+    for (int k = 0; k < 3; ++k) {
+      Corner a = corner(s, t, k), b = corner(s, t, (k + 1) % 3);
+      if (b < a) std::swap(a, b);
+      ++count[{a[0], a[1], a[2], b[0], b[1], b[2]}];
+    }
+  size_t n = 0;
+  for (const auto &[e, c] : count) n += c > 2;
+  return n;
+}
+
+std::string samplefield(const std::string &tag) {
+  const std::string dir = tempdir(tag);
+  rungenjob(dir, {"--tris", "448"});
+  return dir;
+}
+
+WarpRun warpsurface(const std::string &folder, const Facets &surface, const std::string &cards) {
+  namespace fs = std::filesystem;
+  for (const char *old : {"job_1_warp.stl", "job_1_warp_ls_repair.stl"}) fs::remove(folder + "/" + old);
+  writefile(folder + "/part.stl", binarystlbytes(surface));
+  writefile(folder + "/repair.deck", "*INPU\njob\n*IOFF\n-1\n*N3DM\n" + cards);
+  const RunResult r = runwarpforge("repair.deck", folder);
+  WarpRun w;
+  w.status = r.status;
+  w.console = r.out;
+  w.warped = binarystlfacets(readfile(folder + "/job_1_warp.stl"));
+  w.repairedwritten = fs::exists(folder + "/job_1_warp_ls_repair.stl");
+  if (w.repairedwritten) w.repaired = binarystlfacets(readfile(folder + "/job_1_warp_ls_repair.stl"));
+  return w;
+}
+
+}  // namespace wft

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Closed parts made in code, the damage that a surface brings to a warp, and the warp of such a
+// surface on the sample job's field, for the repair tests and bench_repair.
+// Facets travel as 9 floats each (corner 1 x, y, z, corner 2, corner 3), facing outwards.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace wft {
+
+using Facets = std::vector<float>;
+
+// ---------------------------------------------------------------- parts
+
+// A box [x0, x0 + sx] x [y0, y0 + sy] x [z0, z0 + sz], each face in n x n rectangles of two facets.
+Facets boxpart(float x0, float y0, float z0, float sx, float sy, float sz, int n);
+// A torus round the axis parallel to z through (cx, cy, cz): nu cells round the axis, nv round the
+// tube.
+Facets toruspart(float cx, float cy, float cz, float R, float r, int nu, int nv);
+// Two boxes stacked with overlap, like a bridge: a pier and a deck across it that reaches into it
+// (no face of one lies in a face of the other).
+Facets bridgepart();
+// The union volume of bridgepart() as it is made (before any warp).
+double bridgevolume();
+
+// ---------------------------------------------------------------- damage
+
+enum class Damage {
+  none,
+  onefacet,       // one facet removed
+  twofacets,      // two facets that share an edge removed
+  side,           // every facet facing within 45 degrees of -y removed
+  sliver,         // a zero-area facet along an edge of the surface added
+  fin,            // a facet standing out of the surface on one of its edges added
+  reversedcopy,   // a reversed copy of every facet added
+};
+const char *damagename(Damage d);
+// The damaged surface; `at` chooses the facet where the damage is made (taken modulo the count).
+Facets damage(const Facets &part, Damage d, size_t at);
+
+// ---------------------------------------------------------------- measures
+
+double facetarea(const Facets &s);
+// Signed volume by the divergence theorem (meaningful for closed surfaces).
+double signedvolume(const Facets &s);
+// Edges (corners equal as floats are one vertex) on more than two facets.
+size_t overloadededges(const Facets &s);
+
+// ---------------------------------------------------------------- warp on the sample field
+
+// A folder with the sample job of genjob (its mesh and field), ready for surfaces of one's own.
+std::string samplefield(const std::string &tag);
+// The surface written as the job's part, warped with the deck's cards (`cards` is appended to
+// "*INPU job *IOFF -1 *N3DM"); returns the program's console and exit status through out and
+// status. The warped surface is folder/job_1_warp.stl, a repaired one job_1_warp_ls_repair.stl.
+struct WarpRun {
+  int status = -1;
+  std::string console;
+  Facets warped;    // job_1_warp.stl
+  Facets repaired;  // job_1_warp_ls_repair.stl, empty when not written
+  bool repairedwritten = false;
+};
+WarpRun warpsurface(const std::string &folder, const Facets &surface, const std::string &cards);
+
+}  // namespace wft
