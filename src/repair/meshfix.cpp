@@ -1,20 +1,14 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Repair passes on an admesh stl_file. admesh does the merging (exact and nearby within the
-// tolerance); the solid is then made by repair/solidrepair (orientation, stitching, hole filling,
-// crossings removed and filled again). Every loop below is bounded by the number of facets or of
-// open edges.
+// Repair passes on an admesh stl_file. admesh closes cracks (its exact and nearby checks within
+// the tolerance); the solid is then made by repair/solidrepair (debris, orientation, holes,
+// crossing patches, union). Every loop below is bounded by its count of passes.
 #include "repair/meshfix.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <new>
-#include <queue>
-#include <tuple>
-#include <unordered_map>
-#include <unordered_set>
 
 #include "repair/solidrepair.h"
 
@@ -73,84 +67,6 @@ void nearby(stl_file &stl, float tolerance) {
   stl_check_facets_nearby(&stl, tolerance);
 }
 
-struct VertexKey {
-  uint32_t w[3];
-  bool operator==(const VertexKey &o) const {
-    return w[0] == o.w[0] && w[1] == o.w[1] && w[2] == o.w[2];
-  }
-};
-struct VertexKeyHash {
-  static uint64_t mix(uint64_t x) {  // splitmix64 finaliser
-    x += 0x9E3779B97F4A7C15ull;
-    x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ull;
-    x = (x ^ (x >> 27)) * 0x94D049BB133111EBull;
-    return x ^ (x >> 31);
-  }
-  size_t operator()(const VertexKey &k) const {
-    return size_t(mix((uint64_t(k.w[0]) << 32 | k.w[1]) ^ mix(k.w[2])));
-  }
-};
-
-
-// Numbers the distinct corners (exact float bits) of n facets: id of corner k of facet i at
-// [3i + k]. Returns the number of distinct corners. Open addressing with the key in the slot, so
-// that a lookup touches one place in memory; the table doubles at half load.
-int32_t cornerids(const stl_facet *facets, int n, std::vector<int32_t> &id,
-                  std::vector<stl_vertex> *where = nullptr) {
-  struct Slot {
-    VertexKey key;
-    int32_t id;  // -1: empty
-  };
-  const size_t m = 3 * size_t(std::max(n, 0));
-  size_t cap = 1024;
-  while (cap < m / 2) cap <<= 1;
-  std::vector<Slot> table(cap, Slot{{{0, 0, 0}}, -1});
-  size_t used = 0;
-  const VertexKeyHash hash;
-  auto place = [&](std::vector<Slot> &t, const VertexKey &key) -> Slot & {
-    size_t mask = t.size() - 1, h = hash(key) & mask;
-    while (t[h].id >= 0 && !(t[h].key == key)) h = (h + 1) & mask;
-    return t[h];
-  };
-  id.resize(m);
-  int32_t next = 0;
-  for (size_t c = 0; c < m; ++c) {
-    VertexKey key;
-    const stl_vertex &v = facets[c / 3].vertex[c % 3];
-    std::memcpy(key.w, &v, sizeof key.w);
-    Slot &slot = place(table, key);
-    if (slot.id < 0) {
-      slot.key = key;
-      slot.id = next++;
-      if (where) where->push_back(v);
-      if (++used * 2 > table.size()) {
-        std::vector<Slot> bigger(table.size() * 2, Slot{{{0, 0, 0}}, -1});
-        for (const Slot &old : table)
-          if (old.id >= 0) place(bigger, old.key) = old;
-        table.swap(bigger);
-      }
-      id[c] = next - 1;
-    } else {
-      id[c] = slot.id;
-    }
-  }
-  return next;
-}
-
-uint64_t edgekey(int32_t a, int32_t b) {
-  if (a > b) std::swap(a, b);
-  return uint64_t(uint32_t(a)) << 32 | uint32_t(b);
-}
-
-// Undirected edge keys of all facet sides, sorted.
-void sortededges(const std::vector<int32_t> &id, std::vector<uint64_t> &keys) {
-  size_t n = id.size() / 3;
-  keys.resize(3 * n);
-  for (size_t i = 0; i < n; ++i)
-    for (size_t k = 0; k < 3; ++k) keys[3 * i + k] = edgekey(id[3 * i + k], id[3 * i + (k + 1) % 3]);
-  std::sort(keys.begin(), keys.end());
-}
-
 }  // namespace
 
 bool loadfacets(stl_file &stl, const float *xyz, int64_t n) {
@@ -189,69 +105,15 @@ void takefacets(const stl_file &stl, std::vector<float> &xyz) {
 
 void freestl(stl_file &stl) { closestl(stl); }
 
-bool soundness(const float *xyz, int64_t n, Soundness &result) {
-  result = Soundness();
-  result.facets = n;
+bool sound(const float *xyz, int64_t n, bool &result) {
+  result = false;
   if (n <= 0) return true;
-  stl_file stl;
-  if (!loadfacets(stl, xyz, n)) return false;
-  stl_check_facets_exact(&stl);
-  result.connected3 = stl.stats.connected_facets_3_edge;
-  result.degenerate = stl.stats.degenerate_facets;
-  for (int i = 0; i < stl.stats.number_of_facets; ++i)
-    for (int j = 0; j < 3; ++j)
-      if (stl.neighbors_start[i].neighbor[j] != -1 && stl.neighbors_start[i].which_vertex_not[j] > 2)
-        ++result.backwards;
-  std::vector<int32_t> id;
-  std::vector<uint64_t> keys;
-  cornerids(stl.facet_start, stl.stats.number_of_facets, id);
-  sortededges(id, keys);
-  for (size_t i = 0; i < keys.size();) {
-    size_t j = i;
-    while (j < keys.size() && keys[j] == keys[i]) ++j;
-    if (j - i > 2) ++result.overloaded;
-    i = j;
-  }
-  closestl(stl);
-  if (result.paired()) {
-    try {
-      result.solid = checksolid(xyz, n);
-    } catch (const std::bad_alloc &) {
-      return false;
-    }
+  try {
+    result = checksolid(xyz, n).printable();
+  } catch (const std::bad_alloc &) {
+    return false;
   }
   return true;
-}
-
-int64_t dropconflicts(stl_file &stl) {
-  exact(stl);
-  const int n = nfacets(stl);
-  if (n == 0) return 0;
-  std::vector<int32_t> id;
-  std::vector<uint64_t> keys;
-  cornerids(stl.facet_start, n, id);
-  sortededges(id, keys);
-  auto overloaded = [&](int32_t a, int32_t b) {
-    uint64_t key = edgekey(a, b);
-    auto lo = std::lower_bound(keys.begin(), keys.end(), key);
-    return lo + 2 < keys.end() && *(lo + 2) == key;
-  };
-  int k = 0;
-  for (int i = 0; i < n; ++i) {
-    bool bad = false;
-    for (int j = 0; j < 3; ++j) {
-      if (stl.neighbors_start[i].neighbor[j] != -1 && stl.neighbors_start[i].which_vertex_not[j] > 2)
-        bad = true;
-      if (overloaded(id[3 * size_t(i) + size_t(j)], id[3 * size_t(i) + size_t(j + 1) % 3]))
-        bad = true;
-    }
-    if (!bad) stl.facet_start[k++] = stl.facet_start[i];
-  }
-  if (k == n) return 0;
-  stl.stats.facets_removed += n - k;
-  stl.stats.number_of_facets = k;
-  exact(stl);
-  return n - k;
 }
 
 // The facets made into a closed solid (see repair/solidrepair.h), back into stl.
@@ -276,19 +138,21 @@ void extendedpass(stl_file &stl, float tolerance) {
   refreshbox(stl);
   const double cap = 0.01 * stl.stats.bounding_diameter;
   float t = tolerance;
-  std::vector<float> xyz;
+  std::vector<float> before, after;
   for (int pass = 1; pass <= 8; ++pass) {
-    takefacets(stl, xyz);
-    Soundness s;
-    if (soundness(xyz.data(), nfacets(stl), s) && s.sound()) break;
+    takefacets(stl, before);
+    bool printable = false;
+    if (sound(before.data(), nfacets(stl), printable) && printable) break;
     if (nfacets(stl) == 0) break;
     double grown = 2.0 * t;
     if (cap > 0 && grown > cap) grown = std::max<double>(cap, tolerance);
     t = float(grown);
     exact(stl);
     nearby(stl, t);
-    dropconflicts(stl);
     solidify(stl, true);
+    // A pass that changed nothing would change nothing again.
+    takefacets(stl, after);
+    if (after == before) break;
   }
 }
 

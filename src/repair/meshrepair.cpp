@@ -201,10 +201,10 @@ int meshrepair_facecount(const MeshRepairMesh *mesh) {
 int meshrepair_issane(MeshRepairMesh *mesh, int *result) {
   if (result) *result = 0;
   if (!mesh || !result) return fail(mesh ? mesh->context : nullptr, MESHREPAIR_EARG, "no mesh");
-  meshfix::Soundness s;
-  if (!meshfix::soundness(mesh->xyz.data(), int64_t(mesh->xyz.size() / 9), s))
+  bool printable = false;
+  if (!meshfix::sound(mesh->xyz.data(), int64_t(mesh->xyz.size() / 9), printable))
     return fail(mesh->context, MESHREPAIR_ENOMEM, "out of memory checking the mesh");
-  *result = s.sound() ? 1 : 0;
+  *result = printable ? 1 : 0;
   return 0;
 }
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Mesh-repair component, built on admesh: load an STL, count faces, tell soundness, a default and
-// an extended repair with a tolerance, save an STL, and the text of the last failure. A mesh is
-// sound when every facet is connected on all three edges, no edge runs backwards and no facet is
-// degenerate. Every call that returns an int returns 0 for success; a failure leaves its text in
-// the context of the mesh (meshrepair_lasterror). Handles are opaque: one context, meshes in it.
+// Mesh-repair component: load an STL, count faces, tell soundness, a default and an extended
+// repair with a tolerance, save an STL, and the text of the last failure. A mesh is sound when it
+// is printable (repair/solidcheck.h). Every call that returns an int returns 0 for success; a
+// failure leaves its text in the context of the mesh (meshrepair_lasterror). Handles are opaque:
+// one context, meshes in it.
 #pragma once
 
 namespace wf {
@@ -30,11 +30,12 @@ MeshRepairMesh *meshrepair_loadstl(MeshRepairContext *context, const char *path)
 int meshrepair_facecount(const MeshRepairMesh *mesh);
 // *result becomes 1 for a sound mesh, 0 otherwise.
 int meshrepair_issane(MeshRepairMesh *mesh, int *result);
-// Exact merge, nearby merge within tolerance, removal of unconnected and degenerate facets,
-// hole filling, and consistent outward facet directions with fresh normals.
+// Cracks within the tolerance merged (admesh's exact and nearby checks), then the solid repair of
+// repair/solidrepair.h without the union of crossing pieces.
 int meshrepair_defaultrepair(MeshRepairMesh *mesh, float tolerance);
-// Up to eight further passes with a doubling tolerance (never above 1% of the part's diagonal);
-// each pass also drops facets whose orientation cannot be made consistent and fills again.
+// Up to eight further passes, each with twice the tolerance of the one before (never above 1% of
+// the part's diagonal): the nearby merge, then the solid repair with the union of crossing
+// pieces. Stops at a sound mesh, and after a pass that changed nothing.
 int meshrepair_extendedrepair(MeshRepairMesh *mesh, float tolerance);
 // flags 0: binary little-endian STL with computed normals (the only form offered).
 int meshrepair_savestl(MeshRepairMesh *mesh, const char *path, int flags);
