@@ -201,9 +201,14 @@ void addring(const FacetMesh &m, std::vector<char> &mark) {
       if (point[size_t(p)]) mark[f] = 1;
 }
 
-// Marks as few facets as cover every pair: repeatedly the facet in the most pairs not yet
-// covered, the larger among equals, the lower number among those.
-void coverpairs(const Work &w, const std::vector<FacetPair> &pairs, std::vector<char> &mark) {
+// How the conflicts are settled: the facet in the most conflicts first (a stale facet that a
+// split left behind lies across all its children), or the smaller facet of each conflict first
+// (a surface doubled by finer debris keeps its coarse facets).
+enum class Settle { mostconflicts, smallerfirst };
+
+// Marks facets until every pair has one marked: in the order of `settle`, the larger among equals
+// (most conflicts) and the lower number among those.
+void coverpairs(const Work &w, const std::vector<FacetPair> &pairs, Settle settle, std::vector<char> &mark) {
   if (pairs.empty()) return;
   const size_t n = w.m.facets.size();
   std::vector<int32_t> degree(n, 0);
@@ -218,36 +223,32 @@ void coverpairs(const Work &w, const std::vector<FacetPair> &pairs, std::vector<
       partners[size_t(slot[size_t(a)])].push_back(b);
       ++degree[size_t(a)];
     }
-  using Entry = std::tuple<int32_t, double, int32_t>;  // degree, area, -facet
+  // Most conflicts: (degree, area, -facet), the degree brought up to date as pairs are settled.
+  // Smaller first: (1, -area, -facet), each facet once.
+  const bool most = settle == Settle::mostconflicts;
+  using Entry = std::tuple<int32_t, double, int32_t>;
   std::priority_queue<Entry> queue;
   for (size_t f = 0; f < n; ++f)
-    if (degree[f] > 0) queue.emplace(degree[f], w.area(f), -int32_t(f));
+    if (degree[f] > 0) queue.emplace(most ? degree[f] : 1, most ? w.area(f) : -w.area(f), -int32_t(f));
   std::vector<char> gone(n, 0);
   while (!queue.empty()) {
     const auto [d, a, nf] = queue.top();
     queue.pop();
     const int32_t f = -nf;
-    if (gone[size_t(f)] || d != degree[size_t(f)] || d == 0) continue;
+    if (gone[size_t(f)] || degree[size_t(f)] == 0 || (most && d != degree[size_t(f)])) continue;
     gone[size_t(f)] = 1;
     mark[size_t(f)] = 1;
     for (const int32_t g : partners[size_t(slot[size_t(f)])]) {
       if (gone[size_t(g)]) continue;
-      if (--degree[size_t(g)] > 0) queue.emplace(degree[size_t(g)], w.area(size_t(g)), -g);
+      if (--degree[size_t(g)] > 0 && most) queue.emplace(degree[size_t(g)], w.area(size_t(g)), -g);
     }
   }
 }
 
-// The debris of the surface marked; returns its area.
-double markdebris(Work &w, std::vector<char> &debris) {
+// Conflicts: facets of one piece that cross, and facets on one edge that lie folded back onto
+// each other. Pieces crossing each other are left to the union.
+std::vector<FacetPair> conflicts(const Work &w) {
   const FacetMesh &m = w.m;
-  const size_t n = m.facets.size();
-  debris.assign(n, 0);
-  for (size_t f = 0; f < n; ++f)
-    if (collinearfacet(m.points, m.facets[f])) debris[f] = 1;
-  // Conflicts: facets of one piece that cross, and facets on one edge that lie folded back onto
-  // each other. As few facets go as settle every conflict, those in the most conflicts first (a
-  // stale facet that a split left behind lies across all its children), the larger first among
-  // equals. Pieces crossing each other are left to the union.
   std::vector<FacetPair> pairs;
   for (const FacetPair &p : crossingpairs(m.points, m.facets))
     if (w.piece[size_t(p.first)] == w.piece[size_t(p.second)]) pairs.push_back(p);
@@ -262,18 +263,24 @@ double markdebris(Work &w, std::vector<char> &debris) {
   }
   std::sort(pairs.begin(), pairs.end());
   pairs.erase(std::unique(pairs.begin(), pairs.end()), pairs.end());
-  coverpairs(w, pairs, debris);
-  // Edges with more than two facets left: all of them go.
+  return pairs;
+}
+
+// The debris marked: facets of zero area, the facets that settle the conflicts, then every facet
+// on an edge that still has more than two.
+void markdebris(const Work &w, const std::vector<FacetPair> &pairs, Settle settle, std::vector<char> &debris) {
+  const FacetMesh &m = w.m;
+  debris.assign(m.facets.size(), 0);
+  for (size_t f = 0; f < m.facets.size(); ++f)
+    if (collinearfacet(m.points, m.facets[f])) debris[f] = 1;
+  coverpairs(w, pairs, settle, debris);
+  const SideTable edges = buildsidetable(m);
   for (size_t e = 0; e < edges.nedges(); ++e) {
     int32_t c = 0;
     for (int64_t i = edges.start[e]; i < edges.start[e + 1]; ++i) c += !debris[size_t(edges.sides[size_t(i)] / 3)];
     if (c > 2)
       for (int64_t i = edges.start[e]; i < edges.start[e + 1]; ++i) debris[size_t(edges.sides[size_t(i)] / 3)] = 1;
   }
-  double area = 0;
-  for (size_t f = 0; f < n; ++f)
-    if (debris[f]) area += w.area(f);
-  return area;
 }
 
 // Pieces that count as parts: those with at least this share of the whole area (what is smaller
@@ -551,6 +558,93 @@ void faceoutwards(Work &w) {
 
 }  // namespace
 
+namespace {
+
+// The surface with one way of settling its debris carried through: debris out, peeled, oriented,
+// filled.
+struct Attempt {
+  Work w;
+  int64_t debris = 0, holes = 0, removed = 0;
+  double debrisarea = 0, patcharea = 0, area = 0;
+  bool closed = false, crossing = true;
+  int32_t shells = 0;
+};
+
+void carrythrough(Attempt &t, const std::vector<char> &mark, double seconds[5]) {
+  auto clock = std::chrono::steady_clock::now();
+  Work &w = t.w;
+  for (size_t f = 0; f < mark.size(); ++f)
+    if (mark[f]) t.debrisarea += w.area(f);
+  t.debris = std::count(mark.begin(), mark.end(), char(1));
+  w.keepwhere(mark);
+  seconds[1] += since(clock);
+  for (int round = 0; round < fillrounds; ++round) {
+    if (round == 0) t.debris += peel(w, peelrounds);
+    t.debris += clearfans(w);
+    std::vector<char> conflict;
+    orient(w, conflict);
+    if (std::any_of(conflict.begin(), conflict.end(), [](char c) { return c != 0; })) {
+      addring(w.m, conflict);
+      t.removed += std::count(conflict.begin(), conflict.end(), char(1));
+      w.keepwhere(conflict);
+      continue;
+    }
+    seconds[2] += since(clock);
+    const size_t before = w.m.facets.size();
+    std::vector<size_t> patchstart;
+    for (const Rim &rim : rims(w)) {
+      patchstart.push_back(w.m.facets.size());
+      if (fill(w, rim)) ++t.holes;
+    }
+    patchstart.push_back(w.m.facets.size());
+    if (w.m.facets.size() == before) {
+      seconds[3] += since(clock);
+      break;
+    }
+    // A patch that crosses its piece goes whole, with what it crossed and the ring round that; a
+    // patch that crosses another piece is left to the union.
+    std::vector<char> fresh(w.m.facets.size(), 0);
+    std::fill(fresh.begin() + std::ptrdiff_t(before), fresh.end(), 1);
+    std::vector<FacetPair> hits = crossingpairs(w.m.points, w.m.facets, &fresh);
+    hits.erase(std::remove_if(hits.begin(), hits.end(),
+                              [&](const FacetPair &p) { return w.piece[size_t(p.first)] != w.piece[size_t(p.second)]; }),
+               hits.end());
+    seconds[3] += since(clock);
+    if (hits.empty()) break;
+    std::vector<char> drop(w.m.facets.size(), 0), patchhit(patchstart.size(), 0);
+    for (const auto &[f, g] : hits)
+      for (const int32_t h : {f, g}) {
+        if (size_t(h) >= before) {
+          const size_t p = size_t(std::upper_bound(patchstart.begin(), patchstart.end(), size_t(h)) - patchstart.begin()) - 1;
+          patchhit[p] = 1;
+        } else {
+          drop[size_t(h)] = 1;
+        }
+      }
+    addring(w.m, drop);
+    for (size_t p = 0; p + 1 < patchstart.size(); ++p)
+      if (patchhit[p])
+        for (size_t f = patchstart[p]; f < patchstart[p + 1]; ++f) drop[f] = 1;
+    t.removed += std::count(drop.begin(), drop.end(), char(1));
+    w.keepwhere(drop);
+  }
+  for (size_t f = 0; f < w.m.facets.size(); ++f) {
+    t.area += w.area(f);
+    if (w.added[f]) t.patcharea += w.area(f);
+  }
+  const SideTable edges = buildsidetable(w.m);
+  t.closed = !w.m.facets.empty();
+  for (size_t e = 0; e < edges.nedges(); ++e)
+    if (edges.count(int32_t(e)) != 2) t.closed = false;
+  std::vector<int32_t> shell;
+  t.shells = countparts(w, shell);
+  if (t.closed) faceoutwards(w);
+  t.crossing = !crossingpairs(w.m.points, w.m.facets, nullptr, 1).empty();
+  seconds[4] += since(clock);
+}
+
+}  // namespace
+
 SolidRepairReport makesolid(std::vector<float> &xyz, bool unite) {
   SolidRepairReport r;
   const size_t n = xyz.size() / 9;
@@ -570,76 +664,47 @@ SolidRepairReport makesolid(std::vector<float> &xyz, bool unite) {
   double total = 0;
   for (size_t f = 0; f < w.m.facets.size(); ++f) total += w.area(f);
   r.seconds[0] = since(clock);
-
-  std::vector<char> mark;
-  r.givenarea = total - markdebris(w, mark);
-  r.debris = std::count(mark.begin(), mark.end(), char(1));
-  w.keepwhere(mark);
+  const std::vector<FacetPair> pairs = conflicts(w);
   r.seconds[1] = since(clock);
 
-  for (int round = 0; round < fillrounds; ++round) {
-    if (round == 0) r.debris += peel(w, peelrounds);
-    r.debris += clearfans(w);
-    std::vector<char> conflict;
-    orient(w, conflict);
-    if (std::any_of(conflict.begin(), conflict.end(), [](char c) { return c != 0; })) {
-      addring(w.m, conflict);
-      r.removed += std::count(conflict.begin(), conflict.end(), char(1));
-      w.keepwhere(conflict);
-      continue;
+  // Both ways of settling the conflicts, when they differ; the better result is kept: one that
+  // keeps its area and its parts, closed, without crossings, with the larger area (a patch is
+  // spanned by its rim alone, so wherever it cuts short across a shape that the debris covered,
+  // convex or concave, the surface loses area).
+  auto good = [&](const Attempt &t) {
+    return t.closed && t.shells <= r.pieces && t.area >= 0.9 * (total - t.debrisarea);
+  };
+  auto better = [&](const Attempt &a, const Attempt &b) {
+    if (good(a) != good(b)) return good(a);
+    if (a.crossing != b.crossing) return !a.crossing;
+    return a.area > b.area;
+  };
+  Attempt best;
+  std::vector<char> first;
+  for (const Settle settle : {Settle::mostconflicts, Settle::smallerfirst}) {
+    std::vector<char> mark;
+    markdebris(w, pairs, settle, mark);
+    if (settle != Settle::mostconflicts && mark == first) break;
+    Attempt t;
+    t.w = w;
+    carrythrough(t, mark, r.seconds);
+    if (settle == Settle::mostconflicts) {
+      first = mark;
+      best = std::move(t);
+    } else if (better(t, best)) {
+      best = std::move(t);
     }
-    r.seconds[2] += since(clock);
-    const size_t before = w.m.facets.size();
-    std::vector<size_t> patchstart;
-    for (const Rim &rim : rims(w)) {
-      patchstart.push_back(w.m.facets.size());
-      if (fill(w, rim)) ++r.holes;
-    }
-    patchstart.push_back(w.m.facets.size());
-    if (w.m.facets.size() == before) {
-      r.seconds[3] += since(clock);
-      break;
-    }
-    // A patch that crosses anything goes whole, with what it crossed and the ring round that.
-    std::vector<char> fresh(w.m.facets.size(), 0);
-    std::fill(fresh.begin() + std::ptrdiff_t(before), fresh.end(), 1);
-    std::vector<FacetPair> hits = crossingpairs(w.m.points, w.m.facets, &fresh);
-    // A patch that crosses another piece is left to the union.
-    hits.erase(std::remove_if(hits.begin(), hits.end(),
-                              [&](const FacetPair &p) { return w.piece[size_t(p.first)] != w.piece[size_t(p.second)]; }),
-               hits.end());
-    r.seconds[3] += since(clock);
-    if (hits.empty()) break;
-    std::vector<char> drop(w.m.facets.size(), 0), patchhit(patchstart.size(), 0);
-    for (const auto &[f, g] : hits)
-      for (const int32_t h : {f, g}) {
-        if (size_t(h) >= before) {
-          const size_t p = size_t(std::upper_bound(patchstart.begin(), patchstart.end(), size_t(h)) - patchstart.begin()) - 1;
-          patchhit[p] = 1;
-        } else {
-          drop[size_t(h)] = 1;
-        }
-      }
-    addring(w.m, drop);
-    for (size_t p = 0; p + 1 < patchstart.size(); ++p)
-      if (patchhit[p])
-        for (size_t f = patchstart[p]; f < patchstart[p + 1]; ++f) drop[f] = 1;
-    r.removed += std::count(drop.begin(), drop.end(), char(1));
-    w.keepwhere(drop);
   }
-
-  r.area = 0;
-  for (size_t f = 0; f < w.m.facets.size(); ++f) r.area += w.area(f);
-  const SideTable edges = buildsidetable(w.m);
-  r.closed = !w.m.facets.empty();
-  for (size_t e = 0; e < edges.nedges(); ++e)
-    if (edges.count(int32_t(e)) != 2) r.closed = false;
-  std::vector<int32_t> shell;
-  r.shells = countparts(w, shell);
-  if (r.closed) faceoutwards(w);
-  std::vector<float> out = floatsof(w.m);
-  const std::vector<FacetPair> left = crossingpairs(w.m.points, w.m.facets, nullptr, 1);
-  r.crossing = !left.empty();
+  clock = std::chrono::steady_clock::now();
+  r.debris = best.debris;
+  r.holes = best.holes;
+  r.removed = best.removed;
+  r.givenarea = total - best.debrisarea;
+  r.area = best.area;
+  r.closed = best.closed;
+  r.crossing = best.crossing;
+  r.shells = best.shells;
+  std::vector<float> out = floatsof(best.w.m);
   // Shells that cross each other: their union (the area it takes away is inside the solid).
   if (unite && r.closed && r.crossing && r.shells > 1) {
     std::vector<float> united = out;
@@ -658,7 +723,7 @@ SolidRepairReport makesolid(std::vector<float> &xyz, bool unite) {
   // Taken only when it keeps the area it was given and splits no piece in two.
   r.taken = r.area >= 0.9 * r.givenarea && r.shells <= r.pieces;
   if (r.taken) xyz.swap(out);
-  r.seconds[4] = since(clock);
+  r.seconds[4] += since(clock);
   return r;
 }
 

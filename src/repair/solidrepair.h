@@ -8,8 +8,10 @@
 //     (parts touching along a face), and are kept once otherwise;
 //  2. debris is removed: facets of zero area, and of the facets that conflict (cross others of
 //     the same piece, or lie folded back onto a facet of the same edge) as few as settle every
-//     conflict, those in the most conflicts first; then every facet on an edge that still has
-//     more than two;
+//     conflict, once those in the most conflicts first and once the smaller of each conflict
+//     first (steps 2 to 5 are carried through for both, and the result that keeps more area,
+//     closed and without crossings, is kept); then every facet on an edge that still has more
+//     than two;
 //  3. facets that hang on by one side or a corner are peeled (two rounds), corners round which
 //     the facets do not form one fan lose their facets, and small open scraps go;
 //  4. each piece is oriented by walking across its edges (never cut apart), the way most of its

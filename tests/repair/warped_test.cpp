@@ -56,8 +56,7 @@ std::vector<Part> WarpedRepair::parts;
 // part's (a patch that has to span an edge of the part the debris covered cuts it off). See the
 // README's repair section.
 bool stillopen(const std::string &part, Damage d) {
-  return d == Damage::reversedcopy || (part == "cube" && d == Damage::twofacets) ||
-         (part == "bridge" && d == Damage::side);
+  return d == Damage::reversedcopy || (part == "cube" && d == Damage::twofacets);
 }
 
 }  // namespace
