@@ -50,7 +50,9 @@ std::vector<int32_t> pinchedpoints(const FacetMesh &m, const SideTable &edges,
                                    const std::vector<int32_t> *piece = nullptr);
 
 double facetarea(const FacetMesh &m, int32_t f);
-// Signed volume enclosed by the facets (positive when a closed surface faces outwards).
+// Signed volume enclosed by the facets (positive when a closed surface faces outwards), and the
+// share of one facet (the tetrahedron it spans with the origin).
 double signedvolume(const FacetMesh &m);
+double facetvolume(const FacetMesh &m, int32_t f);
 
 }  // namespace wf

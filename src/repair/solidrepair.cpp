@@ -9,7 +9,9 @@
 #include <chrono>
 #include <cmath>
 #include <iterator>
+#include <new>
 #include <numeric>
+#include <thread>
 #include <queue>
 #include <tuple>
 
@@ -51,6 +53,7 @@ struct Work {
   std::vector<char> added;     // made by the repair
   std::vector<char> flipped;   // turned from the way it was given
   std::vector<int32_t> piece;  // piece of the surface as given (an added facet: that of its rim)
+  std::vector<int32_t> origin; // number among the facets as given (-1: added)
 
   void keepwhere(const std::vector<char> &drop) {
     size_t k = 0;
@@ -60,12 +63,21 @@ struct Work {
       added[k] = added[f];
       flipped[k] = flipped[f];
       piece[k] = piece[f];
+      origin[k] = origin[f];
       ++k;
     }
     m.facets.resize(k);
     added.resize(k);
     flipped.resize(k);
     piece.resize(k);
+    origin.resize(k);
+  }
+  void add(const Facet &f, int32_t ofpiece) {
+    m.facets.push_back(f);
+    added.push_back(1);
+    flipped.push_back(0);
+    piece.push_back(ofpiece);
+    origin.push_back(-1);
   }
   void flip(size_t f) {
     std::swap(m.facets[f][1], m.facets[f][2]);
@@ -247,11 +259,12 @@ void coverpairs(const Work &w, const std::vector<FacetPair> &pairs, Settle settl
 
 // Conflicts: facets of one piece that cross, and facets on one edge that lie folded back onto
 // each other. Pieces crossing each other are left to the union.
-std::vector<FacetPair> conflicts(const Work &w) {
+// `between` receives the crossings of different pieces.
+std::vector<FacetPair> conflicts(const Work &w, std::vector<FacetPair> &between) {
   const FacetMesh &m = w.m;
   std::vector<FacetPair> pairs;
   for (const FacetPair &p : crossingpairs(m.points, m.facets))
-    if (w.piece[size_t(p.first)] == w.piece[size_t(p.second)]) pairs.push_back(p);
+    (w.piece[size_t(p.first)] == w.piece[size_t(p.second)] ? pairs : between).push_back(p);
   const SideTable edges = buildsidetable(m);
   for (size_t e = 0; e < edges.nedges(); ++e) {
     const int64_t from = edges.start[e], to = std::min(edges.start[e + 1], from + 8);
@@ -502,12 +515,7 @@ bool fill(Work &w, const Rim &r) {
       tris.push_back(c);
     }
   }
-  for (const auto &t : tris) {
-    w.m.facets.push_back({r.corners[size_t(t[0])], r.corners[size_t(t[1])], r.corners[size_t(t[2])]});
-    w.added.push_back(1);
-    w.flipped.push_back(0);
-    w.piece.push_back(r.piece);
-  }
+  for (const auto &t : tris) w.add({r.corners[size_t(t[0])], r.corners[size_t(t[1])], r.corners[size_t(t[2])]}, r.piece);
   return true;
 }
 
@@ -535,13 +543,7 @@ void faceoutwards(Work &w) {
   std::vector<std::vector<int32_t>> members(static_cast<size_t>(np));
   for (size_t f = 0; f < w.m.facets.size(); ++f) members[size_t(piece[f])].push_back(int32_t(f));
   std::vector<double> volume(size_t(np), 0);
-  for (int32_t k = 0; k < np; ++k) {
-    FacetMesh one;
-    one.points = w.m.points;  // the points are shared; only the facets differ
-    for (const int32_t f : members[size_t(k)]) one.facets.push_back(w.m.facets[size_t(f)]);
-    volume[size_t(k)] = signedvolume(one);
-    one.points.clear();
-  }
+  for (size_t f = 0; f < w.m.facets.size(); ++f) volume[size_t(piece[f])] += facetvolume(w.m, int32_t(f));
   constexpr int32_t nestinglimit = 64;
   for (int32_t k = 0; k < np; ++k) {
     int depth = 0;
@@ -570,7 +572,8 @@ struct Attempt {
   int32_t shells = 0;
 };
 
-void carrythrough(Attempt &t, const std::vector<char> &mark, double seconds[5]) {
+// `between`: the crossings of different pieces in the surface as given.
+void carrythrough(Attempt &t, const std::vector<char> &mark, const std::vector<FacetPair> &between, double seconds[5]) {
   auto clock = std::chrono::steady_clock::now();
   Work &w = t.w;
   for (size_t f = 0; f < mark.size(); ++f)
@@ -639,7 +642,16 @@ void carrythrough(Attempt &t, const std::vector<char> &mark, double seconds[5]) 
   std::vector<int32_t> shell;
   t.shells = countparts(w, shell);
   if (t.closed) faceoutwards(w);
-  t.crossing = !crossingpairs(w.m.points, w.m.facets, nullptr, 1).empty();
+  // Crossings left: of the facets as given, only those of different pieces can be left (every
+  // crossing within a piece lost a facet to the debris); the patches are looked at afresh.
+  std::vector<char> alive(mark.size(), 0), patch(w.m.facets.size(), 0);
+  for (size_t f = 0; f < w.m.facets.size(); ++f) {
+    if (w.origin[f] >= 0) alive[size_t(w.origin[f])] = 1;
+    patch[f] = w.added[f];
+  }
+  t.crossing = std::any_of(between.begin(), between.end(),
+                           [&](const FacetPair &p) { return alive[size_t(p.first)] && alive[size_t(p.second)]; }) ||
+               !crossingpairs(w.m.points, w.m.facets, &patch, 1).empty();
   seconds[4] += since(clock);
 }
 
@@ -655,6 +667,7 @@ SolidRepairReport makesolid(std::vector<float> &xyz, bool unite) {
   w.added.assign(w.m.facets.size(), 0);
   w.flipped.assign(w.m.facets.size(), 0);
   w.piece.assign(w.m.facets.size(), 0);
+  w.origin.assign(w.m.facets.size(), 0);
   // The parts as given: facets repeated either way round still join what they touch.
   r.pieces = countparts(w, w.piece);
   repeats(w);
@@ -664,7 +677,9 @@ SolidRepairReport makesolid(std::vector<float> &xyz, bool unite) {
   double total = 0;
   for (size_t f = 0; f < w.m.facets.size(); ++f) total += w.area(f);
   r.seconds[0] = since(clock);
-  const std::vector<FacetPair> pairs = conflicts(w);
+  std::iota(w.origin.begin(), w.origin.end(), 0);
+  std::vector<FacetPair> between;
+  const std::vector<FacetPair> pairs = conflicts(w, between);
   r.seconds[1] = since(clock);
 
   // Both ways of settling the conflicts, when they differ; the better result is kept: one that
@@ -679,22 +694,39 @@ SolidRepairReport makesolid(std::vector<float> &xyz, bool unite) {
     if (a.crossing != b.crossing) return !a.crossing;
     return a.area > b.area;
   };
-  Attempt best;
-  std::vector<char> first;
-  for (const Settle settle : {Settle::mostconflicts, Settle::smallerfirst}) {
-    std::vector<char> mark;
-    markdebris(w, pairs, settle, mark);
-    if (settle != Settle::mostconflicts && mark == first) break;
-    Attempt t;
-    t.w = w;
-    carrythrough(t, mark, r.seconds);
-    if (settle == Settle::mostconflicts) {
-      first = mark;
-      best = std::move(t);
-    } else if (better(t, best)) {
-      best = std::move(t);
+  std::vector<char> most, smaller;
+  markdebris(w, pairs, Settle::mostconflicts, most);
+  markdebris(w, pairs, Settle::smallerfirst, smaller);
+  Attempt best, other;
+  best.w = w;
+  double seconds[2][5] = {{0}, {0}};
+  if (smaller == most) {
+    carrythrough(best, most, between, seconds[0]);
+  } else {
+    // The two are independent: side by side.
+    other.w = w;
+    bool failed = false;
+    std::thread side([&] {
+      try {
+        carrythrough(other, smaller, between, seconds[1]);
+      } catch (const std::bad_alloc &) {
+        failed = true;
+      }
+    });
+    try {
+      carrythrough(best, most, between, seconds[0]);
+    } catch (...) {
+      side.join();
+      throw;
+    }
+    side.join();
+    if (failed) throw std::bad_alloc();
+    if (better(other, best)) {
+      std::swap(best, other);
+      std::swap(seconds[0], seconds[1]);
     }
   }
+  for (int k = 1; k < 5; ++k) r.seconds[k] += seconds[0][k];
   clock = std::chrono::steady_clock::now();
   r.debris = best.debris;
   r.holes = best.holes;
