@@ -152,7 +152,10 @@ int main(int argc, char **argv) {
   if (mode == "file") {  // the solid repair alone, in this process, on one STL
     std::vector<float> xyz = wft::binarystlfacets(wft::readfile(filter));
     const std::vector<float> given = xyz;
+    const double t0 = now();
     const wf::SolidRepairReport r = wf::makesolid(xyz, argc > 3);
+    std::printf("%.3f s: merge %.3f debris %.3f orient %.3f holes %.3f finish %.3f\n", now() - t0, r.seconds[0],
+                r.seconds[1], r.seconds[2], r.seconds[3], r.seconds[4]);
     std::printf("taken %d closed %d crossing %d debris %lld holes %lld removed %lld pieces %d shells %d area %.3f of %.3f\n",
                 r.taken, r.closed, r.crossing, (long long)r.debris, (long long)r.holes, (long long)r.removed, r.pieces,
                 r.shells, r.area, r.givenarea);

@@ -116,6 +116,19 @@ void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
                 static_cast<size_t>(i - 1));
   };
 
+  // Squared distance of the point from the grid's box, a hair short (nodes are filed by rounded
+  // arithmetic): every node is at least that far.
+  double out2 = 0.0;
+  const int32_t counts[3] = {nx, ny, nz};
+  for (int a = 0; a < 3; ++a) {
+    const double lo = grid.origin[a], hi = grid.origin[a] + counts[a] * grid.cellsize[a];
+    const double slack = 1e-9 * (std::fabs(lo) + std::fabs(hi) + grid.cellsize[a]);
+    double d = lo - point[a] - slack;
+    if (point[a] - hi - slack > d) d = point[a] - hi - slack;
+    if (d > 0) out2 += d * d;
+  }
+  const bool finite = std::isfinite(point[0]) && std::isfinite(point[1]) && std::isfinite(point[2]);
+
   int32_t r = -1;
   bool snapped = false;
   for (;;) {
@@ -123,6 +136,18 @@ void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
     if (st.count >= navg && st.dmax <= r * h) break;
     if (st.count >= sim.nnodes) break;
     if (r >= rcover) break;
+    // Rings that cannot change the answer are not looked at. Once navg nodes are held, a node
+    // enters only when strictly nearer than the largest held one, and the count of nodes seen
+    // no longer matters. Every node of ring r + 1 and beyond lies r - 1 cells (of at least h)
+    // away from the home cell besides the point's distance from the box; when that is not
+    // nearer than the largest held distance, the search ends with the same answer as after the
+    // last ring, so a point far from the grid costs what a near one costs. A point that is not
+    // finite has no node nearer than any other: the first navg stay.
+    if (st.count >= navg && wp.ringbound) {
+      if (!finite) break;
+      const double g = r > 0 ? (r - 1e-6) * h : 0.0;
+      if ((out2 + g * g) * (1.0 - 1e-12) >= st.dmax) break;
+    }
     ++r;
     const int32_t klo = iz - r > 1 ? iz - r : 1, khi = iz + r < nz ? iz + r : nz;
     const int32_t jlo = iy - r > 1 ? iy - r : 1, jhi = iy + r < ny ? iy + r : ny;

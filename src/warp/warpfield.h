@@ -9,7 +9,9 @@
 // cell in their stored order, inactive nodes passed over. Before each ring the search ends when
 // navg nodes are held and the largest held squared distance is not above r * h (h the smallest
 // cell size: a squared distance against a plain length, on purpose), or when every node has
-// been seen, or when the rings cover the grid. The first node within the snap tolerance gives
+// been seen, or when the rings cover the grid; and, with navg nodes held, when no node of the
+// next ring can be nearer than the largest held one (or the point is not finite), which ends
+// with the answer the remaining rings would give. The first node within the snap tolerance gives
 // its displacement unweighted; otherwise the first navg nodes fill the positions and a nearer
 // node replaces the first position holding the largest distance (a tie keeps the old node).
 // Weights are 1 / d2^halfexponent; only filled positions count, no node at all means no move.
@@ -38,6 +40,8 @@ struct WarpParams {
   double buildplane = 0;
   bool refg = false;          // pull onto the reference geometry
   bool scng = false;          // the scan path instead of the nodes
+  bool ringbound = true;      // false: no end to the rings before the stopping rule (the
+                              // reference the bound is tested against)
 };
 
 // What a point's displacement reads. sim and grid are needed on the nodal path, ref with refg,

@@ -160,6 +160,43 @@ TEST(NodalWarp, RingSearchStartAndStoppingRule) {
   }
 }
 
+// The end of the rings where none can change the answer: every point, near, far (up to 3e10
+// away, where the plain search walks every ring of the grid) or not finite, gets the nodes, in
+// the positions and with the distances, that the plain search gets, and so the same point.
+TEST(NodalWarp, RingBoundKeepsEveryAnswer) {
+  std::vector<P3> xyz = lattice({0, 0, 0}, {12, 7, 9});
+  uint32_t seed = 7;
+  auto next = [&seed] { return (seed = seed * 1664525u + 1013904223u) >> 8; };
+  for (P3 &p : xyz)
+    for (double &c : p) c += double(next() % 1000) * 1e-3 - 0.5;
+  Nodes n(xyz, [](const P3 &p) { return P3{std::sin(p[0]), std::cos(p[1]), p[2] * 0.01}; });
+  for (size_t i = 0; i < n.sim.nodeactive.size(); ++i) n.sim.nodeactive[i] = next() % 5 ? 255 : 0;
+  std::vector<P3> queries;
+  for (double d : {0.0, 3.0, 40.0, 1e4, 3e10})
+    for (int k = 0; k < 20; ++k) {
+      const P3 dir{double(next() % 2001) - 1000.0, double(next() % 2001) - 1000.0, double(next() % 2001) - 1000.0};
+      const double len = std::sqrt(dir[0] * dir[0] + dir[1] * dir[1] + dir[2] * dir[2]) + 1e-9;
+      queries.push_back({5.5 + d * dir[0] / len, 3 + d * dir[1] / len, 4 + d * dir[2] / len});
+    }
+  queries.push_back({NAN, 1, 1});
+  queries.push_back({INFINITY, 2, 3});
+  queries.push_back({-INFINITY, -INFINITY, 0});
+  ASSERT_GT(std::abs(queries[90][0] - 5.5) + std::abs(queries[90][1] - 3) + std::abs(queries[90][2] - 4), 1e9);
+  for (int navg : {1, 4, 10}) {
+    WarpWork bounded(navg), plain(navg);
+    for (const P3 &q : queries) {
+      n.params.navg = navg;
+      n.params.ringbound = true;
+      const P3 a = n.warp(q, bounded);
+      n.params.ringbound = false;
+      const P3 b = n.warp(q, plain);
+      EXPECT_EQ(std::memcmp(a.data(), b.data(), sizeof a), 0) << q[0] << " " << q[1] << " " << q[2];
+      EXPECT_EQ(bounded.nodes, plain.nodes);
+      EXPECT_EQ(std::memcmp(bounded.dist2.data(), plain.dist2.data(), sizeof(double) * size_t(navg)), 0);
+    }
+  }
+}
+
 TEST(NodalWarp, TooFewActiveNodesAveragesOnlyWhatWasFound) {
   // The work arrays hold stale very near entries that must not enter the average.
   auto field = [](const P3 &p) { return p == P3{1, 1, 1} ? P3{100, 100, 100} : P3{p[0] + p[1] + p[2], 0, 0}; };
