@@ -1,16 +1,22 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The repair on warped damaged parts, as a run meets them: each part of tests/shapes.h, damaged,
-// warped on the sample job's field with refinement that reaches the damage (*MAXE 5.0 *MINE 2.0)
-// and *TSRD *TSRE, then judged against the intact part warped alike.
-//   bench_repair cases [part-filter]
+// The repair as runs meet it.
+//   bench_repair cases [part]   each part of tests/shapes.h with each damage, warped on the
+//                               sample job's field with refinement that reaches the damage
+//                               (*MAXE 5.0 *MINE 2.0) and *TSRD *TSRE, judged against the intact
+//                               part warped alike (the warped inputs stay in the job folder)
+//   bench_repair large [folder] [cards]
+//                               the large generated job (1.1 M facets) with three holes, whole,
+//                               then its solid repair stage by stage and the soundness test
+//   bench_repair scattered      a hundred scattered facets through the component
+//   bench_repair file in.stl [out.stl] [unite]
+//                               the solid repair alone on one STL, judged
 #include <array>
 #include <chrono>
 #include <cmath>
-#include <filesystem>
-#include <random>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -27,11 +33,6 @@ namespace {
 double now() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
-
-struct Part {
-  std::string name;
-  wft::Facets facets;
-};
 
 // Facets 9 floats each without those whose centroid lies within radius of one of the centres.
 wft::Facets withholes(const wft::Facets &s, const std::vector<std::array<float, 3>> &centres, float radius,
@@ -59,13 +60,7 @@ wft::Facets withholes(const wft::Facets &s, const std::vector<std::array<float, 
 // A hundred scattered facets, which bound no solid, through the component as the client calls
 // it: default repair, soundness, extended repair, soundness.
 int scattered() {
-  std::mt19937 rng(11);
-  std::uniform_real_distribution<float> u(0, 50);
-  wft::Facets s;
-  for (int t = 0; t < 100; ++t) {
-    const float x = u(rng), y = u(rng), z = u(rng);
-    s.insert(s.end(), {x, y, z, x + 1, y, z, x, y + 1, z + 0.5f});
-  }
+  const wft::Facets s = wft::scatteredfacets(100, 11);
   const std::string d = wft::tempdir("scattered");
   wft::writefile(d + "/in.stl", wft::binarystlbytes(s));
   const double t0 = now();
@@ -153,28 +148,24 @@ int main(int argc, char **argv) {
     std::vector<float> xyz = wft::binarystlfacets(wft::readfile(filter));
     const std::vector<float> given = xyz;
     const double t0 = now();
-    const wf::SolidRepairReport r = wf::makesolid(xyz, argc > 3);
+    const wf::SolidRepairReport r = wf::makesolid(xyz, argc > 4);
     std::printf("%.3f s: merge %.3f debris %.3f orient %.3f holes %.3f finish %.3f\n", now() - t0, r.seconds[0],
                 r.seconds[1], r.seconds[2], r.seconds[3], r.seconds[4]);
     std::printf("taken %d closed %d crossing %d debris %lld holes %lld removed %lld pieces %d shells %d area %.3f of %.3f\n",
                 r.taken, r.closed, r.crossing, (long long)r.debris, (long long)r.holes, (long long)r.removed, r.pieces,
                 r.shells, r.area, r.givenarea);
     std::printf("%s\n", wft::judge(xyz, &given).text().c_str());
-    if (const char *out = std::getenv("WF_OUT")) wft::writefile(out, wft::binarystlbytes(xyz));
+    if (argc > 3) wft::writefile(argv[3], wft::binarystlbytes(xyz));
     return 0;
   }
   if (mode == "large") return large(argc > 2 ? argv[2] : "/tmp/bench_repair_large", argc > 3 ? argv[3] : "");
   if (mode == "scattered") return scattered();
   const std::string dir = wft::samplefield("bench_repair");
   std::printf("job folder %s\n", dir.c_str());
-  std::vector<Part> parts;
-  parts.push_back({"cube", wft::boxpart(0, 0, 0, 10, 10, 10, 1)});
-  parts.push_back({"bracket", wft::binarystlfacets(wft::readfile(dir + "/part.stl"))});
-  parts.push_back({"torus", wft::toruspart(20, 10, 14, 12, 5, 16, 8)});
-  parts.push_back({"bridge", wft::bridgepart()});
+  const std::vector<wft::NamedPart> parts = wft::repairparts(dir);
   const std::string cards = "*MAXE\n5.0\n*MINE\n2.0\n";
   int bad = 0;
-  for (const Part &p : parts) {
+  for (const wft::NamedPart &p : parts) {
     if (!filter.empty() && p.name != filter) continue;
     const wft::WarpRun intact = wft::warpsurface(dir, p.facets, cards);
     const wft::Verdict iv = wft::judge(intact.warped);

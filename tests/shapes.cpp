@@ -6,6 +6,7 @@
 #include <cmath>
 #include <filesystem>
 #include <map>
+#include <random>
 
 #include "testutil.h"
 
@@ -92,6 +93,24 @@ Facets bridgepart() {
 }
 
 double bridgevolume() { return 12.0 * 12 * 14 + 32.0 * 16 * 6 - 12.0 * 12 * 3; }
+
+std::vector<NamedPart> repairparts(const std::string &fieldfolder) {
+  return {{"cube", boxpart(0, 0, 0, 10, 10, 10, 1)},
+          {"bracket", binarystlfacets(readfile(fieldfolder + "/part.stl"))},
+          {"torus", toruspart(20, 10, 14, 12, 5, 16, 8)},
+          {"bridge", bridgepart()}};
+}
+
+Facets scatteredfacets(int n, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<float> u(0, 50);
+  Facets s;
+  for (int t = 0; t < n; ++t) {
+    const float x = u(rng), y = u(rng), z = u(rng);
+    s.insert(s.end(), {x, y, z, x + 1, y, z, x, y + 1, z + 0.5f});
+  }
+  return s;
+}
 
 const char *damagename(Damage d) {
   switch (d) {

@@ -24,6 +24,16 @@ Facets toruspart(float cx, float cy, float cz, float R, float r, int nu, int nv)
 Facets bridgepart();
 // The union volume of bridgepart() as it is made (before any warp).
 double bridgevolume();
+// n small facets scattered at random (from seed) in a 50 mm cube: a surface that bounds nothing.
+Facets scatteredfacets(int n, unsigned seed);
+
+// The parts of the repair tests and bench_repair: a 10 mm cube of twelve facets, the sample
+// bracket (part.stl of the job in fieldfolder), a torus and the bridge.
+struct NamedPart {
+  std::string name;
+  Facets facets;
+};
+std::vector<NamedPart> repairparts(const std::string &fieldfolder);
 
 // ---------------------------------------------------------------- damage
 

@@ -14,6 +14,7 @@
 
 #include "repair/meshrepair.h"
 #include "repair/solidcheck.h"
+#include "shapes.h"
 #include "testutil.h"
 
 using namespace wf;
@@ -25,18 +26,6 @@ using Facets = std::vector<float>;  // 9 floats per facet
 Facets box(float L, int n, float x0 = 0) { return wft::boxfacets(L, n, x0); }
 
 void flip(Facets &s, size_t t) { std::swap_ranges(&s[9 * t + 3], &s[9 * t + 6], &s[9 * t + 6]); }
-
-double area(const Facets &s) {
-  double a = 0;
-  for (size_t t = 0; t < s.size() / 9; ++t) {
-    const float *p = &s[9 * t];
-    const double u[3] = {double(p[3]) - p[0], double(p[4]) - p[1], double(p[5]) - p[2]};
-    const double v[3] = {double(p[6]) - p[0], double(p[7]) - p[1], double(p[8]) - p[2]};
-    const double n[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
-    a += 0.5 * std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
-  }
-  return a;
-}
 
 // Every directed edge exactly once and its reverse exactly once (corners equal as floats).
 bool pairededges(const Facets &s) {
@@ -95,7 +84,7 @@ void expectintact(const Repaired &r, const Facets &intact) {
   EXPECT_TRUE(got.printable()) << got.told << " " << got.zeroarea << " " << got.crossing << " " << got.volume;
   EXPECT_TRUE(pairededges(r.facets));
   EXPECT_NEAR(got.volume, want.volume, 0.01 * want.volume);
-  EXPECT_NEAR(area(r.facets), area(intact), 0.03 * area(intact));
+  EXPECT_NEAR(wft::facetarea(r.facets), wft::facetarea(intact), 0.03 * wft::facetarea(intact));
 }
 
 }  // namespace

@@ -22,9 +22,7 @@ namespace {
 
 const std::string refine = "*MAXE\n5.0\n*MINE\n2.0\n";
 
-struct Part {
-  std::string name;
-  wft::Facets facets;
+struct Part : wft::NamedPart {
   double volume = 0;  // of the intact part warped alike (united, for the bridge)
 };
 
@@ -35,11 +33,7 @@ class WarpedRepair : public ::testing::Test {
   static std::vector<Part> parts;
   static void SetUpTestSuite() {
     dir = wft::samplefield("warpedrepair");
-    const wft::Facets bracket = wft::binarystlfacets(wft::readfile(dir + "/part.stl"));
-    parts = {{"cube", wft::boxpart(0, 0, 0, 10, 10, 10, 1)},
-             {"bracket", bracket},
-             {"torus", wft::toruspart(20, 10, 14, 12, 5, 16, 8)},
-             {"bridge", wft::bridgepart()}};
+    for (const wft::NamedPart &n : wft::repairparts(dir)) parts.push_back({n});
     for (Part &p : parts) {
       const wft::WarpRun w = wft::warpsurface(dir, p.facets, refine);
       // The bridge's two boxes overlap: its volume is their union's, which the warp changes by
@@ -142,13 +136,7 @@ Outcome repaircomponent(const wft::Facets &s) {
 TEST(RepairRefuses, ScatteredFacets) {
   {
     SCOPED_TRACE("a hundred scattered facets");
-    std::mt19937 rng(11);
-    std::uniform_real_distribution<float> u(0, 50);
-    wft::Facets s;
-    for (int t = 0; t < 100; ++t) {
-      const float x = u(rng), y = u(rng), z = u(rng);
-      s.insert(s.end(), {x, y, z, x + 1, y, z, x, y + 1, z + 0.5f});
-    }
+    const wft::Facets s = wft::scatteredfacets(100, 11);
     ASSERT_EQ(wft::judge(s).shells, 100u);
     EXPECT_EQ(repaircomponent(s).sane, 0);
   }
