@@ -235,4 +235,50 @@ WarpRun warpsurface(const std::string &folder, const Facets &surface, const std:
   return w;
 }
 
+const char *jobdamagename(JobDamage d) {
+  switch (d) {
+    case JobDamage::farvertex: return "a vertex 3e10 mm away";
+    case JobDamage::nanvertices: return "every vertex not a number";
+    case JobDamage::count2e30: return "triangle count 2^30";
+    case JobDamage::countneg: return "triangle count -2^31";
+    case JobDamage::maxrefine: return "*MAXR 268435456";
+  }
+  return "?";
+}
+
+std::string damagedjob(const std::string &folder, JobDamage d) {
+  rungenjob(folder, {"--tris", "448"});
+  std::string stl = readfile(folder + "/part.stl");
+  const uint32_t n = uint32_t(stl.size() - 84) / 50;
+  std::string deck = "*INPU\njob\n*IOFF\n-1\n*N3DM\n*TSRD\n*TSRE\n*MAXE\n5.0\n*MINE\n2.0\n";
+  switch (d) {
+    case JobDamage::farvertex: {
+      const std::string old = stl.substr(84 + 50 * 10 + 12, 12);
+      const float far[3] = {3e10f, 1e4f, 5.0f};
+      for (uint32_t t = 0; t < n; ++t)
+        for (size_t k = 0; k < 3; ++k)
+          if (stl.compare(84 + 50 * size_t(t) + 12 + 12 * k, 12, old) == 0)
+            stl.replace(84 + 50 * size_t(t) + 12 + 12 * k, 12, reinterpret_cast<const char *>(far), 12);
+      break;
+    }
+    case JobDamage::nanvertices: {
+      const float nan[9] = {NAN, NAN, NAN, NAN, NAN, NAN, NAN, NAN, NAN};
+      for (uint32_t t = 0; t < n; ++t) stl.replace(84 + 50 * size_t(t) + 12, 36, reinterpret_cast<const char *>(nan), 36);
+      break;
+    }
+    case JobDamage::count2e30:
+    case JobDamage::countneg: {
+      const uint32_t count = d == JobDamage::count2e30 ? (1u << 30) : 0x80000000u;
+      stl.replace(80, 4, reinterpret_cast<const char *>(&count), 4);
+      break;
+    }
+    case JobDamage::maxrefine:
+      deck = "*INPU\njob\n*IOFF\n-1\n*N3DM\n*MAXR\n268435456\n*MAXE\n0.5\n*MINE\n0.01\n";
+      break;
+  }
+  writefile(folder + "/part.stl", stl);
+  writefile(folder + "/damaged.deck", deck);
+  return "damaged.deck";
+}
+
 }  // namespace wft

@@ -74,4 +74,14 @@ struct WarpRun {
 };
 WarpRun warpsurface(const std::string &folder, const Facets &surface, const std::string &cards);
 
+// ---------------------------------------------------------------- damaged whole jobs
+
+// The sample job in folder with one damage that a run must survive with a result or a coded
+// message: a vertex of the part moved 3e10 mm away (every copy of it), every vertex not a number,
+// the binary STL's triangle count set to 2^30 or to -2^31 (the rest of the file as it was), or a
+// level limit of 268435456 on a deck that keeps splitting. Returns the deck's name.
+enum class JobDamage { farvertex, nanvertices, count2e30, countneg, maxrefine };
+const char *jobdamagename(JobDamage d);
+std::string damagedjob(const std::string &folder, JobDamage d);
+
 }  // namespace wft

@@ -2,6 +2,7 @@
 #include "warp/refine.h"
 
 #include <omp.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -24,12 +25,30 @@ int32_t nextcapacity(int32_t from, int32_t needed, const char *label) {
   return std::max(grown, needed);
 }
 
-// Replaces v by a fresh array of rows x newcap entries holding the old entries in front.
+// What the walk's lists may hold together: a tenth of the machine's memory (with the midpoints
+// computed ahead and the order of the initial edges the walk then holds about a sixth). A walk
+// that would grow past it (a level limit in the millions on a surface that keeps splitting) ends
+// in the list's own allocation message instead of the system's out-of-memory kill, which would
+// come with no message and nothing written.
+size_t listbudget() {
+  static const size_t budget = [] {
+    const long pages = sysconf(_SC_PHYS_PAGES), size = sysconf(_SC_PAGE_SIZE);
+    return pages > 0 && size > 0 ? static_cast<size_t>(pages) / 10 * static_cast<size_t>(size)
+                                 : std::numeric_limits<size_t>::max();
+  }();
+  return budget;
+}
+
+// Replaces v by a fresh array of rows x newcap entries holding the old entries in front; inuse
+// counts the bytes of all the walk's lists and takes the change.
 template <class T>
-void regrow(std::vector<T> &v, size_t rows, int32_t newcap, const char *label) {
+void regrow(std::vector<T> &v, size_t rows, int32_t newcap, const char *label, size_t &inuse) {
+  const size_t bytes = rows * static_cast<size_t>(newcap) * sizeof(T);
+  if (inuse - v.size() * sizeof(T) + bytes > listbudget()) checkalloc(1, label);
   std::vector<T> tmp;
   allocate(tmp, rows * static_cast<size_t>(newcap), label);
   std::copy_n(v.begin(), std::min(v.size(), tmp.size()), tmp.begin());
+  inuse = inuse - v.size() * sizeof(T) + bytes;
   v.swap(tmp);
 }
 
@@ -51,6 +70,9 @@ class Walk {
     e_.len.resize(ne);
     e_.level.assign(ne, 0);
     active_.assign(static_cast<size_t>(tricap_), 1);
+    inuse_ = (m_.vrt.size() + m_.prewarp.size()) * sizeof(double) + m_.tri.size() * sizeof(int32_t) +
+             active_.size() + (e_.vrt.size() + e_.tri.size() + e_.opp.size() + e_.nbr.size()) * sizeof(int32_t) +
+             e_.len.size() * sizeof(double) + e_.level.size() * sizeof(int32_t);
   }
 
   void splitedge(int32_t e, const double *midbefore, const double *midafter, int32_t level);
@@ -66,13 +88,14 @@ class Walk {
   EdgeTable &e_;
   int32_t vrtcap_ = 0, tricap_ = 0;
   std::vector<uint8_t> active_;
+  size_t inuse_ = 0;  // bytes of all the lists
 };
 
 void Walk::pushvrt(const double *before, const double *after) {
   if (m_.nvrt + 1 > vrtcap_) {
     const int32_t cap = nextcapacity(vrtcap_, m_.nvrt + 1, "pushvrt, tmp, 1");
-    regrow(m_.prewarp, 3, cap, "pushvrt, tmp, 1");
-    regrow(m_.vrt, 3, cap, "pushvrt, tmp, 2");
+    regrow(m_.prewarp, 3, cap, "pushvrt, tmp, 1", inuse_);
+    regrow(m_.vrt, 3, cap, "pushvrt, tmp, 2", inuse_);
     vrtcap_ = cap;
   }
   const size_t base = 3 * static_cast<size_t>(m_.nvrt);
@@ -86,8 +109,8 @@ void Walk::pushvrt(const double *before, const double *after) {
 void Walk::pushtri(const int32_t *corners, int32_t t) {
   if (m_.ntri + 1 > tricap_) {
     const int32_t cap = nextcapacity(tricap_, m_.ntri + 1, "pushtri, tmp, 1");
-    regrow(m_.tri, 3, cap, "pushtri, tmp, 1");
-    regrow(active_, 1, cap, "pushtri, ltmp, 1");
+    regrow(m_.tri, 3, cap, "pushtri, tmp, 1", inuse_);
+    regrow(active_, 1, cap, "pushtri, ltmp, 1", inuse_);
     tricap_ = cap;
   }
   const size_t base = 3 * col(t);
@@ -101,12 +124,12 @@ void Walk::pushedge(const int32_t *verts, const int32_t *opposites, const int32_
   if (e_.n + 1 > e_.cap) {
     // The incremented count is scaled here, not the old capacity.
     const int32_t cap = nextcapacity(e_.n + 1, e_.n + 1, "pushedge, tmp, 1");
-    regrow(e_.vrt, 2, cap, "pushedge, tmp, 1");
-    regrow(e_.tri, 2, cap, "pushedge, tmp, 2");
-    regrow(e_.opp, 2, cap, "pushedge, tmp, 3");
-    regrow(e_.nbr, 4, cap, "pushedge, tmp, 4");
-    regrow(e_.len, 1, cap, "pushedge, dtmp, 1");
-    regrow(e_.level, 1, cap, "pushedge, tmp1, 1");
+    regrow(e_.vrt, 2, cap, "pushedge, tmp, 1", inuse_);
+    regrow(e_.tri, 2, cap, "pushedge, tmp, 2", inuse_);
+    regrow(e_.opp, 2, cap, "pushedge, tmp, 3", inuse_);
+    regrow(e_.nbr, 4, cap, "pushedge, tmp, 4", inuse_);
+    regrow(e_.len, 1, cap, "pushedge, dtmp, 1", inuse_);
+    regrow(e_.level, 1, cap, "pushedge, tmp1, 1", inuse_);
     e_.cap = cap;
   }
   const size_t ce = col(e);

@@ -14,7 +14,8 @@
 // triangles from the capacity, edges from the count plus one).
 //
 // Index base as in surface/surfacemesh.h. Throws Fatal 32 with the labels of the lists
-// ("pushvrt, tmp, 1" ... "pushedge, tmp1, 1").
+// ("pushvrt, tmp, 1" ... "pushedge, tmp1, 1"), also when a list would take the lists together
+// past a tenth of the machine's memory.
 #pragma once
 
 #include <cstdint>

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 
+#include "shapes.h"
 #include "testutil.h"
 
 namespace fs = std::filesystem;
@@ -91,4 +92,31 @@ TEST(Robustness, OutputsDoNotDependOnTheThreadCount) {
   EXPECT_GT(stl[1].size(), 84u + 50u * 448u);  // refined
   EXPECT_EQ(stl[1], stl[2]);
   EXPECT_EQ(vtk[1], vtk[2]);
+}
+
+// Damaged whole jobs end with a result or a coded message, never a crash, a hang or the system's
+// out-of-memory kill (bench_damaged times them).
+TEST(Robustness, DamagedJobsEndWithAResultOrACodedMessage) {
+  for (wft::JobDamage d : {wft::JobDamage::farvertex, wft::JobDamage::nanvertices, wft::JobDamage::count2e30,
+                           wft::JobDamage::countneg, wft::JobDamage::maxrefine}) {
+    SCOPED_TRACE(wft::jobdamagename(d));
+    const std::string dir = wft::tempdir("damaged");
+    const std::string deck = wft::damagedjob(dir, d);
+    const std::string stem = deck.substr(0, deck.find('.'));
+    const auto r = wft::runwarpforge(deck, dir);
+    const std::string signal = wft::readfile(dir + "/" + stem + ".wrpsimsignal");
+    ASSERT_TRUE(r.status == 0 || r.status == 255) << r.out;
+    if (r.status == 0) {
+      EXPECT_TRUE(wft::contains(signal, "successful finish"));
+    } else {
+      EXPECT_TRUE(wft::contains(r.out, "  Code ")) << r.out;
+      EXPECT_TRUE(wft::contains(signal, R"({"message": {"type": "error")"));
+    }
+    if (d == wft::JobDamage::maxrefine) {
+      // The refinement grows until its lists would pass their share of the machine's memory.
+      EXPECT_EQ(r.status, 255);
+      EXPECT_TRUE(wft::contains(r.out, "  Code 32\n")) << r.out;
+      EXPECT_TRUE(wft::contains(signal, R"("code": 32, "variables": ["push)")) << signal;
+    }
+  }
 }
