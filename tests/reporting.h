@@ -37,6 +37,7 @@ std::string fatalof(F f) {
   try {
     f();
   } catch (const wf::Fatal &fatal) {
+    if (!fatal.iolayer.empty()) return "I/O layer: " + fatal.iolayer;
     std::string s = std::to_string(fatal.code);
     for (const std::string &v : fatal.vars) {
       size_t n = v.size();

@@ -57,6 +57,11 @@ int main(int argc, char **argv) {
   try {
     status = wf::runwarpforge(rep, args);
   } catch (const wf::Fatal &f) {
+    if (!f.iolayer.empty()) {
+      std::fflush(stdout);
+      std::fprintf(stderr, "%s\n", f.iolayer.c_str());
+      return 255;
+    }
     if (f.code != 0) rep.post(1, f.code, f.vars);
     rep.abortlines();
   } catch (const std::bad_alloc &) {

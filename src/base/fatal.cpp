@@ -9,6 +9,12 @@ void fatal(int code, std::vector<std::string> vars) { throw Fatal(code, std::mov
 
 void fatalsilent() { throw Fatal(); }
 
+void iolayerfailure(const std::string &text) {
+  Fatal f;
+  f.iolayer = text;
+  throw f;
+}
+
 void checkread(int status, const std::string &file) {
   if (status == 0) return;
   if (status == IOSTAT_EOR) fatal(27, {file});

@@ -21,6 +21,7 @@ namespace wf {
 struct Fatal : std::exception {
   int code = 0;                    // message code, 0 for none
   std::vector<std::string> vars;   // its variables (empty: one empty variable)
+  std::string iolayer;             // a failure of the I/O layer itself: its text, no message
   Fatal() = default;
   Fatal(int c, std::vector<std::string> v) : code(c), vars(std::move(v)) {}
   const char *what() const noexcept override { return "run aborted"; }
@@ -30,6 +31,9 @@ struct Fatal : std::exception {
 [[noreturn]] void fatal(int code, std::vector<std::string> vars = {});
 // Ends the run without a further message.
 [[noreturn]] void fatalsilent();
+// Ends the run as a failure of the I/O layer does where no coded message exists for it: the
+// text goes to the error stream, and neither a message, a signal line nor "ABORTING" follows.
+[[noreturn]] void iolayerfailure(const std::string &text);
 
 // I/O status values handed to the check routines (the sense of a Fortran iostat).
 constexpr int IOSTAT_EOF = -1;

@@ -19,19 +19,20 @@ namespace {
 
 
 // The value line of *OFNS or *STLS: the first free-form token of the next line that is no
-// comment. A missing line or a line without a number is a read error of the file.
+// comment. No coded message exists for a missing line or a line without a number: the run ends
+// as a failure of the I/O layer.
 template <class T>
-void readcardvalue(LineReader &in, const std::string &path, T &value) {
+void readcardvalue(LineReader &in, const std::string &path, const char *card, T &value) {
   std::string line;
   skipcomments(in);
-  checkread(in.readline(line), path);
+  if (in.readline(line) != 0) iolayerfailure("I/O error: " + path + ": no line after " + card);
   size_t pos = 0;
   int st = 0;
   if constexpr (std::is_same_v<T, int32_t>)
     st = readint(line, pos, value);
   else
     st = readreal(line, pos, value);
-  checkread(st == IOSTAT_EOF ? IOSTAT_BADVALUE : st, path);
+  if (st != 0) iolayerfailure("I/O error: " + path + ": no number on the line after " + card);
 }
 
 // One *STLM row: four free-form numbers, which may spread over lines as a list read does.
@@ -98,9 +99,9 @@ void readsolverinput(Reporter &rep, const Settings &settings, JobFiles &files) {
   while (in.readline(line) == 0) {
     const std::string key = line.substr(0, 5);
     if (key == "*OFNS") {
-      readcardvalue(in, path, files.ofnsdigits);
+      readcardvalue(in, path, "*OFNS", files.ofnsdigits);
     } else if (key == "*STLS") {
-      readcardvalue(in, path, files.stlscale);
+      readcardvalue(in, path, "*STLS", files.stlscale);
     } else if (key == "*STLF") {
       readstlf(in, files.stlfiles);
     } else if (key == "*STLM") {

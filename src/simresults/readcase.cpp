@@ -36,14 +36,14 @@ struct CaseReader {
       checkread(in.readline(line), name);
   }
 
-  // A free-form integer from the line in hand behind its first skip characters.
+  // A free-form integer from the line in hand behind its first skip characters. Nothing there
+  // is the end of the file for a list-directed read of the rest of the line (28); a word is a
+  // bad value (29).
   int32_t intbehind(const std::string &text, size_t skip) {
     int32_t v = 0;
     size_t pos = 0;
     std::string_view rest = text.size() > skip ? std::string_view(text).substr(skip) : std::string_view();
-    int st = readint(rest, pos, v);
-    // A line that holds no number at that place is a bad value, not the end of the file.
-    checkread(st == IOSTAT_EOF ? IOSTAT_BADVALUE : st, name);
+    checkread(readint(rest, pos, v), name);
     return v;
   }
 
@@ -54,12 +54,14 @@ struct CaseReader {
     search("time set:");
     search("number of steps:");
     count = intbehind(line, 16);
-    // Each time stands on a line of its own: a count beyond the size of the file is no count.
-    if (count < 0 || count > filesize) checkread(IOSTAT_IOERR, name);
     rep.say(std::string(countlabel) + rep.integer(count));
     search("filename start number:", "filename numbers:");
-    const size_t n = static_cast<size_t>(count);
-    allocate(nums, n, numslabel);
+    // A negative count is taken as it stands: the lists are empty (the choice of the increment
+    // refuses it later). Each time stands on a line of its own, so a count beyond the size of
+    // the file cannot be read: the reads go on with nothing kept until they fail as they would.
+    const bool keep = count <= filesize;
+    const size_t n = count < 0 ? 0 : static_cast<size_t>(count);
+    allocate(nums, keep ? n : 0, numslabel);
     if (startswith(line, "filename start number:")) {
       rep.say(std::string("Implicit ") + kind + " indexing");
       const int32_t start = intbehind(line, 22);
@@ -68,7 +70,7 @@ struct CaseReader {
       const int32_t step = intbehind(line, 19);  // the words in front are not looked at
       rep.say("Increment = " + rep.integer(step));
       uint32_t v = static_cast<uint32_t>(start);
-      for (size_t i = 0; i < n; ++i, v += static_cast<uint32_t>(step))
+      for (size_t i = 0; i < nums.size(); ++i, v += static_cast<uint32_t>(step))
         nums[i] = static_cast<int32_t>(v);
     } else {
       rep.say(std::string("Explicit ") + kind + " indexing");
@@ -79,16 +81,19 @@ struct CaseReader {
         checkread(in.readline(numline), name);
         size_t pos = 0;
         while (k < n) {
-          int st = readint(numline, pos, nums[k]);
+          int32_t value = 0;
+          int st = readint(numline, pos, value);
           if (st == IOSTAT_EOF) break;
           checkread(st, name);
+          if (keep) nums[k] = value;
           ++k;
         }
       }
     }
     search("time values:");
-    allocate(times, n, timeslabel);
-    for (size_t i = 0; i < n; ++i) checkread(readrealline(in, times[i]), name);
+    allocate(times, keep ? n : 0, timeslabel);
+    double value = 0;
+    for (size_t i = 0; i < n; ++i) checkread(readrealline(in, keep ? times[i] : value), name);
   }
 };
 

@@ -71,10 +71,12 @@ void readgeofile(const std::string &name, Simulation &sim) {
   ResultFile file;
   checkopen(file.open(name, true), name);
   std::string line;
-  // The first record decides the form; whatever this read returns is not looked at.
-  if (file.text80(line) == 0) {
-    const std::string first = rtrim(line);
-    sim.resultsbinary = first == "Fortran Binary" || first == "C Binary";
+  // The first record decides the form; whatever this read returns is not looked at. Only blanks
+  // are trimmed: a name padded with NUL bytes is no binary form.
+  char first[80];
+  if (file.rec.read(first, sizeof first) == 0) {
+    const std::string head = rtrim(std::string(first, sizeof first));
+    sim.resultsbinary = head == "Fortran Binary" || head == "C Binary";
   } else {
     sim.resultsbinary = false;
   }
@@ -94,7 +96,7 @@ void readgeofile(const std::string &name, Simulation &sim) {
   if (extents) {
     float box[6];
     if (sim.resultsbinary)
-      checkread(file.rec.read(box, sizeof box, false), name);
+      checkread(file.rec.read(box, sizeof box), name);
     else
       checkread(file.floats(box, 6), name);
     checkread(file.text80(line), name);  // the part line
@@ -107,8 +109,13 @@ void readgeofile(const std::string &name, Simulation &sim) {
   int32_t nnodes = 0;
   checkread(file.int1(nnodes), name);
   const uint64_t n = nnodes < 0 ? 0 : static_cast<uint64_t>(nnodes);
-  if (nnodes < 0 || !file.fits(n * (nodeidson ? 4 : 3), nodeidson ? 4 : 3))
-    checkread(IOSTAT_IOERR, name);
+  if (nnodes < 0) checkread(IOSTAT_IOERR, name);
+  if (!file.fits(n * (nodeidson ? 4 : 3), nodeidson ? 4 : 3)) {
+    // More nodes than the file can hold: the reads meet what they would meet, with nothing kept.
+    int st = nodeidson ? file.skipints(n) : 0;
+    for (int c = 0; c < 3 && st == 0; ++c) st = file.skipfloats(n);
+    checkread(st != 0 ? st : IOSTAT_EOF, name);
+  }
   sim.nnodes = nnodes;
 
   allocate(sim.nodeid, n, "readgeo, nodeid, 1");
@@ -137,8 +144,12 @@ void readgeofile(const std::string &name, Simulation &sim) {
   int32_t nelems = 0;
   checkread(file.int1(nelems), name);
   const uint64_t m = nelems < 0 ? 0 : static_cast<uint64_t>(nelems);
-  if (nelems < 0 || !file.fits(m * (elemidson ? 9 : 8), elemidson ? 2 : 1))
-    checkread(IOSTAT_IOERR, name);
+  if (nelems < 0) checkread(IOSTAT_IOERR, name);
+  if (!file.fits(m * (elemidson ? 9 : 8), elemidson ? 2 : 1)) {
+    int st = elemidson ? file.skipints(m) : 0;
+    if (st == 0) st = file.skipints(8 * m);
+    checkread(st != 0 ? st : IOSTAT_EOF, name);
+  }
   sim.nelems = nelems;
 
   allocate(sim.elemconn, 8 * m, "readgeo, elemconn, 4");

@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <new>
 #include <type_traits>
@@ -36,31 +37,23 @@ void RecordFile::close() {
   size_ = pos_ = 0;
 }
 
-int RecordFile::read(void *data, size_t len, bool exact) {
+int RecordFile::read(void *data, size_t len) {
   if (!f_) return IOSTAT_IOERR;
   if (remaining() < 4) return IOSTAT_EOF;
   int32_t lead = 0;
   if (std::fread(&lead, 4, 1, f_) != 1) return std::ferror(f_) ? IOSTAT_IOERR : IOSTAT_EOF;
   pos_ += 4;
   const long long need = static_cast<long long>(len);
-  const long long have = static_cast<long long>(lead);
-  if (lead < 0) return IOSTAT_IOERR;
-  if (exact ? have != need : have < need) return IOSTAT_IOERR;
-  if (have + 4 > remaining()) {
-    // A record as long as expected that the file cuts short is a file that ended early; a
-    // header record longer than its item that does not even fit is a broken marker.
-    return have == need ? IOSTAT_EOF : IOSTAT_IOERR;
+  if (lead < 0 || lead < need) return IOSTAT_IOERR;
+  if (need > remaining()) return IOSTAT_EOF;
+  if (data) {
+    if (len > 0 && std::fread(data, 1, len, f_) != len) return std::ferror(f_) ? IOSTAT_IOERR : IOSTAT_EOF;
+    pos_ += need;
   }
-  if (len > 0 && std::fread(data, 1, len, f_) != len) return std::ferror(f_) ? IOSTAT_IOERR : IOSTAT_EOF;
-  pos_ += need;
-  if (have > need) {
-    if (fseeko(f_, static_cast<off_t>(have - need), SEEK_CUR) != 0) return IOSTAT_IOERR;
-    pos_ += have - need;
-  }
-  int32_t trail = 0;
-  if (std::fread(&trail, 4, 1, f_) != 1) return std::ferror(f_) ? IOSTAT_IOERR : IOSTAT_EOF;
-  pos_ += 4;
-  if (trail != lead) return IOSTAT_IOERR;
+  // The rest of the record and the trailing length, as far as the file goes.
+  const long long rest = std::min<long long>((data ? lead - need : lead) + 4LL, remaining());
+  if (fseeko(f_, static_cast<off_t>(rest), SEEK_CUR) != 0) return IOSTAT_IOERR;
+  pos_ += rest;
   return 0;
 }
 
@@ -81,7 +74,7 @@ void ResultFile::close() {
 int ResultFile::text80(std::string &text) {
   if (binary) {
     char buf[80];
-    int st = rec.read(buf, sizeof buf, false);
+    int st = rec.read(buf, sizeof buf);
     if (st != 0) return st;
     text.assign(buf, sizeof buf);
     for (char &c : text)
@@ -95,16 +88,17 @@ int ResultFile::text80(std::string &text) {
 }
 
 int ResultFile::int1(int32_t &value) {
-  if (binary) return rec.read(&value, sizeof value, false);
+  if (binary) return rec.read(&value, sizeof value);
   return readintline(txt, value);
 }
 
 namespace {
 
 // n free-form values from the lines of a text file: blank lines are passed over, the values of
-// one read may span lines, and what follows the last one on its line is dropped.
+// one read may span lines, and what follows the last one on its line is dropped. Without keep,
+// every value goes to out[0].
 template <class T>
-int readtextvalues(LineReader &in, T *out, size_t n) {
+int readtextvalues(LineReader &in, T *out, size_t n, bool keep = true) {
   std::string line;
   size_t k = 0;
   while (k < n) {
@@ -113,10 +107,11 @@ int readtextvalues(LineReader &in, T *out, size_t n) {
     size_t pos = 0;
     while (k < n) {
       int rd = 0;
+      T &slot = out[keep ? k : 0];
       if constexpr (std::is_same_v<T, int32_t>)
-        rd = readint(line, pos, out[k]);
+        rd = readint(line, pos, slot);
       else
-        rd = readreal(line, pos, out[k]);
+        rd = readreal(line, pos, slot);
       if (rd == IOSTAT_EOF) break;  // the line is used up
       if (rd != 0) return rd;
       ++k;
@@ -128,12 +123,12 @@ int readtextvalues(LineReader &in, T *out, size_t n) {
 }  // namespace
 
 int ResultFile::ints(int32_t *out, size_t n) {
-  if (binary) return rec.read(out, n * sizeof(int32_t), true);
+  if (binary) return rec.read(out, n * sizeof(int32_t));
   return readtextvalues(txt, out, n);
 }
 
 int ResultFile::floats(float *out, size_t n) {
-  if (binary) return rec.read(out, n * sizeof(float), true);
+  if (binary) return rec.read(out, n * sizeof(float));
   return readtextvalues(txt, out, n);
 }
 
@@ -144,6 +139,18 @@ std::unique_ptr<float[]> allocatework(size_t n, const char *label) {
     checkalloc(1, label);
   }
   return nullptr;
+}
+
+int ResultFile::skipints(uint64_t n) {
+  if (binary) return rec.read(nullptr, n * sizeof(int32_t));
+  int32_t sink = 0;
+  return readtextvalues(txt, &sink, n, false);
+}
+
+int ResultFile::skipfloats(uint64_t n) {
+  if (binary) return rec.read(nullptr, n * sizeof(float));
+  float sink = 0;
+  return readtextvalues(txt, &sink, n, false);
 }
 
 bool ResultFile::fits(uint64_t nvalues, uint64_t nrecords) const {

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The two forms of the solver's result files behind one reader: sequential binary records (a
 // 4-byte length before and after every record) or free-form text. Every read returns 0 or an
-// I/O status for checkread: IOSTAT_EOF when the file ends (also inside a record), IOSTAT_IOERR
-// for a record whose markers disagree with each other or with the length the caller expects,
-// IOSTAT_BADVALUE for text that does not read as a number.
+// I/O status for checkread: IOSTAT_EOF when the file ends before what the read needs,
+// IOSTAT_IOERR for a record shorter than the read (or of negative length), IOSTAT_BADVALUE for
+// text that does not read as a number. A sequential read takes what it needs of a record and
+// passes over the rest with the trailing length, which it does not compare with the leading one.
 #pragma once
 
 #include <cstdint>
@@ -27,10 +28,8 @@ class RecordFile {
   bool isopen() const { return f_ != nullptr; }
   long long size() const { return size_; }
   long long remaining() const { return size_ - pos_; }
-  // One record into data. With exact the record must hold len bytes exactly (an array whose
-  // length follows from counts read before); otherwise at least len bytes, and the rest of the
-  // record is passed over, as a read of fewer items than the record holds does.
-  int read(void *data, size_t len, bool exact);
+  // One record: its first len bytes into data (null: passed over), the rest of it passed over.
+  int read(void *data, size_t len);
 
  private:
   std::FILE *f_ = nullptr;
@@ -59,6 +58,10 @@ class ResultFile {
   // Whether n more values in nrecords records can still stand in the file. Checked before a
   // count read from the file is used to allocate.
   bool fits(uint64_t nvalues, uint64_t nrecords) const;
+  // The reads of n values (one record, or n free-form values), with nothing kept: where a count
+  // does not fit, these give the status the reads would have met, without the memory.
+  int skipints(uint64_t n);
+  int skipfloats(uint64_t n);
 };
 
 // A single-precision work block of n values, left uninitialised (every value is read into it

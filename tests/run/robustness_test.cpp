@@ -120,3 +120,22 @@ TEST(Robustness, DamagedJobsEndWithAResultOrACodedMessage) {
     }
   }
 }
+
+// *STLS without a number in the solver input: no coded message exists for it; the run ends as a
+// failure of the I/O layer, with status 255, its text on the error stream, no message, no signal
+// line and no ABORTING.
+TEST(Robustness, SolverInputWithoutANumberFailsInTheIoLayer) {
+  const std::string dir = makejob("iolayer");
+  std::string in = wft::readfile(dir + "/job.in");
+  in.replace(in.find("*STLS\n1.0"), 9, "*STLS\nabc");
+  ASSERT_TRUE(wft::contains(in, "*STLS\nabc\n"));
+  wft::writefile(dir + "/job.in", in);
+  const auto r = wft::runwarpforge("job.deck", dir);
+  EXPECT_EQ(r.status, 255);
+  EXPECT_TRUE(wft::contains(r.out, "I/O error: job.in: no number on the line after *STLS")) << r.out;
+  EXPECT_FALSE(wft::contains(r.out, "Code"));
+  EXPECT_FALSE(wft::contains(r.out, "ABORTING"));
+  const std::string signal = wft::readfile(dir + "/job.wrpsimsignal");
+  EXPECT_FALSE(wft::contains(signal, "message"));
+  EXPECT_FALSE(wft::contains(signal, "successful finish"));
+}

@@ -5,6 +5,8 @@
 // read message that names it, before anything out of proportion is allocated.
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include <algorithm>
 #include <filesystem>
 #include <numeric>
@@ -117,13 +119,23 @@ TEST_F(ReadCase, EarlyEndsAndBadNumbersNameTheFile) {
            {"", "28"}, {imp + "1\nfilename increment: 1\ntime values:\n1\n", "28"},  // one set only
            {set + "2\nfilename numbers:\n1\n", "28"},                               // too few numbers
            {set + "2\nfilename numbers:\n1\ntime values:\n1\n2\n", "29"}, {set + "many\n", "29"},
-           {set + "-1\n", "29"}, {set + "2000000000\nfilename numbers:\n", "29"},  // no room for them
+           {set + "-1\n", "28"},  // taken as it stands: the next word is not found
+           {set + "2000000000\nfilename numbers:\n", "28"},  // read as far as the file goes
+           {set + "2000000000\nfilename numbers:\n1 2\nx\n", "29"},
+           {set + "\n", "28"}, {imp + "\nfilename increment: 1\n", "28"},  // a blank number
+           {imp + "1\nfilename increment:\n", "28"},
            {imp + "1\n", "28"}, {imp + "x\nfilename increment: 1\n", "29"},
            {imp + "1\nfilename increment: 1\ntime values:\nlate\n", "29"}}) {
     SCOPED_TRACE(text);
     wft::writefile("bad.case", text);
     EXPECT_PRED2(begins, wft::fatalof([&] { readcase(cap.rep, "bad.case"); }), code + " bad.case");
   }
+  // A negative count of steps is taken as it stands, with empty lists.
+  wft::writefile("neg.case", set + "-3\nfilename start number: 1\nfilename increment: 1\ntime values:\n" + set +
+                                 "1\nfilename numbers:\n4\ntime values:\n0\n");
+  const CaseInfo neg = readcase(cap.rep, "neg.case");
+  EXPECT_EQ(std::tuple(neg.ninc, neg.resultnums.size(), neg.resulttimes.size(), neg.nmesh), std::tuple(-3, 0u, 0u, 1));
+  EXPECT_TRUE(wft::contains(cap.text(), " Number of increments = -3\n"));
 }
 
 TEST_F(ReadCase, MissingCaseAndTheCloudDescriptor) {
@@ -166,9 +178,9 @@ TEST_F(ReadGeo, BothFormsWithIdsOnAndOff) {
   textids.elemids = {3, 1};  // the element index is sized by the largest id
   none.conn.clear();         // no elements: an empty element index
   none.ne = 0;
-  // Text records padded with NUL characters, as C writers leave them, read as blank-padded.
+  // Records padded with NUL characters, as C writers leave them, read as blank-padded (all but
+  // the first, which decides the form).
   std::string nul = off.binary();
-  std::fill(nul.begin() + 12, nul.begin() + 84, '\0');                    // behind "C Binary"
   std::fill(nul.begin() + 88 * 3 + 15, nul.begin() + 88 * 3 + 84, '\0');  // behind "node id off"
   ints index32(32);
   for (int i = 0; i < 12; ++i) index32[9 + 2 * static_cast<size_t>(i)] = i + 1;
@@ -246,28 +258,47 @@ TEST_F(ReadGeo, BrokenFilesEndInCodedReadErrors) {
   longer.xyz[1].push_back(1.0f);  // a coordinate record one value longer than the count
   texthuge.nn = 900000000;
   std::string textword = Geo().text(), nomarkers = "C Binary" + std::string(72, ' ') + std::string(400, '\x01');
+  // The first record's name padded with NUL bytes: only blanks are trimmed, so the file is taken
+  // as text, and fails as text.
+  const std::string aftercount = good.substr(0, good.find("hexa8") - 12 * 4 * 3 - 8 * 3 - 4);
+  {  // it ends with the node count's record: 4, the count 12, 4
+    int32_t tail[3];
+    std::memcpy(tail, aftercount.data() + aftercount.size() - 12, 12);
+    ASSERT_EQ(std::vector<int32_t>(tail, tail + 3), (std::vector<int32_t>{4, 12, 4}));
+  }
+  std::string nulname = good;
+  std::fill(nulname.begin() + 12, nulname.begin() + 84, '\0');
   textword.replace(textword.find("hexa8"), 5, "hexa8\nabc");
   for (auto [what, body, code] : std::vector<std::tuple<const char *, std::string, const char *>>{
            {"empty", "", "28"},
            {"cut in the header", good.substr(0, 200), "28"},
            {"cut inside a header record", good.substr(0, 90 + 88 * 2), "28"},
-           {"cut in the coordinates", good.substr(0, 900), "29"},
+           {"cut in the coordinates", good.substr(0, 900), "28"},
+           {"cut right after the node count", aftercount, "28"},
            {"cut in the element type line", good.substr(0, good.size() - 150), "28"},
-           {"cut in the connectivity", good.substr(0, good.size() - 10), "29"},
-           {"trailing marker differs", marker(88 + 84, 81), "29"},
+           {"cut in the connectivity", good.substr(0, good.size() - 10), "28"},
            {"leading marker too short", marker(88, 12), "29"},
            {"negative marker", marker(88, -80), "29"},
-           {"record longer than the count", longer.binary(), "29"},
            {"node count beyond the file", big.binary(), "29"},
            {"negative node count", negative.binary(), "29"},
            {"element count beyond the file", manyelems.binary(), "29"},
            {"text: a word among the numbers", textword, "29"},
            {"text: count beyond the file", texthuge.text(), "29"},
-           {"C Binary without record markers", nomarkers, "28"}}) {  // read as text: no second line
+           {"C Binary without record markers", nomarkers, "28"},  // read as text: no second line
+           {"C Binary padded with NUL bytes", nulname, "28"}}) {
     SCOPED_TRACE(what);
     wft::writefile("results/job_3.geo", body);
     Simulation sim;
     EXPECT_PRED2(begins, wft::fatalof([&] { readgeofile("results/job_3.geo", sim); }), std::string(code) + " results/job_3.geo");
+  }
+  // A sequential read takes what it needs of a record: a record longer than the count, or one
+  // whose trailing length differs from its leading one, reads as the count has it.
+  for (const std::string &body : {longer.binary(), marker(88 + 84, 81)}) {
+    wft::writefile("results/job_3.geo", body);
+    Simulation sim;
+    EXPECT_EQ(wft::fatalof([&] { readgeofile("results/job_3.geo", sim); }), "none");
+    EXPECT_EQ(sim.nnodes, 12);
+    EXPECT_EQ(sim.nodexyz[4], Geo().xyz[1][1]);
   }
 }
 
@@ -333,7 +364,7 @@ TEST_F(ReadVariable, EarlyEndsAndBrokenRecords) {
            {"empty", true, "", "362"},
            {"cut in the header", true, good.substr(0, 100), "362"},
            {"cut in the z values", true, good.substr(0, good.size() - 6), "362"},
-           {"record of another length", true, varfile(true, 3, 1, 1), "29"},
+           {"record shorter than the count", true, varfile(true, 3, 1, -1), "29"},
            {"text: too few values", false, text.substr(0, text.size() - 15), "362"},
            {"text: a word among the values", false, std::string(text).replace(80, 3, "xyz"), "29"},
            {"text: no part number", false, "desc\npart\n", "362"}}) {
