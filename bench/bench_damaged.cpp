@@ -3,6 +3,8 @@
 // corrupt triangle count either way, a level limit of 268435456), each run whole: its wall time,
 // its peak memory and how it ended. Each must end within 60 s
 // and 4 GB with a result or a coded message.
+// Then the sample job with its part as made and moved 1e4 mm away (every query far outside the
+// node grid), timed whole.
 //   bench_damaged [folder (/tmp/bench_damaged)]
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -10,6 +12,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <string>
 
@@ -50,6 +53,28 @@ int main(int argc, char **argv) {
     std::printf("%-28s %6.2f s  run %5.0f MB (largest process so far %5.0f MB)  exit %3d  %-8s %s\n",
                 wft::jobdamagename(d), seconds, use.ru_maxrss / 1024.0, children.ru_maxrss / 1024.0, code, ended.c_str(),
                 ok ? "" : "(over 60 s, over 4 GB, or no message)");
+  }
+  // A far query costs what a near one costs: the sample job as made, and with its part moved
+  // 1e4 mm away along x (every vertex then lies far outside the node grid), without *TSRD.
+  for (const double shift : {0.0, 1e4}) {
+    const std::string dir = root + "/shift" + std::to_string(int(shift));
+    std::filesystem::create_directories(dir);
+    wft::rungenjob(dir, {"--tris", "200000", "--nodes", "300000"});
+    std::string stl = wft::readfile(dir + "/part.stl");
+    for (size_t t = 0; 84 + 50 * t + 50 <= stl.size(); ++t)
+      for (size_t k = 0; k < 3; ++k) {
+        float x;
+        std::memcpy(&x, stl.data() + 84 + 50 * t + 12 + 12 * k, 4);
+        x = float(x + shift);
+        std::memcpy(stl.data() + 84 + 50 * t + 12 + 12 * k, &x, 4);
+      }
+    wft::writefile(dir + "/part.stl", stl);
+    wft::writefile(dir + "/far.deck", "*INPU\njob\n*IOFF\n-1\n*N3DM\n*MAXR\n0\n");
+    const auto t0 = std::chrono::steady_clock::now();
+    const wft::RunResult r = wft::runwarpforge("far.deck", dir);
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    std::printf("200 K triangles, 300 K nodes, part %s: %.2f s, exit %d\n", shift == 0 ? "as made      " : "1e4 mm away  ", seconds,
+                r.status);
   }
   return bad ? 1 : 0;
 }

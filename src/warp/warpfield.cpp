@@ -131,6 +131,18 @@ void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
 
   int32_t r = -1;
   bool snapped = false;
+  // The box of cells that can hold a node nearer than the largest held one (all cells until
+  // navg are held); a cell outside it holds no node that would enter, so the parts of a ring
+  // outside it are passed over, which keeps the order of the nodes visited.
+  int32_t bl[3] = {1, 1, 1}, bh[3] = {nx, ny, nz};
+  // Visits the cells lo..hi (clipped to the box) of the row (j, k) as one run.
+  auto row = [&](int32_t lo, int32_t hi, int32_t j, int32_t k) {
+    lo = lo > bl[0] ? lo : bl[0];
+    hi = hi < bh[0] ? hi : bh[0];
+    if (lo > hi) return false;
+    const size_t b0 = cellbase(lo, j, k), b1 = cellbase(hi, j, k);
+    return visitcell(st, j0[b0], j0[b1 + 1]);
+  };
   for (;;) {
     // The squared distance is compared with a plain length on purpose.
     if (st.count >= navg && st.dmax <= r * h) break;
@@ -141,39 +153,62 @@ void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
     // no longer matters. Every node of ring r + 1 and beyond lies r - 1 cells (of at least h)
     // away from the home cell besides the point's distance from the box; when that is not
     // nearer than the largest held distance, the search ends with the same answer as after the
-    // last ring, so a point far from the grid costs what a near one costs. A point that is not
-    // finite has no node nearer than any other: the first navg stay.
+    // last ring, so the cost of a point far from the grid does not grow with its distance. A
+    // point that is not finite has no node nearer than any other: the first navg stay.
     if (st.count >= navg && wp.ringbound) {
       if (!finite) break;
       const double g = r > 0 ? (r - 1e-6) * h : 0.0;
       if ((out2 + g * g) * (1.0 - 1e-12) >= st.dmax) break;
+      // The box of the ball of the largest held distance, a cell wider on every side (nodes are
+      // filed by rounded arithmetic).
+      const double reach = std::sqrt(st.dmax) * (1.0 + 1e-9);
+      for (int a = 0; a < 3; ++a) {
+        bl[a] = gridcell(point[a] - reach, grid.origin[a], grid.cellsize[a], counts[a]) - 1;
+        bh[a] = gridcell(point[a] + reach, grid.origin[a], grid.cellsize[a], counts[a]) + 1;
+        if (bl[a] < 1) bl[a] = 1;
+        if (bh[a] > counts[a]) bh[a] = counts[a];
+      }
     }
     ++r;
-    const int32_t klo = iz - r > 1 ? iz - r : 1, khi = iz + r < nz ? iz + r : nz;
+    const int32_t klo = iz - r > bl[2] ? iz - r : bl[2], khi = iz + r < bh[2] ? iz + r : bh[2];
     const int32_t jlo = iy - r > 1 ? iy - r : 1, jhi = iy + r < ny ? iy + r : ny;
     const int32_t ilo = ix - r > 1 ? ix - r : 1, ihi = ix + r < nx ? ix + r : nx;
+    const int32_t jfrom = jlo > bl[1] ? jlo : bl[1], jto = jhi < bh[1] ? jhi : bh[1];
+    // The two ends of the inner rows, where they lie in the box.
+    const bool lowend = ix - r >= 1 && ix - r >= bl[0] && ix - r <= bh[0];
+    const bool highend = ix + r <= nx && ix + r >= bl[0] && ix + r <= bh[0];
     for (int32_t k = klo; k <= khi && !snapped; ++k) {
       const bool kface = std::abs(k - iz) == r;
-      for (int32_t j = jlo; j <= jhi; ++j) {
+      if (!kface && !lowend && !highend) {
+        // Only the two rows of the ring's sides in j hold cells of the box: low one first.
+        for (const int32_t j : {iy - r, iy + r}) {
+          if (j < jfrom || j > jto || (j == iy + r && r == 0)) continue;
+          if (row(ilo, ihi, j, k)) {
+            snapped = true;
+            break;
+          }
+        }
+        continue;
+      }
+      for (int32_t j = jfrom; j <= jto; ++j) {
         if (kface || std::abs(j - iy) == r) {
           // A whole row of the ring's shell. The cells of a row follow each other in the
           // bucket list, so their nodes form one run: first of the low cell to last of the
           // high cell, visited in the same order as cell by cell.
-          const size_t b0 = cellbase(ilo, j, k), b1 = cellbase(ihi, j, k);
-          if (visitcell(st, j0[b0], j0[b1 + 1])) {
+          if (row(ilo, ihi, j, k)) {
             snapped = true;
             break;
           }
         } else {
           // Only the two ends of the row belong to the ring, low end first.
-          if (ix - r >= 1) {
+          if (lowend) {
             size_t base = cellbase(ix - r, j, k);
             if (visitcell(st, j0[base], j0[base + 1])) {
               snapped = true;
               break;
             }
           }
-          if (ix + r <= nx) {
+          if (highend) {
             size_t base = cellbase(ix + r, j, k);
             if (visitcell(st, j0[base], j0[base + 1])) {
               snapped = true;

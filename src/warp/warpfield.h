@@ -11,7 +11,9 @@
 // cell size: a squared distance against a plain length, on purpose), or when every node has
 // been seen, or when the rings cover the grid; and, with navg nodes held, when no node of the
 // next ring can be nearer than the largest held one (or the point is not finite), which ends
-// with the answer the remaining rings would give. The first node within the snap tolerance gives
+// with the answer the remaining rings would give. With navg nodes held, the cells of a ring
+// outside the box of the ball of the largest held distance are passed over (none of their nodes
+// would enter). The first node within the snap tolerance gives
 // its displacement unweighted; otherwise the first navg nodes fill the positions and a nearer
 // node replaces the first position holding the largest distance (a tie keeps the old node).
 // Weights are 1 / d2^halfexponent; only filled positions count, no node at all means no move.

@@ -160,11 +160,12 @@ TEST(NodalWarp, RingSearchStartAndStoppingRule) {
   }
 }
 
-// The end of the rings where none can change the answer: every point, near, far (up to 3e10
-// away, where the plain search walks every ring of the grid) or not finite, gets the nodes, in
-// the positions and with the distances, that the plain search gets, and so the same point.
+// The end of the rings where none can change the answer, and the parts of rings outside the box
+// of the largest held distance: every point, near, far (up to 3e10 away, where the plain search
+// walks every ring of the grid) or not finite, gets the nodes, in the positions and with the
+// distances, that the plain search gets, and so the same point.
 TEST(NodalWarp, RingBoundKeepsEveryAnswer) {
-  std::vector<P3> xyz = lattice({0, 0, 0}, {12, 7, 9});
+  std::vector<P3> xyz = lattice({0, 0, 0}, {24, 14, 18});
   uint32_t seed = 7;
   auto next = [&seed] { return (seed = seed * 1664525u + 1013904223u) >> 8; };
   for (P3 &p : xyz)
@@ -176,12 +177,12 @@ TEST(NodalWarp, RingBoundKeepsEveryAnswer) {
     for (int k = 0; k < 20; ++k) {
       const P3 dir{double(next() % 2001) - 1000.0, double(next() % 2001) - 1000.0, double(next() % 2001) - 1000.0};
       const double len = std::sqrt(dir[0] * dir[0] + dir[1] * dir[1] + dir[2] * dir[2]) + 1e-9;
-      queries.push_back({5.5 + d * dir[0] / len, 3 + d * dir[1] / len, 4 + d * dir[2] / len});
+      queries.push_back({11.5 + d * dir[0] / len, 6.5 + d * dir[1] / len, 8.5 + d * dir[2] / len});
     }
   queries.push_back({NAN, 1, 1});
   queries.push_back({INFINITY, 2, 3});
   queries.push_back({-INFINITY, -INFINITY, 0});
-  ASSERT_GT(std::abs(queries[90][0] - 5.5) + std::abs(queries[90][1] - 3) + std::abs(queries[90][2] - 4), 1e9);
+  ASSERT_GT(std::abs(queries[90][0] - 11.5) + std::abs(queries[90][1] - 6.5) + std::abs(queries[90][2] - 8.5), 1e9);
   for (int navg : {1, 4, 10}) {
     WarpWork bounded(navg), plain(navg);
     for (const P3 &q : queries) {
