@@ -266,6 +266,9 @@ TEST_F(ReadGeo, BrokenFilesEndInCodedReadErrors) {
     std::memcpy(tail, aftercount.data() + aftercount.size() - 12, 12);
     ASSERT_EQ(std::vector<int32_t>(tail, tail + 3), (std::vector<int32_t>{4, 12, 4}));
   }
+  const std::string gtext = Geo().text();
+  const std::string textaftercount = gtext.substr(0, gtext.find("coordinates\n12\n") + 15);
+  ASSERT_EQ(textaftercount.substr(textaftercount.size() - 4), "\n12\n");
   std::string nulname = good;
   std::fill(nulname.begin() + 12, nulname.begin() + 84, '\0');
   textword.replace(textword.find("hexa8"), 5, "hexa8\nabc");
@@ -284,6 +287,7 @@ TEST_F(ReadGeo, BrokenFilesEndInCodedReadErrors) {
            {"element count beyond the file", manyelems.binary(), "29"},
            {"text: a word among the numbers", textword, "29"},
            {"text: count beyond the file", texthuge.text(), "29"},
+           {"text: cut right after the node count", textaftercount, "28"},
            {"C Binary without record markers", nomarkers, "28"},  // read as text: no second line
            {"C Binary padded with NUL bytes", nulname, "28"}}) {
     SCOPED_TRACE(what);
