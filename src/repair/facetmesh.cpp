@@ -121,7 +121,8 @@ int32_t pieces(const FacetMesh &m, const SideTable &edges, std::vector<int32_t> 
   return count;
 }
 
-std::vector<int32_t> pinchedpoints(const FacetMesh &m, const SideTable &edges, const std::vector<int32_t> *piece) {
+std::vector<int32_t> pinchedpoints(const FacetMesh &m, const SideTable &edges, const std::vector<int32_t> *piece,
+                                   std::vector<int32_t> *fan) {
   // Corner k of facet f is 3f + k; corners of one point are joined across the edges they share.
   UnionFind uf(3 * m.facets.size());
   auto corner = [&](int32_t f, int32_t p) {
@@ -142,6 +143,10 @@ std::vector<int32_t> pinchedpoints(const FacetMesh &m, const SideTable &edges, c
   std::vector<std::array<int32_t, 3>> byp(3 * m.facets.size());
   for (size_t c = 0; c < byp.size(); ++c)
     byp[c] = {m.facets[c / 3][c % 3], piece ? (*piece)[c / 3] : 0, uf.find(int32_t(c))};
+  if (fan) {
+    fan->resize(byp.size());
+    for (size_t c = 0; c < byp.size(); ++c) (*fan)[c] = byp[c][2];
+  }
   std::sort(byp.begin(), byp.end());
   std::vector<int32_t> out;
   for (size_t i = 1; i < byp.size(); ++i)

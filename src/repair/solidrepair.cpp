@@ -288,11 +288,24 @@ void markdebris(const Work &w, const std::vector<FacetPair> &pairs, Settle settl
     if (collinearfacet(m.points, m.facets[f])) debris[f] = 1;
   coverpairs(w, pairs, settle, debris);
   const SideTable edges = buildsidetable(m);
+  std::vector<int32_t> live;
   for (size_t e = 0; e < edges.nedges(); ++e) {
-    int32_t c = 0;
-    for (int64_t i = edges.start[e]; i < edges.start[e + 1]; ++i) c += !debris[size_t(edges.sides[size_t(i)] / 3)];
-    if (c > 2)
-      for (int64_t i = edges.start[e]; i < edges.start[e + 1]; ++i) debris[size_t(edges.sides[size_t(i)] / 3)] = 1;
+    live.clear();
+    for (int64_t i = edges.start[e]; i < edges.start[e + 1]; ++i)
+      if (!debris[size_t(edges.sides[size_t(i)] / 3)]) live.push_back(edges.sides[size_t(i)]);
+    if (live.size() <= 2) continue;
+    // Settling the smaller first, the two largest stay where they run opposite ways along the
+    // edge (a surface doubled by finer debris keeps its coarse facets); otherwise all go.
+    int32_t keep[2] = {-1, -1};
+    if (settle == Settle::smallerfirst) {
+      std::sort(live.begin(), live.end(), [&](int32_t a, int32_t b) {
+        const double x = w.area(size_t(a / 3)), y = w.area(size_t(b / 3));
+        return x > y || (x == y && a < b);
+      });
+      if (sidefrom(m, live[0]) == sideto(m, live[1])) keep[0] = live[0], keep[1] = live[1];
+    }
+    for (const int32_t sd : live)
+      if (sd != keep[0] && sd != keep[1]) debris[size_t(sd / 3)] = 1;
   }
 }
 
@@ -320,14 +333,36 @@ int64_t clearfans(Work &w) {
     // Separate pieces that meet at a corner are left to the union.
     std::vector<int32_t> piece;
     const int32_t np = pieces(w.m, edges, piece);
-    const std::vector<int32_t> pinched = pinchedpoints(w.m, edges, &piece);
+    std::vector<int32_t> fan;
+    const std::vector<int32_t> pinched = pinchedpoints(w.m, edges, &piece, &fan);
     std::vector<char> drop(w.m.facets.size(), 0);
     if (!pinched.empty()) {
+      // At a pinched corner the fan of most area stays and the others go: a scrap of debris
+      // hanging on a corner of the surface goes, the surface stays.
       std::vector<char> point(w.m.npoints(), 0);
       for (const int32_t p : pinched) point[size_t(p)] = 1;
+      std::vector<std::tuple<int32_t, int32_t, int32_t>> corners;  // point, fan, facet
       for (size_t f = 0; f < w.m.facets.size(); ++f)
-        for (const int32_t p : w.m.facets[f])
-          if (point[size_t(p)]) drop[f] = 1;
+        for (int k = 0; k < 3; ++k)
+          if (point[size_t(w.m.facets[f][size_t(k)])])
+            corners.emplace_back(w.m.facets[f][size_t(k)], fan[3 * f + size_t(k)], int32_t(f));
+      std::sort(corners.begin(), corners.end());
+      for (size_t i = 0; i < corners.size();) {
+        size_t j = i;
+        int32_t bestfan = -1;
+        double bestarea = -1, area = 0;
+        for (; j < corners.size() && std::get<0>(corners[j]) == std::get<0>(corners[i]); ++j) {
+          area += w.area(size_t(std::get<2>(corners[j])));
+          if (j + 1 == corners.size() || std::get<0>(corners[j + 1]) != std::get<0>(corners[j]) ||
+              std::get<1>(corners[j + 1]) != std::get<1>(corners[j])) {
+            if (area > bestarea) bestarea = area, bestfan = std::get<1>(corners[j]);
+            area = 0;
+          }
+        }
+        for (size_t k = i; k < j; ++k)
+          if (std::get<1>(corners[k]) != bestfan) drop[size_t(std::get<2>(corners[k]))] = 1;
+        i = j;
+      }
     }
     // Open pieces of little area, and pieces made only of patches.
     std::vector<double> area(size_t(np), 0);
@@ -404,7 +439,9 @@ void orient(Work &w, std::vector<char> &conflict) {
           if (from(s) != to(o)) turn[size_t(g)] = 1;
           queue.push_back(g);
         } else if (from(s) != to(o)) {
-          conflict[size_t(f)] = conflict[size_t(g)] = 1;
+          // The smaller of the two goes: the larger is more likely the surface.
+          const double af = w.area(size_t(f)), ag = w.area(size_t(g));
+          conflict[size_t(af < ag || (af == ag && f > g) ? f : g)] = 1;
         }
       }
     }
@@ -584,10 +621,10 @@ void carrythrough(Attempt &t, const std::vector<char> &mark, const std::vector<F
   for (int round = 0; round < fillrounds; ++round) {
     if (round == 0) t.debris += peel(w, peelrounds);
     t.debris += clearfans(w);
+
     std::vector<char> conflict;
     orient(w, conflict);
     if (std::any_of(conflict.begin(), conflict.end(), [](char c) { return c != 0; })) {
-      addring(w.m, conflict);
       t.removed += std::count(conflict.begin(), conflict.end(), char(1));
       w.keepwhere(conflict);
       continue;

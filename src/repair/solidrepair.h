@@ -10,12 +10,13 @@
 //     the same piece, or lie folded back onto a facet of the same edge) as few as settle every
 //     conflict, once those in the most conflicts first and once the smaller of each conflict
 //     first (steps 2 to 5 are carried through for both, and the result that keeps more area,
-//     closed and without crossings, is kept); then every facet on an edge that still has more
-//     than two;
-//  3. facets that hang on by one side or a corner are peeled (two rounds), corners round which
-//     the facets do not form one fan lose their facets, and small open scraps go;
+//     closed and without crossings, is kept); then the facets on an edge that still has more
+//     than two (settling the smaller first, the two largest stay where they run opposite ways);
+//  3. facets that hang on by one side or a corner are peeled (two rounds), at a corner round
+//     which the facets of one piece form more than one fan the fan of most area stays and the
+//     others go, and small open scraps go;
 //  4. each piece is oriented by walking across its edges (never cut apart), the way most of its
-//     area already faced;
+//     area already faced; of two facets that cannot agree across an edge the smaller goes;
 //  5. every hole is filled by the shape of its rim: a near-planar rim by a constrained Delaunay
 //     triangulation in its plane, any other by a triangulation restricted to the rim's 3D
 //     Delaunay triangulation (never the exhaustive search on a long rim); a patch that crosses
