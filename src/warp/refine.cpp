@@ -318,8 +318,38 @@ RefineCounts refinesurface(const WarpField &field, const RefineParams &params, S
                            EdgeTable &edges, const ProgressFn &progress) {
   Walk walk(mesh, edges);
   const int32_t n0 = edges.n;
-  std::vector<int32_t> edgeorder(static_cast<size_t>(std::max(n0, 0)));
-  dvecsort(edges.len.data(), edgeorder.data(), n0);
+  // The initial edges in the walk's order. One that the walk will not test (not longer than
+  // minedge, or at the level limit) changes nothing where the walk passes it but the progress;
+  // with no length that is not a number such edges are exactly the shortest, the last of the
+  // order, so only the others are sorted (ntested of them, edge numbers in edgeorder) and the
+  // walk passes the rest as positions alone. A length that is not a number has no place in the
+  // order but the sort's own: then all are sorted.
+  bool nonumber = false;
+  int32_t ntested = 0;
+  for (int32_t e = 1; e <= n0; ++e) {
+    const double len = edges.len[col(e)];
+    nonumber = nonumber || std::isnan(len);
+    ntested += edges.level[col(e)] < params.maxrefine && len > params.minedge;
+  }
+  std::vector<int32_t> edgeorder;
+  if (nonumber) {
+    ntested = n0;
+    edgeorder.resize(static_cast<size_t>(std::max(n0, 0)));
+    dvecsort(edges.len.data(), edgeorder.data(), n0);
+  } else {
+    std::vector<double> lengths;
+    std::vector<int32_t> numbers;
+    lengths.reserve(static_cast<size_t>(ntested));
+    numbers.reserve(static_cast<size_t>(ntested));
+    for (int32_t e = 1; e <= n0; ++e)
+      if (edges.level[col(e)] < params.maxrefine && edges.len[col(e)] > params.minedge) {
+        lengths.push_back(edges.len[col(e)]);
+        numbers.push_back(e);
+      }
+    edgeorder.resize(static_cast<size_t>(ntested));
+    dvecsort(lengths.data(), edgeorder.data(), ntested);
+    for (int32_t &k : edgeorder) k = numbers[col(k)];
+  }
 
   Midpoints mids(field, params, mesh, edges);
   int32_t wavelast = params.ahead ? n0 : std::numeric_limits<int32_t>::max();
@@ -328,7 +358,8 @@ RefineCounts refinesurface(const WarpField &field, const RefineParams &params, S
 
   int32_t progressmark = params.progressbase;
   for (int32_t i = 1; i <= edges.n; ++i) {
-    const int32_t e = i <= n0 ? edgeorder[static_cast<size_t>(n0 - i)] : i;
+    // Position i of the initial edges: the i-th longest, or one passed as a position alone (0).
+    const int32_t e = i > n0 ? i : i <= ntested ? edgeorder[static_cast<size_t>(ntested - i)] : 0;
     if (e > wavelast) {
       // The walk enters the edges made by the previous wave.
       mids.wave(wavelast + 1, edges.n);
@@ -343,7 +374,7 @@ RefineCounts refinesurface(const WarpField &field, const RefineParams &params, S
       progressmark = p;
     }
 
-    if (!mids.tested(e)) continue;
+    if (e == 0 || !mids.tested(e)) continue;
     const size_t ce = col(e);
     const double len = edges.len[ce];
     const int32_t a = edges.vrt[2 * ce], b = edges.vrt[2 * ce + 1];
