@@ -604,7 +604,7 @@ namespace {
 struct Attempt {
   Work w;
   int64_t debris = 0, holes = 0, removed = 0;
-  double debrisarea = 0, patcharea = 0, area = 0;
+  double debrisarea = 0, area = 0;
   bool closed = false, crossing = true;
   int32_t shells = 0;
 };
@@ -668,10 +668,7 @@ void carrythrough(Attempt &t, const std::vector<char> &mark, const std::vector<F
     t.removed += std::count(drop.begin(), drop.end(), char(1));
     w.keepwhere(drop);
   }
-  for (size_t f = 0; f < w.m.facets.size(); ++f) {
-    t.area += w.area(f);
-    if (w.added[f]) t.patcharea += w.area(f);
-  }
+  for (size_t f = 0; f < w.m.facets.size(); ++f) t.area += w.area(f);
   const SideTable edges = buildsidetable(w.m);
   t.closed = !w.m.facets.empty();
   for (size_t e = 0; e < edges.nedges(); ++e)
