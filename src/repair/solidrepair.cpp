@@ -17,6 +17,7 @@
 
 #include "repair/crossings.h"
 #include "repair/facetmesh.h"
+#include "repair/outerhull.h"
 #include "repair/unite.h"
 
 namespace wf {
@@ -39,6 +40,18 @@ constexpr double scrapshare = 0.02;
 constexpr double planarshare = 0.02;
 // Longer rims never go to the exhaustive search.
 constexpr size_t cubiclimit = 40;
+// A facet given whose centre lies within this share of the box's diagonal from the outer layer
+// lies on it.
+constexpr double outerslack = 1e-3;
+
+double diagonal(const FacetMesh &m) {
+  double lo[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL}, hi[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
+  for (size_t p = 0; p < m.npoints(); ++p)
+    for (int a = 0; a < 3; ++a) lo[a] = std::min(lo[a], m.points[3 * p + size_t(a)]), hi[a] = std::max(hi[a], m.points[3 * p + size_t(a)]);
+  double d = 0;
+  for (int a = 0; a < 3; ++a) d += hi[a] > lo[a] ? (hi[a] - lo[a]) * (hi[a] - lo[a]) : 0;
+  return std::sqrt(d);
+}
 
 double since(std::chrono::steady_clock::time_point &t) {
   const auto now = std::chrono::steady_clock::now();
@@ -758,6 +771,41 @@ SolidRepairReport makesolid(std::vector<float> &xyz, bool unite) {
     if (better(other, best)) {
       std::swap(best, other);
       std::swap(seconds[0], seconds[1]);
+    }
+  }
+  // Neither way gives a solid: the surface may lie twice over itself, and its outer layer is
+  // what bounds the part (the facets under it are debris of the inner layer).
+  if (!good(best) || best.crossing) {
+    Attempt outer;
+    outer.w = w;
+    {
+      const SideTable edges = buildsidetable(w.m);
+      std::vector<int32_t> piece;
+      const int32_t np = pieces(w.m, edges, piece);
+      const OuterLayer layer = outerlayer(w.m, edges, piece, np);
+      std::vector<char> hidden(w.m.facets.size(), 0);
+      for (size_t f = 0; f < w.m.facets.size(); ++f)
+        if (!layer.kept[f])
+          hidden[f] = 1;
+        else if (layer.turned[f])
+          outer.w.flip(f);
+      outer.w.keepwhere(hidden);
+    }
+    // The walk's way round is the way given from here on.
+    std::fill(outer.w.flipped.begin(), outer.w.flipped.end(), 0);
+    std::iota(outer.w.origin.begin(), outer.w.origin.end(), 0);
+    std::vector<FacetPair> outerbetween;
+    std::vector<char> mark;
+    markdebris(outer.w, conflicts(outer.w, outerbetween), Settle::smallerfirst, mark);
+    double outerseconds[5] = {0, 0, 0, 0, 0};
+    carrythrough(outer, mark, outerbetween, outerseconds);
+    // The surface given, debris aside, is the outer layer and whatever of the given facets lies
+    // outside it: all else lies inside the solid.
+    const double lost = outer.closed ? areaoutside(w.m, outer.w.m, outerslack * diagonal(w.m)) : total;
+    outer.debrisarea = std::max(0.0, total - outer.area - lost);
+    if (better(outer, best)) {
+      std::swap(best, outer);
+      std::copy(outerseconds, outerseconds + 5, seconds[0]);
     }
   }
   for (int k = 1; k < 5; ++k) r.seconds[k] += seconds[0][k];

@@ -22,7 +22,11 @@
 //     Delaunay triangulation (never the exhaustive search on a long rim); a patch that crosses
 //     its own piece goes again with the facets it crossed and their ring, and the opening is
 //     filled anew (a few rounds);
-//  6. with unite, pieces that cross each other are united (repair/unite.h).
+//  6. when neither way gives a solid, or one whose pieces still cross, the outer layer of each
+//     piece (repair/outerhull.h) is carried through steps 2 to 5 instead; it is kept when it is
+//     better, and the surface it was given is then the layer and what of the facets given lies
+//     outside it (all else lies inside the solid);
+//  7. with unite, pieces that cross each other are united (repair/unite.h).
 // The result is taken only when it keeps at least 90% of the area it was given (debris aside)
 // and has no more shells than the surface had pieces (each counted when it holds at least 1% of
 // the area); otherwise xyz is left as it was.

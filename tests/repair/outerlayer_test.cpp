@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The outer layer of a surface laid twice over itself, and the area of a surface left outside a
+// solid: surfaces made in code.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "judge.h"
+#include "repair/crossings.h"
+#include "repair/facetmesh.h"
+#include "repair/outerhull.h"
+#include "repair/solidrepair.h"
+#include "shapes.h"
+
+namespace {
+
+using Facets = wft::Facets;
+
+wf::FacetMesh meshof(const Facets &s) { return wf::weld(s.data(), int64_t(s.size() / 9), true); }
+
+// A 10 mm box of twelve facets with a second layer on it: the box again, each face in 2 x 2
+// cells, turned inwards, the centres of its faces moved out by `wobble` and the middles of its
+// edges in (so the layers cross), and one facet missing (so it is open).
+Facets doubledbox(float wobble) {
+  Facets s = wft::boxpart(0, 0, 0, 10, 10, 10, 1);
+  Facets copy = wft::boxpart(0, 0, 0, 10, 10, 10, 2);
+  for (size_t c = 0; c < copy.size() / 3; ++c) {
+    float *p = &copy[3 * c];
+    const int middles = int(p[0] == 5.0f) + int(p[1] == 5.0f) + int(p[2] == 5.0f);
+    for (int a = 0; a < 3; ++a)
+      if (middles > 0 && p[a] != 5.0f) p[a] += (middles == 2 ? wobble : -wobble) * (p[a] == 0.0f ? -1.0f : 1.0f);
+  }
+  for (size_t t = 0; t < copy.size() / 9; ++t) std::swap_ranges(&copy[9 * t + 3], &copy[9 * t + 6], &copy[9 * t + 6]);
+  copy.erase(copy.begin() + 9 * 7, copy.begin() + 9 * 8);
+  s.insert(s.end(), copy.begin(), copy.end());
+  return s;
+}
+
+}  // namespace
+
+TEST(OuterLayer, KeepsTheLayerThatClosesOverTheOther) {
+  const Facets s = doubledbox(0.01f);
+  // The situation: two layers that cross, the second open, no count of crossings bounding a solid.
+  const wf::FacetMesh m = meshof(s);
+  ASSERT_FALSE(wf::crossingpairs(m.points, m.facets).empty());
+  ASSERT_FALSE(wft::judge(s).closed);
+  ASSERT_NEAR(wft::signedvolume(s), 0.0, 5.0);
+
+  const wf::SideTable edges = wf::buildsidetable(m);
+  std::vector<int32_t> piece;
+  const int32_t np = wf::pieces(m, edges, piece);
+  const wf::OuterLayer layer = wf::outerlayer(m, edges, piece, np);
+  // The twelve facets of the box stay, facing as they were; nothing of the open layer does.
+  for (size_t f = 0; f < m.facets.size(); ++f) {
+    EXPECT_EQ(layer.kept[f] != 0, f < 12) << f;
+    if (layer.kept[f]) {
+      EXPECT_EQ(layer.turned[f], 0) << f;
+    }
+  }
+  EXPECT_EQ(layer.disagreements, 0);
+
+  // The repair ends on the box: the open layer lies inside it or within reach of its faces.
+  std::vector<float> xyz = s;
+  const wf::SolidRepairReport r = wf::makesolid(xyz, false);
+  ASSERT_TRUE(r.taken);
+  const wft::Verdict v = wft::judge(xyz, &s);
+  EXPECT_TRUE(v.printable()) << v.text();
+  EXPECT_EQ(v.facets, 12u);
+  EXPECT_NEAR(v.volume, 1000.0, 1e-3);
+}
+
+TEST(OuterLayer, TheSameLayerWhicheverWayItWasGiven) {
+  // The box given turned inwards and the open layer outwards: the walk turns the box round.
+  Facets s = doubledbox(0.01f);
+  for (size_t t = 0; t < s.size() / 9; ++t) std::swap_ranges(&s[9 * t + 3], &s[9 * t + 6], &s[9 * t + 6]);
+  const wf::FacetMesh m = meshof(s);
+  const wf::SideTable edges = wf::buildsidetable(m);
+  std::vector<int32_t> piece;
+  const wf::OuterLayer layer = wf::outerlayer(m, edges, piece, wf::pieces(m, edges, piece));
+  for (size_t f = 0; f < 12; ++f) EXPECT_TRUE(layer.kept[f] && layer.turned[f]) << f;
+  EXPECT_EQ(std::count(layer.kept.begin(), layer.kept.end(), char(1)), 12);
+}
+
+TEST(OuterLayer, AreaOutsideASolid) {
+  // A 10 mm box in 4 x 4 cells a face, against solids that hold all of it, half of it, none.
+  const wf::FacetMesh given = meshof(wft::boxpart(0, 0, 0, 10, 10, 10, 4));
+  const double slack = 1e-3;
+  EXPECT_EQ(wf::areaoutside(given, given, slack), 0.0);
+  EXPECT_EQ(wf::areaoutside(given, meshof(wft::boxpart(-1, -1, -1, 12, 12, 12, 1)), slack), 0.0);
+  // The lower half: the top and the upper halves of the four sides are outside.
+  EXPECT_NEAR(wf::areaoutside(given, meshof(wft::boxpart(0, 0, 0, 10, 10, 5, 1)), slack), 300.0, 1e-6);
+  EXPECT_NEAR(wf::areaoutside(given, meshof(wft::boxpart(50, 0, 0, 10, 10, 10, 1)), slack), 600.0, 1e-6);
+  // Two overlapping shells hold what lies in either: where they overlap a count of crossings
+  // would be even, the winding is not.
+  Facets two = wft::boxpart(0, 0, 0, 10, 10, 10, 1);
+  const Facets other = wft::boxpart(5, 0, 0, 10, 10, 10, 1);
+  two.insert(two.end(), other.begin(), other.end());
+  EXPECT_EQ(wf::areaoutside(meshof(wft::boxpart(1, 1, 1, 13, 8, 8, 3)), meshof(two), slack), 0.0);
+  // An empty solid holds nothing.
+  EXPECT_NEAR(wf::areaoutside(given, wf::FacetMesh{}, slack), 600.0, 1e-6);
+}
