@@ -5,10 +5,12 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
 #include <functional>
+#include <set>
 
 #include "reporting.h"
 #include "surface/preparesurface.h"
@@ -246,9 +248,9 @@ TEST(ScanPath, ThreeOffsetsWeighNineTimesEach) {
 
 namespace {
 
-// A closed cube [0, L]^3 (each face in n x n squares) and, beside it, an open square sheet:
-// boundary and interior edges, prepared as a run prepares a surface.
-void cubeandsheet(double L, int n, SurfaceMesh &mesh, EdgeTable &edges) {
+// A closed cube [0, L]^3 (each face in n x n squares) and, beside it unless told otherwise, an
+// open square sheet: boundary and interior edges, prepared as a run prepares a surface.
+void cubeandsheet(double L, int n, SurfaceMesh &mesh, EdgeTable &edges, bool sheet = true) {
   const P3 faces[7][3] = {{{0, 0, 0}, {0, L, 0}, {L, 0, 0}}, {{0, 0, L}, {L, 0, 0}, {0, L, 0}},
                           {{0, 0, 0}, {L, 0, 0}, {0, 0, L}}, {{0, L, 0}, {0, 0, L}, {L, 0, 0}},
                           {{0, 0, 0}, {0, 0, L}, {0, L, 0}}, {{L, 0, 0}, {0, L, 0}, {0, 0, L}},
@@ -257,12 +259,14 @@ void cubeandsheet(double L, int n, SurfaceMesh &mesh, EdgeTable &edges) {
   auto put = [&](const P3 *f, int i, int j) {
     for (int a = 0; a < 3; ++a) raw.vrt.push_back(f[0][a] + (double(i) / n) * f[1][a] + (double(j) / n) * f[2][a]);
   };
-  for (const auto &f : faces)
+  for (const auto &f : faces) {
+    if (!sheet && &f == &faces[6]) break;
     for (int j = 0; j < n; ++j)
       for (int i = 0; i < n; ++i) {
         put(f, i, j), put(f, i + 1, j), put(f, i + 1, j + 1);
         put(f, i, j), put(f, i + 1, j + 1), put(f, i, j + 1);
       }
+  }
   raw.nvrt = static_cast<int32_t>(raw.vrt.size() / 3);
   raw.ntri = raw.nvrt / 3;
   raw.box = boundingbox(raw.vrt.data(), static_cast<size_t>(raw.nvrt));
@@ -277,9 +281,9 @@ struct Refined {
   std::vector<int32_t> percents;
 };
 
-Refined refine(const WarpField &field, RefineParams params, bool ahead, int threads) {
+Refined refine(const WarpField &field, RefineParams params, bool ahead, int threads, bool sheet = true) {
   Refined r;
-  cubeandsheet(10.0, 4, r.mesh, r.edges);
+  cubeandsheet(10.0, 4, r.mesh, r.edges, sheet);
   r.edges.triedge.clear();
   r.mesh.prewarp = r.mesh.vrt;
   omp_set_num_threads(threads);
@@ -338,4 +342,53 @@ TEST(Refine, WavesGiveExactlyTheSerialWalk) {
   // Progress was told, and never past 99 before the end of the step.
   EXPECT_FALSE(serial.percents.empty());
   EXPECT_LE(serial.percents.back(), 99);
+}
+
+// A closed surface whose triangles all run one way stays closed and one way round through the
+// walk: the table rebuilt from the refined triangles has every edge on two triangles running
+// opposite ways, and the walk's own table holds each of its edges, and besides them only the
+// edges that were split (one for each vertex the walk made).
+TEST(Refine, ClosedSurfaceStaysClosed) {
+  Nodes n(lattice({-2, -2, -2}, {15, 15, 15}),
+          [](const P3 &p) { return P3{0.02 * p[1] * p[1], 0.3 * std::sin(p[0] / 3), 0.01 * p[0] * p[2]}; });
+  n.params.navg = 6;
+  RefineParams params;
+  params.maxrefine = 4;
+  params.minedge = 0.3;
+  params.maxedge = 2.0;
+  params.refinetolsq = 1e-4;
+  SurfaceMesh before;
+  EdgeTable beforeedges;
+  cubeandsheet(10.0, 4, before, beforeedges, false);
+  ASSERT_EQ(before.ntri, 6 * 2 * 16);
+  for (int threads : {1, 2}) {
+    SCOPED_TRACE(threads);
+    Refined r = refine(n.field(), params, true, threads, false);
+    // It split: far more triangles, some edges down to the level limit.
+    ASSERT_GT(r.counts.active, 4 * before.ntri);
+    EXPECT_EQ(*std::max_element(r.edges.level.begin(), r.edges.level.begin() + r.edges.n), params.maxrefine);
+    r.mesh.ntri = r.counts.active;
+    std::vector<double> sidesq(3 * size_t(r.mesh.ntri));
+    for (size_t t = 0; t < size_t(r.mesh.ntri); ++t)
+      for (int k = 0; k < 3; ++k) {
+        const double *a = &r.mesh.vrt[3 * size_t(r.mesh.tri[3 * t + size_t(sidea[k])] - 1)];
+        const double *b = &r.mesh.vrt[3 * size_t(r.mesh.tri[3 * t + size_t(sideb[k])] - 1)];
+        sidesq[3 * t + size_t(k)] = (a[0] - b[0]) * (a[0] - b[0]) + (a[1] - b[1]) * (a[1] - b[1]) + (a[2] - b[2]) * (a[2] - b[2]);
+      }
+    EdgeTable rebuilt;
+    const EdgeCounts c = buildedges(r.mesh, sidesq, rebuilt);
+    EXPECT_EQ(c.open, 0);
+    EXPECT_EQ(c.over, 0);
+    EXPECT_EQ(countinverted(r.mesh, rebuilt), 0);
+    // Euler: a closed surface of genus 0 has V - E + F = 2.
+    EXPECT_EQ(int64_t(r.mesh.nvrt) - rebuilt.n + r.mesh.ntri, 2);
+    std::set<std::pair<int32_t, int32_t>> walked, made;
+    for (size_t e = 0; e < size_t(r.edges.n); ++e)
+      walked.emplace(std::minmax(r.edges.vrt[2 * e], r.edges.vrt[2 * e + 1]));
+    for (size_t e = 0; e < size_t(rebuilt.n); ++e)
+      made.emplace(std::minmax(rebuilt.vrt[2 * e], rebuilt.vrt[2 * e + 1]));
+    EXPECT_EQ(walked.size(), size_t(r.edges.n));
+    EXPECT_TRUE(std::includes(walked.begin(), walked.end(), made.begin(), made.end()));
+    EXPECT_EQ(walked.size() - made.size(), size_t(r.mesh.nvrt - before.nvrt));
+  }
 }
