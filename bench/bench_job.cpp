@@ -133,7 +133,7 @@ int main(int argc, char **argv) {
   int byteorder = 0;
   const double tprep = best(repeats, nullptr, [&] {
     std::string path = "part.stl";
-    wf::RawSurface raw = wf::readstl(rep, path, byteorder, false);
+    wf::RawSurface raw = wf::readstl(rep, path, byteorder);
     mesh0 = wf::SurfaceMesh();
     edges0 = wf::EdgeTable();
     wf::preparesurface(rep, raw, wf::Tolerances(), "part.stl", path, mesh0, edges0);

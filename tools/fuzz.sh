@@ -10,7 +10,7 @@ secs=${1:-20}
 shift || true
 harnesses=("$@")
 if [ ${#harnesses[@]} -eq 0 ]; then
-  harnesses=(deck solverinput case geobinary geotext dispbinary disptext stlbinary stlascii combined)
+  harnesses=(deck solverinput case geobinary geotext dispbinary disptext stlbinary stlascii readback)
 fi
 out=build-fuzz
 cmake -S . -B $out -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
@@ -50,7 +50,7 @@ for h in "${harnesses[@]}"; do
     geotext) cp $seeds/txt/results/job_1.geo "$d/" ;;
     dispbinary) { prefix "$n"; cat $seeds/bin/results/job00_1.dis.ens; } > "$d/job.dis" ;;
     disptext) { prefix "$n"; cat $seeds/txt/results/job00_1.dis.ens; } > "$d/job.dis" ;;
-    stlbinary|combined) cp $seeds/bin/part.stl "$d/"; cp $seeds/ascii.stl "$d/" ;;
+    stlbinary|readback) cp $seeds/bin/part.stl "$d/"; cp $seeds/ascii.stl "$d/" ;;
     stlascii) cp $seeds/ascii.stl "$d/" ;;
   esac
   echo "== fuzz_$h for ${secs}s"

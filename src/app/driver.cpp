@@ -80,7 +80,7 @@ void processsurface(Reporter &rep, RunData &run, int i) {
   run.stlpath = names.stlpath;
   std::string outstlpath = names.outstlpath;
   {
-    RawSurface raw = readstl(rep, run.stlpath, run.stlbyteorder, false);
+    RawSurface raw = readstl(rep, run.stlpath, run.stlbyteorder);
     // The watertightness warnings name the surface by its ID in the job's list.
     const JobFiles &jf = run.files;
     const std::string surfacename =

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "base/reporter.h"
 #include "repair/repairclient.h"
@@ -19,15 +18,12 @@ struct RecheckSettings {
   bool tsre = false;
 };
 
-// Reads the files of the list combined and prepares them; a clean surface gets its normals
-// (nothing reads them further); otherwise every entry goes to repair and names the repaired
-// file afterwards. stlpath and byteorder are those of the reader.
-void recheck(Reporter &rep, std::vector<RepairItem> &files, bool tolerate, bool checkorient,
-             const RecheckSettings &settings, std::string &stlpath, int &byteorder);
-
-// The step: the output file as a one-entry list, checked with tolerate true and checkorient
-// false. Returns the entry afterwards as a blank-padded field of 8192 characters (the output,
-// or the repaired file whether or not the repair succeeded).
+// The step: the output file read back and prepared; a clean surface gets its normals (nothing
+// reads them further), any other goes to repair. Returns the file that stands for the output
+// afterwards as a blank-padded field of 8192 characters (the output, or the repaired file
+// whether or not the repair succeeded: the padding is what the rest of the pass compares with,
+// so a repaired output is not converted to the plain package). stlpath and byteorder are those
+// of the reader.
 std::string recheckstep(Reporter &rep, const std::string &outstlpath,
                         const RecheckSettings &settings, std::string &stlpath, int &byteorder);
 

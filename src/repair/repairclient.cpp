@@ -131,26 +131,11 @@ int repairsurface(Reporter &rep, const std::string &infile, const std::string &o
   }
 }
 
-void repairsurfaces(Reporter &rep, std::vector<RepairItem> &items, bool tolerate,
-                    bool checkorient, double tolerance, bool tsre) {
-  bool failed = false;
-  for (RepairItem &item : items) {
-    if (item.watertight) {
-      if (!checkorient) continue;
-      if (item.oriented) continue;
-    }
-    const std::string infile = rtrim(item.file);
-    const std::string outfile =
-        (fileexists(infile) ? rtrim(stripext(infile)) : infile) + "_ls_repair.stl";
-    const int extended = (tsre || item.type == 3) ? 1 : 0;
-    const int status = repairsurface(rep, infile, outfile, tolerance, extended);
-    if (status != 0) {
-      rep.post(2, 1011, {infile});
-      failed = true;
-    }
-    item.file = outfile;
-  }
-  if (failed && !tolerate) fatal(46);
+std::string sendtorepair(Reporter &rep, const std::string &file, double tolerance, bool tsre) {
+  const std::string infile = rtrim(file);
+  const std::string outfile = (fileexists(infile) ? rtrim(stripext(infile)) : infile) + "_ls_repair.stl";
+  if (repairsurface(rep, infile, outfile, tolerance, tsre ? 1 : 0) != 0) rep.post(2, 1011, {infile});
+  return outfile;
 }
 
 }  // namespace wf

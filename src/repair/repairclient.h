@@ -1,32 +1,22 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Repair client: each surface that failed the check is sent through the mesh-repair component,
 // which writes "<stem>_ls_repair.stl"; the surface's entry names that file afterwards, repaired
-// or not. A failure is critical warning 1011; with tolerate false the run then ends (46).
+// or not. A failure is critical warning 1011.
 // Every console line of a repair is written and flushed at once; its numbers follow the
 // console's hexadecimal mode.
 #pragma once
 
-#include <cstdint>
 #include <string>
-#include <vector>
 
 #include "base/reporter.h"
 
 namespace wf {
 
-// One surface of the list: its file, the results of its check, and its type (3 asks for the
-// extended repair).
-struct RepairItem {
-  std::string file;
-  bool watertight = false;
-  bool oriented = true;
-  int32_t type = 1;
-};
-
-// A watertight surface is skipped, unless checkorient is set and it is not oriented. tsre asks
-// for the extended repair for every surface.
-void repairsurfaces(Reporter &rep, std::vector<RepairItem> &items, bool tolerate,
-                    bool checkorient, double tolerance, bool tsre);
+// The surface that failed its check sent through the component (tsre asks for the extended
+// repair as well); returns the repaired file's name, "<stem>_ls_repair.stl" (the stem when the
+// file exists, else the whole name), which stands for the surface afterwards whether or not the
+// repair succeeded. A failure is critical warning 1011, and the run goes on.
+std::string sendtorepair(Reporter &rep, const std::string &file, double tolerance, bool tsre);
 // 0 success, -1 an error of the repair component, -3 the mesh stays unsound.
 int repairsurface(Reporter &rep, const std::string &infile, const std::string &outfile,
                   const double &tolerance, const int &extended);

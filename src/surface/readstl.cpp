@@ -216,8 +216,8 @@ int readstlbinary(const std::string &path, int order, RawSurface &raw) {
   return 0;
 }
 
-RawSurface readstl(Reporter &rep, std::string &stlpath, int &byteorder, bool quiet) {
-  if (!quiet) rep.say("Reading " + stlpath);
+RawSurface readstl(Reporter &rep, std::string &stlpath, int &byteorder) {
+  rep.say("Reading " + stlpath);
   const std::string repaired = repairedname(stlpath);
   if (fileexists(repaired)) {
     stlpath = repaired;
@@ -229,12 +229,12 @@ RawSurface readstl(Reporter &rep, std::string &stlpath, int &byteorder, bool qui
   int status = readstlascii(stlpath, raw);
   bool ok = status == 0;
   if (ok) {
-    if (!quiet) rep.say("ASCII STL file");
+    rep.say("ASCII STL file");
   } else {
     // Whatever the text pass left behind is not a surface.
     release(raw.vrt);
     auto attempt = [&](int order) {
-      if (!quiet) rep.say(std::string("Reading in ") + byteorderword(order) + " format...");
+      rep.say(std::string("Reading in ") + byteorderword(order) + " format...");
       return readstlbinary(stlpath, order, raw);
     };
     status = -1;
@@ -248,31 +248,25 @@ RawSurface readstl(Reporter &rep, std::string &stlpath, int &byteorder, bool qui
       }
     }
     ok = status == 0;
-    if (!quiet) rep.say("Binary STL file");
+    rep.say("Binary STL file");
   }
 
   if (raw.nvrt < 1 || (!ok && raw.ntri >= 1)) {
     // No vertices, or a count that no byte order could read from the file.
-    if (quiet) fatalsilent();
     fatal(130);
   }
-  if (raw.ntri < 1) {
-    if (quiet) fatalsilent();
-    fatal(131);
-  }
+  if (raw.ntri < 1) fatal(131);
 
   raw.box = boundingbox(raw.vrt.data(), static_cast<size_t>(raw.nvrt));
-  if (!quiet) {
-    rep.say("Bounding box:");
-    boxline(rep, raw.box, 0, " <= x <= ");
-    boxline(rep, raw.box, 1, " <= y <= ");
-    boxline(rep, raw.box, 2, " <= z <= ");
-    rep.blank();
-    rep.say("Number of vertices  = " + inttext(raw.nvrt, true));
-    rep.say("Number of triangles = " + inttext(raw.ntri, true));
-    rep.say("Finished reading " + stlpath);
-    rep.blank();
-  }
+  rep.say("Bounding box:");
+  boxline(rep, raw.box, 0, " <= x <= ");
+  boxline(rep, raw.box, 1, " <= y <= ");
+  boxline(rep, raw.box, 2, " <= z <= ");
+  rep.blank();
+  rep.say("Number of vertices  = " + inttext(raw.nvrt, true));
+  rep.say("Number of triangles = " + inttext(raw.ntri, true));
+  rep.say("Finished reading " + stlpath);
+  rep.blank();
   return raw;
 }
 

@@ -28,8 +28,8 @@ const char *byteorderword(int order);
 
 // The read of one surface as a step of the run: takes the repaired sibling when there is one
 // (stlpath then names it for good), reads ASCII or binary (byteorder is remembered between
-// surfaces), computes the box and, unless quiet, reports the file on the console. A surface
-// without vertices or triangles ends the run (message 130 or 131, unless quiet).
-RawSurface readstl(Reporter &rep, std::string &stlpath, int &byteorder, bool quiet);
+// surfaces), computes the box and reports the file on the console. A surface without vertices
+// or triangles ends the run (message 130 or 131).
+RawSurface readstl(Reporter &rep, std::string &stlpath, int &byteorder);
 
 }  // namespace wf

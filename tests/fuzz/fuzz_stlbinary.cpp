@@ -7,7 +7,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   fuzz::run([] {
     std::string path = "part.stl";
     int byteorder = 0;
-    wf::RawSurface raw = wf::readstl(fuzz::quiet(), path, byteorder, false);
+    wf::RawSurface raw = wf::readstl(fuzz::quiet(), path, byteorder);
     fuzzprepare(raw, path);
   });
   return 0;
