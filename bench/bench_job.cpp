@@ -97,7 +97,7 @@ int main(int argc, char **argv) {
   const int repeats = argc > 2 ? std::max(1, std::atoi(argv[2])) : 3;
   const std::string tris = argc > 3 ? argv[3] : "1100000";
   const std::string nodes = argc > 4 ? argv[4] : "1000000";
-  const std::string bindir = wf::exefolder("");
+  const std::string bindir = wf::exefolder();
   const std::string genjob = bindir + "genjob", warpforge = bindir + "warpforge";
 
   fs::remove_all(folder);

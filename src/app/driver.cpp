@@ -117,7 +117,7 @@ void processsurface(Reporter &rep, RunData &run, int i) {
     }
     if (st.ovtkflag) {
       const std::string path = vtkname(out);
-      writevtk(mesh, dispsingle(mesh, "writevtkstep, dispsingle, 1"), path, 'b', true);
+      writevtk(mesh, dispsingle(mesh, "writevtkstep, dispsingle, 1"), path);
       rep.finishedfile(path);
       rep.say("Finished writing VTK file " + path);
     }
@@ -151,9 +151,7 @@ std::string selectedsurface(const JobFiles &files, int32_t id) {
   return {};
 }
 
-void splitpath(const std::string &path, std::string &drive, std::string &folder, std::string &name,
-               std::string &ext) {
-  drive.clear();
+void splitpath(const std::string &path, std::string &folder, std::string &name, std::string &ext) {
   const size_t slash = path.find_last_of('/');
   const size_t start = slash == std::string::npos ? 0 : slash + 1;
   folder = path.substr(0, start);
@@ -170,7 +168,7 @@ void splitpath(const std::string &path, std::string &drive, std::string &folder,
 
 void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &st, JobFiles &jf,
              CaseInfo &caseinfo) {
-  loadsettings(rep);
+  loadcatalogue(rep);
   rep.opensignal();
   readdeck(rep, args, st, jf);
   readsolverinput(rep, st, jf);
@@ -185,13 +183,13 @@ void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &st, 
     // case folder does not move the meaning of a relative input folder.
     std::error_code ec;
     const fs::path start = fs::current_path(ec);
-    std::string drive, folder, name, ext;
-    splitpath(rtrim(jf.inputfile), drive, folder, name, ext);
-    jf.inputfolder = (start / (drive + folder)).lexically_normal().string();
-    splitpath(rtrim(jf.casefile), drive, folder, name, ext);
+    std::string folder, name, ext;
+    splitpath(rtrim(jf.inputfile), folder, name, ext);
+    jf.inputfolder = (start / folder).lexically_normal().string();
+    splitpath(rtrim(jf.casefile), folder, name, ext);
     jf.casestem = name;
     jf.casefile = name + ext;
-    jf.casefolder = drive + folder;
+    jf.casefolder = folder;
     changefolder(jf.casefolder);
     caseinfo = readcase(rep, jf.casefile);
     selectincrement(caseinfo, st.incoffset, jf);

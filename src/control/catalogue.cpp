@@ -10,9 +10,7 @@
 
 namespace wf {
 
-std::string exefolder(const std::string &) {
-  // The module name stands for the suite's main solver; in a warpforge process no such module is
-  // loaded, so the folder is always that of the running executable.
+std::string exefolder() {
   std::string buf(8192, '\0');
   ssize_t n = ::readlink("/proc/self/exe", buf.data(), buf.size() - 1);
   if (n <= 0) return "";
@@ -22,6 +20,6 @@ std::string exefolder(const std::string &) {
   return buf.substr(0, slash + 1);
 }
 
-void loadsettings(Reporter &rep) { rep.loadcatalogue(rtrim(exefolder("kel2")) + "simsolver.arb"); }
+void loadcatalogue(Reporter &rep) { rep.loadcatalogue(rtrim(exefolder()) + "simsolver.arb"); }
 
 }  // namespace wf

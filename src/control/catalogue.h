@@ -10,9 +10,8 @@
 namespace wf {
 
 // Loads the catalogue beside the executable into the Reporter, with its console lines.
-void loadsettings(Reporter &rep);
-// Folder of the running executable, with its trailing "/". The module name stands for the
-// suite's main solver, which is never loaded in this process: the folder is always ours.
-std::string exefolder(const std::string &modulename);
+void loadcatalogue(Reporter &rep);
+// Folder of the running executable, with its trailing "/" (empty when it cannot be told).
+std::string exefolder();
 
 }  // namespace wf

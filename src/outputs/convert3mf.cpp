@@ -9,19 +9,9 @@
 #include <string>
 
 #include "base/text.h"
-#include "outputs/lib3mfversion.h"
 #include "outputs/outcommon.h"
 
 namespace wf {
-
-int lib3mfinterfaceversion(uint32_t *major, uint32_t *minor, uint32_t *micro) {
-  DWORD a = 0, b = 0, c = 0;
-  const int status = NMR::lib3mf_getinterfaceversion(&a, &b, &c);
-  *major = a, *minor = b, *micro = c;
-  return status;
-}
-
-lib3mfversionfn lib3mfversionquery = lib3mfinterfaceversion;
 
 namespace {
 
@@ -48,8 +38,8 @@ int convertto3mf(Reporter &rep, const char *inputpath, const char *outputpath) {
   line(rep, "3MF Model Converter");
   line(rep, rule);
 
-  uint32_t major = 0, minor = 0, micro = 0;
-  int status = lib3mfversionquery(&major, &minor, &micro);
+  DWORD major = 0, minor = 0, micro = 0;
+  int status = NMR::lib3mf_getinterfaceversion(&major, &minor, &micro);
   if (status != 0) {
     line(rep, "could not get 3MF Library version: " + hexstatus(rep, status));
     return -1;

@@ -5,12 +5,10 @@
 #include <bit>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <string>
 
 #include "base/memory.h"
 #include "base/text.h"
-#include "base/textio.h"
 #include "outputs/outcommon.h"
 
 namespace wf {
@@ -24,7 +22,7 @@ inline uint32_t bigendian(uint32_t v) {
 inline uint32_t bigendian(float v) { return bigendian(std::bit_cast<uint32_t>(v)); }
 inline uint32_t bigendian(int32_t v) { return bigendian(static_cast<uint32_t>(v)); }
 
-// One header line; both forms end their lines with a single line feed.
+// One header line, ended by a single line feed.
 void vtkline(BlockWriter &out, std::string_view text) {
   out.put(text);
   out.put("\n");
@@ -36,9 +34,7 @@ std::string vtkname(const std::string &outstlpath) {
   return outstlpath.substr(0, lastdot(outstlpath)) + "vtk";
 }
 
-void writevtk(const SurfaceMesh &mesh, const std::vector<float> &displacement,
-              const std::string &path, char form, bool indexed) {
-  const bool text = form == 'a';
+void writevtk(const SurfaceMesh &mesh, const std::vector<float> &displacement, const std::string &path) {
   std::FILE *f = openoutput(path, path);
 
   const size_t n = mesh.nvrt > 0 ? static_cast<size_t>(mesh.nvrt) : 0;
@@ -53,80 +49,31 @@ void writevtk(const SurfaceMesh &mesh, const std::vector<float> &displacement,
   BlockWriter out(f, path);
   vtkline(out, "# vtk DataFile Version 4.1");
   vtkline(out, "Corvanta Tessero Thermo Mechanics vtk output");
-  vtkline(out, text ? "ASCII" : "BINARY");
+  vtkline(out, "BINARY");
   vtkline(out, "DATASET UNSTRUCTURED_GRID");
-  const long long npoints = indexed ? static_cast<long long>(n) : 3LL * static_cast<long long>(t);
-  vtkline(out, "POINTS " + std::to_string(npoints) + " float");
+  vtkline(out, "POINTS " + std::to_string(n) + " float");
 
   std::vector<uint32_t> block;
-  if (!text) allocate(block, std::max(3 * n, 4 * t), "writevtk, block, 1");
+  allocate(block, std::max(3 * n, 4 * t), "writevtk, block, 1");
 
-  // Points: the vertices of the surface in both forms.
-  if (text) {
-    for (size_t i = 0; i < n; ++i) {
-      char *p = out.reserve(3 * 16 + 1);
-      for (int k = 0; k < 3; ++k) p = scifield(p, coord(3 * i + k), 16, 6);
-      *p++ = '\n';
-      out.advance(p);
-    }
-  } else {
-    for (size_t k = 0; k < 3 * n; ++k) block[k] = bigendian(static_cast<float>(coord(k)));
-    out.putblock(block.data(), 12 * n);
-  }
+  for (size_t k = 0; k < 3 * n; ++k) block[k] = bigendian(static_cast<float>(coord(k)));
+  out.putblock(block.data(), 12 * n);
 
   vtkline(out, "CELLS " + std::to_string(t) + " " + std::to_string(4 * static_cast<long long>(t)));
-  auto cell = [&](size_t i, int32_t c[4]) {
-    c[0] = 3;
-    if (indexed) {
-      for (int k = 0; k < 3; ++k) c[k + 1] = corner(3 * i + k);
-    } else {
-      for (int k = 0; k < 3; ++k) c[k + 1] = static_cast<int32_t>(3 * i + k);
-    }
-  };
-  if (text) {
-    for (size_t i = 0; i < t; ++i) {
-      int32_t c[4];
-      cell(i, c);
-      char *p = out.reserve(4 * 12 + 1);
-      for (int k = 0; k < 4; ++k) {
-        p = putint(p, c[k]);
-        *p++ = ' ';
-      }
-      *p++ = '\n';
-      out.advance(p);
-    }
-  } else {
-    for (size_t i = 0; i < t; ++i) {
-      int32_t c[4];
-      cell(i, c);
-      for (int k = 0; k < 4; ++k) block[4 * i + k] = bigendian(c[k]);
-    }
-    out.putblock(block.data(), 16 * t);
+  for (size_t i = 0; i < t; ++i) {
+    block[4 * i] = bigendian(int32_t{3});
+    for (size_t k = 0; k < 3; ++k) block[4 * i + k + 1] = bigendian(corner(3 * i + k));
   }
+  out.putblock(block.data(), 16 * t);
 
   vtkline(out, "CELL_TYPES " + std::to_string(t));
-  if (text) {
-    for (size_t i = 0; i < t; ++i) out.put("5\n");
-  } else {
-    std::fill(block.begin(), block.begin() + static_cast<std::ptrdiff_t>(t), bigendian(int32_t{5}));
-    out.putblock(block.data(), 4 * t);
-  }
+  std::fill(block.begin(), block.begin() + static_cast<std::ptrdiff_t>(t), bigendian(int32_t{5}));
+  out.putblock(block.data(), 4 * t);
 
-  if (indexed) {
-    vtkline(out, "POINT_DATA " + std::to_string(n));
-    vtkline(out, "VECTORS Displacement float");
-    if (text) {
-      for (size_t i = 0; i < n; ++i) {
-        char *p = out.reserve(3 * 16 + 1);
-        for (int k = 0; k < 3; ++k) p = scifield(p, static_cast<double>(disp(3 * i + k)), 16, 6);
-        *p++ = '\n';
-        out.advance(p);
-      }
-    } else {
-      for (size_t k = 0; k < 3 * n; ++k) block[k] = bigendian(disp(k));
-      out.putblock(block.data(), 12 * n);
-    }
-  }
+  vtkline(out, "POINT_DATA " + std::to_string(n));
+  vtkline(out, "VECTORS Displacement float");
+  for (size_t k = 0; k < 3 * n; ++k) block[k] = bigendian(disp(k));
+  out.putblock(block.data(), 12 * n);
   out.flush();
   release(block);
   closeoutput(f, path);

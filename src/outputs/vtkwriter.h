@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // *OVTK: the warped surface as a legacy VTK unstructured grid of triangles with the displacement
-// of each vertex as point vectors ("Displacement"). Binary form ('b', what a run writes): text
-// lines ending in a line feed, raw big-endian blocks with nothing behind them; text form ('a'):
-// 16-character scientific fields. Indexed: cells through the mesh's triangles (1-based numbers
-// minus one); otherwise three points per triangle and no point data.
+// of each vertex as point vectors ("Displacement"), in binary: text lines ending in a line feed,
+// raw big-endian blocks with nothing behind them; cells through the mesh's triangles (1-based
+// numbers minus one).
 #pragma once
 
 #include <string>
@@ -14,8 +13,7 @@
 namespace wf {
 
 // Throws Fatal: 31, 200, 32.
-void writevtk(const SurfaceMesh &mesh, const std::vector<float> &displacement,
-              const std::string &path, char form, bool indexed);
+void writevtk(const SurfaceMesh &mesh, const std::vector<float> &displacement, const std::string &path);
 
 // The name of the VTK file of an output: up to and including the last dot of the whole path,
 // then "vtk" ("vtk" alone without a dot).

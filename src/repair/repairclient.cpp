@@ -8,21 +8,9 @@
 
 #include "base/fatal.h"
 #include "base/text.h"
-#include "repair/repairops.h"
+#include "repair/meshrepair.h"
 
 namespace wf {
-
-RepairOps componentops() {
-  return RepairOps{meshrepair_getversion, meshrepair_initcontext, meshrepair_loadstl,
-                   meshrepair_facecount,  meshrepair_issane,      meshrepair_defaultrepair,
-                   meshrepair_extendedrepair, meshrepair_savestl, meshrepair_lasterror,
-                   meshrepair_free,       meshrepair_freecontext};
-}
-
-RepairOps &repairops() {
-  static RepairOps ops = componentops();
-  return ops;
-}
 
 namespace {
 
@@ -35,21 +23,20 @@ void line(Reporter &rep, const std::string &text) { rep.raw(text); }
 
 // Releases the mesh and the context on every way out of repairsurface.
 struct Handles {
-  const RepairOps &ops;
   MeshRepairContext *context = nullptr;
   MeshRepairMesh *mesh = nullptr;
-  explicit Handles(const RepairOps &o) : ops(o) {}
+  Handles() = default;
   ~Handles() {
-    if (mesh && ops.free) ops.free(mesh);
-    if (context && ops.freecontext) ops.freecontext(context);
+    if (mesh) meshrepair_free(mesh);
+    if (context) meshrepair_freecontext(context);
   }
   Handles(const Handles &) = delete;
   Handles &operator=(const Handles &) = delete;
 };
 
-std::string lasterrortext(const RepairOps &ops, MeshRepairContext *context) {
+std::string lasterrortext(MeshRepairContext *context) {
   char buffer[256] = {0};
-  ops.lasterror(context, buffer, int(sizeof buffer));
+  meshrepair_lasterror(context, buffer, int(sizeof buffer));
   buffer[sizeof buffer - 1] = '\0';
   return buffer;
 }
@@ -58,18 +45,17 @@ std::string lasterrortext(const RepairOps &ops, MeshRepairContext *context) {
 
 int repairsurface(Reporter &rep, const std::string &infile, const std::string &outfile,
                   const double &tolerance, const int &extended) {
-  const RepairOps ops = repairops();
-  Handles h(ops);
+  Handles h;
   try {
     line(rep, "Starting Tessero default repair...");
     line(rep, "infile = " + infile);
     line(rep, "outfile = " + outfile);
 
-    int version = ops.getversion();
+    int version = meshrepair_getversion();
     line(rep, "Version " + rep.integer(version));
     if (version != MESHREPAIR_VERSION) throw RepairFailure{"invalid version"};
 
-    int status = ops.initcontext(&h.context);
+    int status = meshrepair_initcontext(&h.context);
     if (status != 0) {
       char text[64];
       std::snprintf(text, sizeof text, "could not init dll: %d", status);
@@ -78,26 +64,26 @@ int repairsurface(Reporter &rep, const std::string &infile, const std::string &o
     if (!h.context) throw RepairFailure{"no context"};
 
     line(rep, "Loading mesh...");
-    h.mesh = ops.loadstl(h.context, infile.c_str());
-    if (!h.mesh) throw RepairFailure{lasterrortext(ops, h.context)};
-    line(rep, "facecount: " + rep.integer(ops.facecount(h.mesh)));
+    h.mesh = meshrepair_loadstl(h.context, infile.c_str());
+    if (!h.mesh) throw RepairFailure{lasterrortext(h.context)};
+    line(rep, "facecount: " + rep.integer(meshrepair_facecount(h.mesh)));
 
     int sane = 0;
-    if (ops.issane(h.mesh, &sane) != 0) throw RepairFailure{lasterrortext(ops, h.context)};
+    if (meshrepair_issane(h.mesh, &sane) != 0) throw RepairFailure{lasterrortext(h.context)};
     line(rep, "Status: " + rep.integer(sane));
 
     char tol[64];
     std::snprintf(tol, sizeof tol, "%g", tolerance);
     line(rep, std::string("Repairing mesh with tolerance ") + tol + " ...");
     const float tolsingle = static_cast<float>(tolerance);
-    if (ops.defaultrepair(h.mesh, tolsingle) != 0)
-      throw RepairFailure{lasterrortext(ops, h.context)};
-    line(rep, "facecount: " + rep.integer(ops.facecount(h.mesh)));
+    if (meshrepair_defaultrepair(h.mesh, tolsingle) != 0)
+      throw RepairFailure{lasterrortext(h.context)};
+    line(rep, "facecount: " + rep.integer(meshrepair_facecount(h.mesh)));
 
     sane = 0;
-    status = ops.issane(h.mesh, &sane);
+    status = meshrepair_issane(h.mesh, &sane);
     line(rep, "Status: " + rep.integer(sane));
-    if (status != 0) throw RepairFailure{lasterrortext(ops, h.context)};
+    if (status != 0) throw RepairFailure{lasterrortext(h.context)};
 
     if (sane == 0) {
       if ((extended & 0xff) == 0) {
@@ -105,10 +91,10 @@ int repairsurface(Reporter &rep, const std::string &infile, const std::string &o
         return -3;
       }
       line(rep, "Default repair failed.  Trying extended repair...");
-      if (ops.extendedrepair(h.mesh, tolsingle) != 0)
-        throw RepairFailure{lasterrortext(ops, h.context)};
+      if (meshrepair_extendedrepair(h.mesh, tolsingle) != 0)
+        throw RepairFailure{lasterrortext(h.context)};
       sane = 0;
-      ops.issane(h.mesh, &sane);
+      meshrepair_issane(h.mesh, &sane);
       line(rep, "Status: " + rep.integer(sane));
       if (sane == 0) {
         line(rep, "Repair failed.");
@@ -117,11 +103,11 @@ int repairsurface(Reporter &rep, const std::string &infile, const std::string &o
     }
 
     line(rep, "Saving repaired STL...");
-    if (ops.savestl(h.mesh, outfile.c_str(), 0) != 0)
-      throw RepairFailure{lasterrortext(ops, h.context)};
-    ops.free(h.mesh);
+    if (meshrepair_savestl(h.mesh, outfile.c_str(), 0) != 0)
+      throw RepairFailure{lasterrortext(h.context)};
+    meshrepair_free(h.mesh);
     h.mesh = nullptr;
-    ops.freecontext(h.context);
+    meshrepair_freecontext(h.context);
     h.context = nullptr;
     line(rep, "Finished repair");
     return 0;
