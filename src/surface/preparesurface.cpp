@@ -143,7 +143,7 @@ void snapvertices(RawSurface &raw, double pitch, std::vector<uint64_t> *keys) {
 }
 
 void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &triedgesq,
-                   const std::vector<uint64_t> *keys) {
+                   const std::vector<uint64_t> *keys, Scratch *scratch) {
   // The soup holds three raw vertices per triangle; a soup shorter than its counts is taken as
   // far as it goes.
   int32_t ntri32 = std::max(raw.ntri, int32_t{0});
@@ -152,42 +152,67 @@ void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &trie
   const int32_t nraw = 3 * ntri32;
   const size_t n = static_cast<size_t>(nraw);
   const size_t ntri = static_cast<size_t>(ntri32);
+  mesh.ntri = ntri32;
+  mesh.box = raw.box;
+
+  if (keys && keys->size() >= n) {
+    // The keys order the vertices as their coordinates do and are equal exactly for equal
+    // vertices, so the rank of a vertex's key among the distinct keys is its number in the
+    // sort of the coordinates. Corner k of triangle t is raw vertex 3t + k and takes the rank.
+    Scratch local;
+    Scratch &work = scratch ? *scratch : local;
+    allocate(mesh.tri, 3 * ntri, "equivertices, stltri, 1");
+    KeyRanks ranks;
+    if (rankkeys(keys->data(), nraw, mesh.tri.data(), ranks, work)) {
+      const int32_t nvrt = ranks.nuniq;
+      mesh.nvrt = nvrt;
+      // A vertex is bit-identical wherever its key appears: its first appearance gives it.
+      allocate(mesh.vrt, 3 * static_cast<size_t>(nvrt), "equivertices, stlvrt, 1");
+      const double *rv = raw.vrt.data();
+      double *dst = mesh.vrt.data();
+      for (size_t r = 0; r < static_cast<size_t>(nvrt); ++r) {
+        const double *src = rv + 3 * static_cast<size_t>(ranks.first[r]);
+        dst[3 * r] = src[0];
+        dst[3 * r + 1] = src[1];
+        dst[3 * r + 2] = src[2];
+      }
+      // Squared sides of the snapped geometry, corners 2-1, 3-2, 1-3: the soup holds the very
+      // coordinates of the merged vertices, in triangle order.
+      allocate(triedgesq, 3 * ntri, "equivertices, triedgesq, 1");
+      for (size_t t = 0; t < ntri; ++t) {
+        const double *c = rv + 9 * t;
+        triedgesq[3 * t] = sqdist(c, c + 3);
+        triedgesq[3 * t + 1] = sqdist(c + 3, c + 6);
+        triedgesq[3 * t + 2] = sqdist(c + 6, c);
+      }
+      release(raw.vrt);
+      raw.nvrt = 0;
+      return;
+    }
+    // Without the scratch of the table, the sort of the coordinates does the same.
+    release(mesh.tri);
+    local.release();
+  }
 
   std::vector<int32_t> p;
   allocate(p, n, "equivertices, p, 1");
   std::vector<int32_t> longrun, iuniq;
   int32_t nvrt = 0;
-  if (keys && keys->size() >= n && keysort(keys->data(), p.data(), nraw)) {
-    // The keys order the rows as their coordinates do, and are equal exactly for equal rows:
-    // the same permutation and runs as the sort of the coordinates.
-    const uint64_t *key = keys->data();
-    allocate(longrun, n, "uniq_include, long, 1");
-    if (n > 0) {
-      nvrt = 1;
-      longrun[0] = 1;
-      for (size_t i = 1; i < n; ++i) {
-        if (key[p[i] - 1] != key[p[i - 1] - 1]) ++nvrt;
-        longrun[i] = nvrt;
-      }
-    }
-  } else {
-    for (size_t i = 0; i < n; ++i) p[i] = static_cast<int32_t>(i + 1);
-    dmatsort(raw.vrt.data(), p.data(), 3, nraw);
-    uniq_include(raw.vrt.data(), p.data(), longrun, 3, nraw, nvrt, iuniq, false);
-    release(iuniq);
-  }
+  for (size_t i = 0; i < n; ++i) p[i] = static_cast<int32_t>(i + 1);
+  dmatsort(raw.vrt.data(), p.data(), 3, nraw);
+  uniq_include(raw.vrt.data(), p.data(), longrun, 3, nraw, nvrt, iuniq, false);
+  release(iuniq);
 
   // Corner k of triangle t is raw vertex 3t + k: it keeps its place and takes the number of
   // its run. Walking the sorted positions sets each raw vertex once.
-  mesh.ntri = ntri32;
   mesh.nvrt = nvrt;
-  mesh.box = raw.box;
   allocate(mesh.tri, 3 * ntri, "equivertices, stltri, 1");
   for (size_t i = 0; i < n; ++i) mesh.tri[static_cast<size_t>(p[i] - 1)] = longrun[i];
   release(p);
   release(longrun);
 
-  // Members of a run are identical, so the last writer in file order makes no difference.
+  // Members of a run compare equal; the last writer in file order gives the vertex (it decides
+  // between zeros of either sign).
   allocate(mesh.vrt, 3 * static_cast<size_t>(std::max(nvrt, 0)), "equivertices, stlvrt, 1");
   const double *rv = raw.vrt.data();
   for (size_t j = 0; j < n; ++j) {
@@ -197,7 +222,7 @@ void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &trie
     dst[2] = rv[3 * j + 2];
   }
 
-  // Squared side lengths of the snapped geometry: corners 2-1, 3-2, 1-3.
+  // Squared side lengths of the merged geometry: corners 2-1, 3-2, 1-3.
   allocate(triedgesq, 3 * ntri, "equivertices, triedgesq, 1");
   const double *vrt = mesh.vrt.data();
   for (size_t t = 0; t < ntri; ++t) {
@@ -236,9 +261,11 @@ SurfaceCheck preparesurface(Reporter &rep, RawSurface &raw, const Tolerances &ru
   std::vector<uint64_t> keys;
   snapvertices(raw, st.pitch(), &keys);
 
+  // One block of scratch serves the merge and then the edges; it goes with this call.
+  Scratch scratch;
   rep.say("Equivalencing vertices");
   std::vector<double> triedgesq;
-  mergevertices(raw, mesh, triedgesq, &keys);
+  mergevertices(raw, mesh, triedgesq, &keys, &scratch);
   release(keys);
   mesh.minedgelen = minedgelen;
   rep.say("Number of unique vertices = " + inttext(mesh.nvrt, true));
@@ -246,7 +273,8 @@ SurfaceCheck preparesurface(Reporter &rep, RawSurface &raw, const Tolerances &ru
   rep.blank();
 
   rep.say("Equivalencing STL edges");
-  const EdgeCounts counts = buildedges(mesh, triedgesq, edges);
+  const EdgeCounts counts = buildedges(mesh, triedgesq, edges, &scratch);
+  scratch.release();
   release(triedgesq);
   rep.say("Number of unique edges = " + inttext(edges.n, true));
   check.watertight = counts.watertight();
@@ -267,7 +295,7 @@ SurfaceCheck preparesurface(Reporter &rep, RawSurface &raw, const Tolerances &ru
   rep.blank();
 
   if (check.watertight) {
-    const int64_t inverted = countinverted(mesh, edges);
+    const int64_t inverted = counts.inverted;
     check.oriented = inverted == 0;
     if (!check.oriented) {
       rep.printwarning();

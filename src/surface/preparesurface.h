@@ -12,6 +12,7 @@
 
 #include "base/reporter.h"
 #include "surface/edges.h"
+#include "surface/sortkit.h"
 #include "surface/surfacemesh.h"
 
 namespace wf {
@@ -50,9 +51,12 @@ void snapvertices(RawSurface &raw, double pitch, std::vector<uint64_t> *keys = n
 // Merges bit-identical vertices: mesh.vrt gets the unique vertices in ascending x, y, z, and
 // mesh.tri the 1-based number of each corner. triedgesq gets the squared sides of each
 // triangle (corners 2-1, 3-2, 1-3). The soup is released. keys, when not empty, are those of
-// snapvertices and let the vertices be sorted by key. Throws Fatal 32.
+// snapvertices: a vertex's number is then the rank of its key among the distinct keys (found
+// with a hash table in scratch, a local one when none is given), which is its number in the
+// sort of the coordinates; without keys, or without the memory for the table, the coordinates
+// are sorted. Throws Fatal 32.
 void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &triedgesq,
-                   const std::vector<uint64_t> *keys = nullptr);
+                   const std::vector<uint64_t> *keys = nullptr, Scratch *scratch = nullptr);
 
 struct SurfaceCheck {
   int status = 0;         // 0 clean, -1 some edge has other than two triangles

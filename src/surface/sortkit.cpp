@@ -17,10 +17,19 @@
 // radix sort orders the records by the first column, and the runs of equal first keys are
 // put in order by the rest with a stable sort. Rows with a NaN take the merge passes, whose
 // outcome then depends on the exact sequence of comparisons.
+//
+// rankkeys numbers 64-bit keys by rank without sorting them all: an open-addressing hash table
+// (linear probing, at most half full) gives each distinct key an id in order of first
+// appearance, the distinct keys alone are put in order by a radix sort, and each id is mapped
+// to its rank. Equal keys meet in the table and different keys never compare equal, so the
+// numbers are exactly those of a stable sort of all keys and the numbering of its runs.
 #include "surface/sortkit.h"
+
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <bit>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -266,7 +275,133 @@ void numberruns(const int32_t *p, std::vector<int32_t> &longrun, int32_t n,
   }
 }
 
+// A slot of the hash table of rankkeys: a key and its id, or emptyslot for none; and a record
+// of the radix sort of the distinct keys.
+struct KeySlot {
+  uint64_t key;
+  uint32_t id;
+  uint32_t unused;
+};
+constexpr uint32_t emptyslot = 0xFFFFFFFFu;
+
+// The least significant digit radix sort of n records by key, 11 bits a digit, a digit that all
+// keys share passed over. count has room for 6 x 2048 counters. Returns where the sorted
+// records are: src or dst.
+KeySlot *radixbykey(KeySlot *src, KeySlot *dst, size_t n, uint32_t *count) {
+  constexpr int bits = 11, nbucket = 1 << bits, ndigit = (64 + bits - 1) / bits;
+  std::memset(count, 0, sizeof(uint32_t) * ndigit * nbucket);
+  for (size_t i = 0; i < n; ++i) {
+    const uint64_t k = src[i].key;
+    for (int d = 0; d < ndigit; ++d) ++count[d * nbucket + ((k >> (bits * d)) & (nbucket - 1))];
+  }
+  for (int d = 0; d < ndigit; ++d) {
+    uint32_t *cnt = count + d * nbucket;
+    if (cnt[(src[0].key >> (bits * d)) & (nbucket - 1)] == n) continue;  // one digit for all
+    uint32_t sum = 0;
+    for (int b = 0; b < nbucket; ++b) {
+      const uint32_t c = cnt[b];
+      cnt[b] = sum;
+      sum += c;
+    }
+    for (size_t i = 0; i < n; ++i) dst[cnt[(src[i].key >> (bits * d)) & (nbucket - 1)]++] = src[i];
+    std::swap(src, dst);
+  }
+  return src;
+}
+
 }  // namespace
+
+void *Scratch::get(size_t bytes) noexcept {
+  if (block_ && bytes <= bytes_) return block_;
+  release();
+  constexpr size_t huge = size_t{2} << 20;
+  const size_t align = bytes >= 2 * huge ? huge : 64;
+  const size_t whole = (std::max<size_t>(bytes, 1) + align - 1) / align * align;
+  void *p = std::aligned_alloc(align, whole);
+  if (!p) return nullptr;
+  if (align == huge) madvise(p, whole, MADV_HUGEPAGE);  // advice only: without huge pages nothing else changes
+  block_ = p;
+  bytes_ = whole;
+  return p;
+}
+
+void Scratch::release() noexcept {
+  std::free(block_);
+  block_ = nullptr;
+  bytes_ = 0;
+}
+
+bool rankkeys(const uint64_t *keys, int32_t n, int32_t *rank, KeyRanks &out, Scratch &scratch) {
+  out = KeyRanks();
+  if (n <= 0) return true;
+  const size_t nn = static_cast<size_t>(n);
+  // A table of at least n / 2 slots holds a distinct key for every six keys (a closed mesh has
+  // about one vertex for every six corners) at a third of its slots. When the distinct keys
+  // reach half the slots, the count starts again with twice as many.
+  int bits = 4;
+  while ((size_t{1} << bits) < nn / 2) ++bits;
+  constexpr int ahead = 16;  // keys between the look-up of a slot and its prefetch
+  for (;; ++bits) {
+    const size_t nslot = size_t{1} << bits, cap = nslot / 2;
+    // Layout: the distinct keys and their first positions by id, the rank of each id, the
+    // slots (later the two buffers of the radix sort), the counters of the sort.
+    const size_t bytes = cap * (8 + 4 + 4) + nslot * sizeof(KeySlot) + 6 * 2048 * 4;
+    char *mem = static_cast<char *>(scratch.get(bytes));
+    if (!mem) return false;
+    uint64_t *distinct = reinterpret_cast<uint64_t *>(mem);
+    int32_t *firstof = reinterpret_cast<int32_t *>(mem + cap * 8);
+    uint32_t *rankof = reinterpret_cast<uint32_t *>(mem + cap * 12);
+    KeySlot *slot = reinterpret_cast<KeySlot *>(mem + cap * 16);
+    uint32_t *count = reinterpret_cast<uint32_t *>(mem + cap * 16 + nslot * sizeof(KeySlot));
+    std::memset(static_cast<void *>(slot), 0xFF, nslot * sizeof(KeySlot));
+
+    // Ids in order of first appearance; rank holds the id of each key for now.
+    const uint32_t mask = static_cast<uint32_t>(nslot - 1);
+    uint32_t nu = 0;
+    bool full = false;
+    for (size_t i = 0; i < nn && !full; ++i) {
+      if (i + ahead < nn) __builtin_prefetch(slot + keyslot(keys[i + ahead], bits));
+      const uint64_t k = keys[i];
+      for (uint32_t s = keyslot(k, bits);; s = (s + 1) & mask) {
+        KeySlot &q = slot[s];
+        if (q.id == emptyslot) {
+          if (nu == cap) {
+            full = true;
+            break;
+          }
+          q.key = k;
+          q.id = nu;
+          distinct[nu] = k;
+          firstof[nu] = static_cast<int32_t>(i);
+          rank[i] = static_cast<int32_t>(nu++);
+          break;
+        }
+        if (q.key == k) {
+          rank[i] = static_cast<int32_t>(q.id);
+          break;
+        }
+      }
+    }
+    if (full) continue;
+
+    // The distinct keys in order (the slots are free now: twice cap records), then each id
+    // gets its rank, and each key the rank of its id. The first positions by rank go where the
+    // distinct keys were.
+    KeySlot *recs = slot, *work = slot + cap;
+    for (uint32_t id = 0; id < nu; ++id) recs[id] = KeySlot{distinct[id], id, 0};
+    const KeySlot *sorted = radixbykey(recs, work, nu, count);
+    int32_t *firstbyrank = reinterpret_cast<int32_t *>(mem);
+    for (uint32_t r = 0; r < nu; ++r) {
+      const uint32_t id = sorted[r].id;
+      rankof[id] = r + 1;
+      firstbyrank[r] = firstof[id];
+    }
+    for (size_t i = 0; i < nn; ++i) rank[i] = static_cast<int32_t>(rankof[rank[i]]);
+    out.nuniq = static_cast<int32_t>(nu);
+    out.first = firstbyrank;
+    return true;
+  }
+}
 
 bool keysort(const uint64_t *keys, int32_t *p, int32_t n) {
   for (int32_t i = 0; i < n; ++i) p[i] = i + 1;

@@ -1,0 +1,369 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The linear passes of the surface preparation held to what the sorts gave before them: the
+// numbering of keys by rank against a sort of all keys (ties, keys that meet in one slot of the
+// hash table, a table that must grow), the merge by lattice keys against the merge by sorting
+// the coordinates (vertices equal only after the snap, zeros of either sign, values that are
+// not numbers), and the edge table against one built the plain way, triangle by triangle, from
+// a stable sort of the sides (inverse edges, open and overloaded edges, sides of zero length,
+// a vertex with many edges, vertex numbers outside 1..nvrt).
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <numeric>
+#include <random>
+#include <vector>
+
+#include "stlfixtures.h"
+#include "surface/edges.h"
+#include "surface/preparesurface.h"
+#include "surface/sortkit.h"
+
+using I = std::vector<int32_t>;
+using V = std::vector<double>;
+using K = std::vector<uint64_t>;
+
+namespace {
+
+// Ranks of keys by sorting them all: rank of each key among the distinct ones, and the first
+// position of each rank.
+void referenceranks(const K &keys, I &rank, I &first) {
+  K u = keys;
+  std::sort(u.begin(), u.end());
+  u.erase(std::unique(u.begin(), u.end()), u.end());
+  rank.assign(keys.size(), 0);
+  first.assign(u.size(), -1);
+  for (size_t i = 0; i < keys.size(); ++i) {
+    const size_t r = static_cast<size_t>(std::lower_bound(u.begin(), u.end(), keys[i]) - u.begin());
+    rank[i] = static_cast<int32_t>(r + 1);
+    if (first[r] < 0) first[r] = static_cast<int32_t>(i);
+  }
+}
+
+void checkranks(const K &keys, wf::Scratch &scratch, const std::string &what) {
+  I expect, expectfirst;
+  referenceranks(keys, expect, expectfirst);
+  I rank(keys.size(), -7);
+  wf::KeyRanks out;
+  ASSERT_TRUE(wf::rankkeys(keys.data(), static_cast<int32_t>(keys.size()), rank.data(), out, scratch))
+      << what;
+  EXPECT_EQ(rank, expect) << what;
+  ASSERT_EQ(out.nuniq, static_cast<int32_t>(expectfirst.size())) << what;
+  EXPECT_EQ(I(out.first, out.first + out.nuniq), expectfirst) << what;
+}
+
+bool samebits(const V &a, const V &b) {
+  return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), 8 * a.size()) == 0);
+}
+
+wf::RawSurface soupof(const wft::Soup &s) {
+  wf::RawSurface raw;
+  raw.vrt = s;
+  raw.nvrt = static_cast<int32_t>(s.size() / 3);
+  raw.ntri = raw.nvrt / 3;
+  raw.box = wf::boundingbox(s.data(), s.size() / 3);
+  return raw;
+}
+
+struct Merged {
+  wf::SurfaceMesh mesh;
+  V triedgesq;
+  bool keyed = false;  // the snap gave lattice keys
+};
+
+// The soup snapped at pitch, then merged by its keys (keyed), or by the sort of its coordinates.
+Merged snapmerge(const wft::Soup &s, double pitch, bool bykeys, wf::Scratch *scratch = nullptr) {
+  wf::RawSurface raw = soupof(s);
+  K keys;
+  wf::snapvertices(raw, pitch, &keys);
+  Merged m;
+  m.keyed = !keys.empty();
+  wf::mergevertices(raw, m.mesh, m.triedgesq, bykeys ? &keys : nullptr, scratch);
+  EXPECT_TRUE(raw.vrt.empty());
+  return m;
+}
+
+void expectsamemerge(const Merged &a, const Merged &b, const std::string &what) {
+  EXPECT_EQ(a.mesh.nvrt, b.mesh.nvrt) << what;
+  EXPECT_EQ(a.mesh.ntri, b.mesh.ntri) << what;
+  EXPECT_EQ(a.mesh.tri, b.mesh.tri) << what;
+  EXPECT_TRUE(samebits(a.mesh.vrt, b.mesh.vrt)) << what;
+  EXPECT_TRUE(samebits(a.triedgesq, b.triedgesq)) << what;
+}
+
+// The edge table the plain way: the sides keyed (lower, higher) and put in a stable order,
+// numbered by runs; then triangle by triangle, each of its edges counted once (the three counts
+// raised together), and the tables written in the order of the triangles.
+struct Plain {
+  wf::EdgeTable edges;
+  wf::EdgeCounts counts;
+};
+Plain plainedges(const wf::SurfaceMesh &mesh, const V &triedgesq) {
+  const size_t ntri = static_cast<size_t>(mesh.ntri), nside = 3 * ntri;
+  const I &tri = mesh.tri;
+  std::vector<size_t> order(nside);
+  std::iota(order.begin(), order.end(), size_t{0});
+  auto key = [&](size_t h) {
+    const int32_t a = tri[3 * (h / 3) + h % 3], b = tri[3 * (h / 3) + (h % 3 + 1) % 3];
+    return std::make_pair(std::min(a, b), std::max(a, b));
+  };
+  std::stable_sort(order.begin(), order.end(), [&](size_t l, size_t r) { return key(l) < key(r); });
+  Plain p;
+  wf::EdgeTable &e = p.edges;
+  e.triedge.assign(nside, 0);
+  int32_t ne = 0;
+  for (size_t i = 0; i < nside; ++i) {
+    if (i == 0 || key(order[i]) != key(order[i - 1])) ++ne;
+    e.triedge[order[i]] = ne;
+  }
+  const size_t n = static_cast<size_t>(ne);
+  e.n = e.cap = ne;
+  e.vrt.assign(2 * n, 0), e.tri.assign(2 * n, 0), e.opp.assign(2 * n, 0), e.nbr.assign(4 * n, 0);
+  e.len.assign(n, 0);
+  I c(n, 0), m(n, 0);
+  for (size_t t = 0; t < ntri; ++t) {
+    const int32_t *te = &e.triedge[3 * t];
+    int32_t raised[3];
+    for (int k = 0; k < 3; ++k) raised[k] = c[static_cast<size_t>(te[k] - 1)] + 1;
+    for (int k = 0; k < 3; ++k) c[static_cast<size_t>(te[k] - 1)] = raised[k];
+    for (int k = 0; k < 3; ++k) {
+      const size_t ed = static_cast<size_t>(te[k] - 1);
+      e.len[ed] = std::sqrt(triedgesq[3 * t + static_cast<size_t>(k)]);
+      e.vrt[2 * ed] = tri[3 * t + static_cast<size_t>(k)];
+      e.vrt[2 * ed + 1] = tri[3 * t + static_cast<size_t>((k + 1) % 3)];
+      if (c[ed] <= 2) {
+        e.tri[2 * ed + static_cast<size_t>(c[ed] - 1)] = static_cast<int32_t>(t + 1);
+        e.opp[2 * ed + static_cast<size_t>(c[ed] - 1)] = tri[3 * t + static_cast<size_t>((k + 2) % 3)];
+      }
+      if (m[ed] + 1 <= 4) e.nbr[4 * ed + static_cast<size_t>(m[ed])] = te[(k + 1) % 3];
+      if (m[ed] + 2 <= 4) e.nbr[4 * ed + static_cast<size_t>(m[ed]) + 1] = te[(k + 2) % 3];
+      m[ed] += 2;
+    }
+  }
+  for (size_t ed = 0; ed < n; ++ed) {
+    if (c[ed] == 1)
+      ++p.counts.open;
+    else if (c[ed] == 2)
+      ++p.counts.good;
+    else
+      ++p.counts.over;
+  }
+  p.counts.inverted = wf::countinverted(mesh, e);
+  return p;
+}
+
+// buildedges against the plain table, field by field.
+void checkedges(const wf::SurfaceMesh &mesh, const V &triedgesq, const std::string &what,
+                wf::Scratch *scratch = nullptr) {
+  const Plain want = plainedges(mesh, triedgesq);
+  wf::EdgeTable got;
+  got.level = {1, 2, 3};
+  const wf::EdgeCounts counts = wf::buildedges(mesh, triedgesq, got, scratch);
+  EXPECT_EQ(got.n, want.edges.n) << what;
+  EXPECT_EQ(got.cap, want.edges.n) << what;
+  EXPECT_EQ(got.vrt, want.edges.vrt) << what;
+  EXPECT_EQ(got.tri, want.edges.tri) << what;
+  EXPECT_EQ(got.opp, want.edges.opp) << what;
+  EXPECT_EQ(got.nbr, want.edges.nbr) << what;
+  EXPECT_TRUE(samebits(got.len, want.edges.len)) << what;
+  EXPECT_EQ(got.triedge, want.edges.triedge) << what;
+  EXPECT_TRUE(got.level.empty()) << what;
+  EXPECT_EQ(counts.open, want.counts.open) << what;
+  EXPECT_EQ(counts.good, want.counts.good) << what;
+  EXPECT_EQ(counts.over, want.counts.over) << what;
+  EXPECT_EQ(counts.inverted, want.counts.inverted) << what;
+  EXPECT_EQ(counts.inverted, wf::countinverted(mesh, got)) << what;
+}
+
+// A mesh given by its corners, with made-up squared sides (distinct per side, so that the one
+// that gives an edge its length shows).
+wf::SurfaceMesh meshof(const I &tri, int32_t nvrt, V &triedgesq) {
+  wf::SurfaceMesh m;
+  m.tri = tri;
+  m.ntri = static_cast<int32_t>(tri.size() / 3);
+  m.nvrt = nvrt;
+  triedgesq.resize(tri.size());
+  for (size_t h = 0; h < tri.size(); ++h) triedgesq[h] = 1.0 + static_cast<double>(h);
+  return m;
+}
+
+}  // namespace
+
+TEST(RankKeys, AgainstSortingAllKeys) {
+  std::mt19937_64 gen(22);
+  wf::Scratch scratch;
+  for (int32_t n : {0, 1, 2, 3, 31, 1000, 100000})
+    for (uint64_t range : {uint64_t{1}, uint64_t{5}, uint64_t{1} << 20, ~uint64_t{0}}) {
+      K keys(static_cast<size_t>(n));
+      for (auto &k : keys) k = range == ~uint64_t{0} ? gen() : gen() % range;
+      checkranks(keys, scratch, "n=" + std::to_string(n) + " range=" + std::to_string(range));
+    }
+  // Every key distinct: the table fills to half its slots and is made again twice as large,
+  // more than once; the extremes of the key range among them.
+  K keys(50000);
+  for (size_t i = 0; i < keys.size(); ++i) keys[i] = 0x9E3779B97F4A7C15ull * (i + 1);
+  keys[7] = 0, keys[9] = ~uint64_t{0};
+  checkranks(keys, scratch, "distinct");
+  // The same scratch, smaller work: the block is kept.
+  const size_t held = scratch.size();
+  checkranks(K{5, 3, 5, 0, 3}, scratch, "small after large");
+  EXPECT_EQ(scratch.size(), held);
+}
+
+TEST(RankKeys, KeysThatMeetInOneSlot) {
+  // Keys whose slot is the last of any table of up to 256 slots: they all start at the last
+  // slot and probe on from the first, among other keys, with repeats in any order.
+  K meet;
+  for (uint64_t k = 1; meet.size() < 40; ++k)
+    if (wf::keyslot(k, 8) == 255) meet.push_back(k);
+  for (int bits = 1; bits <= 8; ++bits)
+    EXPECT_EQ(wf::keyslot(meet[0], bits), (1u << bits) - 1) << bits;
+  std::mt19937 gen(3);
+  wf::Scratch scratch;
+  for (size_t nother : {size_t{0}, size_t{20}, size_t{150}}) {
+    K keys;
+    for (int rep = 0; rep < 3; ++rep) keys.insert(keys.end(), meet.begin(), meet.end());
+    for (size_t i = 0; i < nother; ++i) keys.push_back(gen() % 97);
+    std::shuffle(keys.begin(), keys.end(), gen);
+    checkranks(keys, scratch, "meeting keys, others " + std::to_string(nother));
+  }
+}
+
+TEST(MergeVertices, KeysGiveTheNumbersOfTheCoordinateSort) {
+  // Points of a lattice of pitch 0.01, each moved by less than a quarter pitch in each axis,
+  // so that many corners are equal only after the snap; about six corners a point.
+  std::mt19937 gen(11);
+  std::uniform_int_distribution<int> cell(-40, 40);
+  std::uniform_real_distribution<double> jitter(-0.0024, 0.0024);
+  const double pitch = 0.01;
+  std::vector<std::array<int, 3>> points(3000);
+  for (auto &p : points) p = {cell(gen), cell(gen), cell(gen)};
+  wft::Soup s;
+  for (int c = 0; c < 3 * 6000; ++c) {
+    const auto &p = points[gen() % points.size()];
+    for (int k = 0; k < 3; ++k) s.push_back(p[k] * pitch + jitter(gen));
+  }
+  s.insert(s.end(), {-0.41, -0.41, -0.41, 0.41, 0.41, 0.41, 0, 0, 0});  // the box: centre 0
+  wf::Scratch scratch;
+  const Merged bykeys = snapmerge(s, pitch, true, &scratch);
+  const Merged bysort = snapmerge(s, pitch, false);
+  ASSERT_TRUE(bykeys.keyed);
+  EXPECT_LT(bykeys.mesh.nvrt, 3100);
+  expectsamemerge(bykeys, bysort, "jittered lattice");
+  // Again on the scratch of the first merge.
+  expectsamemerge(snapmerge(s, pitch, true, &scratch), bysort, "jittered lattice, scratch reused");
+
+  // Corners 0.3 pitch apart on either side of a lattice point merge; on either side of the
+  // half-way line between two points they do not, however close.
+  // The third triangle makes the box centre 0, so that the lattice points are multiples of
+  // the pitch.
+  const wft::Soup pairs = {0.0,   0.0,   0.0,   0.003, 0.0,  0.0,  -0.003, 0.0, 0.0,
+                           0.00499, 0.0, 0.0,   0.00501, 0.0, 0.0, 0.01,   0.0, 0.0,
+                           -0.05, -0.05, -0.05, 0.05,  0.05, 0.05, 0.0,    0.0, 0.0};
+  Merged a = snapmerge(pairs, pitch, true), b = snapmerge(pairs, pitch, false);
+  ASSERT_TRUE(a.keyed);
+  EXPECT_EQ(a.mesh.nvrt, 4);
+  EXPECT_EQ(a.mesh.tri, I({2, 2, 2, 2, 3, 3, 1, 4, 2}));
+  expectsamemerge(a, b, "pairs");
+}
+
+TEST(MergeVertices, SignedZerosAndValuesThatAreNotNumbers) {
+  // Zeros of either sign snap to one lattice point, which has no negative zero: the keys hold,
+  // and give what the coordinate sort gives.
+  const wft::Soup zeros = {-0.0, 0.0, -0.0, 0.0, -0.0, 0.0, 1, 1, 1, 0.0, 0.0, -0.0, -0.0, -0.0, -0.0, -1, -1, -1};
+  Merged a = snapmerge(zeros, 1e-3, true), b = snapmerge(zeros, 1e-3, false);
+  ASSERT_TRUE(a.keyed);
+  EXPECT_EQ(a.mesh.nvrt, 3);
+  EXPECT_EQ(a.mesh.tri, I({2, 2, 3, 2, 2, 1}));
+  for (double x : a.mesh.vrt) EXPECT_FALSE(std::signbit(x) && x == 0.0);
+  expectsamemerge(a, b, "signed zeros");
+
+  // Unsnapped zeros of either sign, merged without keys: one vertex, whose coordinates are
+  // those of the last corner in file order.
+  wf::RawSurface raw = soupof({0.0, -0.0, 0.0, -0.0, 0.0, 0.0, 1, 1, 1});
+  wf::SurfaceMesh mesh;
+  V sq;
+  wf::mergevertices(raw, mesh, sq);
+  ASSERT_EQ(mesh.nvrt, 2);
+  EXPECT_EQ(mesh.tri, I({1, 1, 2}));
+  EXPECT_TRUE(std::signbit(mesh.vrt[0]));
+  EXPECT_FALSE(std::signbit(mesh.vrt[1]));
+
+  // A coordinate that is not a number ends the keys; the coordinates are sorted, the same with
+  // the (empty) keys handed over as without.
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const wft::Soup withnan = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 0, nan, 0, 0, 0, 1, 0};
+  a = snapmerge(withnan, 1e-3, true), b = snapmerge(withnan, 1e-3, false);
+  EXPECT_FALSE(a.keyed);
+  expectsamemerge(a, b, "not a number");
+  EXPECT_EQ(a.mesh.nvrt, 4);
+}
+
+TEST(BuildEdges, AgainstThePlainTable) {
+  V sq;
+  wf::Scratch scratch;
+  // A closed tetrahedron, the same with one triangle turned (three inverse edges), a single
+  // triangle, three triangles on one edge, triangles with two and three equal corners.
+  const I tet = {1, 2, 3, 1, 3, 4, 1, 4, 2, 2, 4, 3};
+  I flipped = tet;
+  std::swap(flipped[10], flipped[11]);
+  const std::pair<I, int32_t> cases[] = {
+      {tet, 4}, {flipped, 4}, {{1, 2, 3}, 3}, {{1, 2, 3, 2, 1, 4, 1, 2, 5}, 5},
+      {{1, 1, 2}, 2}, {{2, 2, 2, 1, 2, 3}, 3}, {{}, 0}};
+  for (const auto &[tri, nvrt] : cases) {
+    const wf::SurfaceMesh m = meshof(tri, nvrt, sq);
+    checkedges(m, sq, "case of " + std::to_string(tri.size() / 3) + " triangles");
+    checkedges(m, sq, "the same on shared scratch", &scratch);
+  }
+  {
+    const wf::SurfaceMesh m = meshof(flipped, 4, sq);
+    wf::EdgeTable e;
+    const wf::EdgeCounts c = wf::buildedges(m, sq, e);
+    EXPECT_EQ(c.inverted, 3);
+    EXPECT_TRUE(c.watertight());
+  }
+  // A fan of 60 triangles round vertex 1 (a closed cone with its base): vertex 1 files 120
+  // sides, enough for the sort of a long bucket.
+  I cone;
+  for (int32_t j = 0; j < 60; ++j) {
+    const int32_t a = 2 + j, b = 2 + (j + 1) % 60;
+    cone.insert(cone.end(), {1, a, b, 62, b, a});
+  }
+  checkedges(meshof(cone, 62, sq), sq, "cone", &scratch);
+  // Random triangles over few vertices: open, overloaded and zero-length edges, triangles
+  // repeated and turned, in any order; and the same vertices numbered from -3 and far up.
+  std::mt19937 gen(5);
+  for (int32_t nv : {3, 8, 40, 400})
+    for (int32_t offset : {0, -4, 1000000}) {
+      I tri(3 * 500);
+      for (auto &v : tri) v = 1 + offset + static_cast<int32_t>(gen() % static_cast<uint32_t>(nv));
+      checkedges(meshof(tri, nv, sq), sq,
+                 "random nv=" + std::to_string(nv) + " offset=" + std::to_string(offset), &scratch);
+    }
+}
+
+TEST(BuildEdges, ClosedMeshFromTheMerge) {
+  // Sixteen unit cubes side by side (the faces they share doubled, so edges of four triangles),
+  // then a single cube, whose every edge has two triangles in opposite senses: the merge and
+  // the edges, all on one scratch.
+  wft::Soup s;
+  for (int i = 0; i < 4; ++i)
+    for (int j = 0; j < 4; ++j) {
+      const wft::Soup c = wft::cube(1.0, i * 1.0, j * 1.0, 0.0);
+      s.insert(s.end(), c.begin(), c.end());
+    }
+  wf::Scratch scratch;
+  Merged m = snapmerge(s, 1e-4, true, &scratch);
+  ASSERT_TRUE(m.keyed);
+  checkedges(m.mesh, m.triedgesq, "16 cubes (edges shared by four triangles)", &scratch);
+  m = snapmerge(wft::cube(2.0), 1e-4, true, &scratch);
+  checkedges(m.mesh, m.triedgesq, "cube", &scratch);
+  wf::EdgeTable e;
+  const wf::EdgeCounts c = wf::buildedges(m.mesh, m.triedgesq, e, &scratch);
+  EXPECT_TRUE(c.watertight());
+  EXPECT_EQ(c.good, 18);
+  EXPECT_EQ(c.inverted, 0);
+}
