@@ -128,7 +128,7 @@ int main(int argc, char **argv) {
 
   std::error_code ec;
   if (!fs::exists(folder + "/part.stl", ec)) {
-    const std::string make = "'" + wf::exefolder("") + "genjob' '" + folder + "' --tris " + tris +
+    const std::string make = "'" + wf::exefolder() + "genjob' '" + folder + "' --tris " + tris +
                              " --nodes " + nodes + " >/dev/null";
     if (std::system(make.c_str()) != 0) {
       std::fprintf(stderr, "bench_prepare: genjob failed\n");
@@ -140,7 +140,7 @@ int main(int argc, char **argv) {
   wf::setfpmode();
   std::string path = folder + "/part.stl";
   int byteorder = 0;
-  const wf::RawSurface source = wf::readstl(rep, path, byteorder, false);
+  const wf::RawSurface source = wf::readstl(rep, path, byteorder);
 
   Phase phases[2][4] = {
       {{"snap", {}, {}}, {"merge", {}, {}}, {"edges (+ inverted count)", {}, {}},
