@@ -179,7 +179,7 @@ int main(int argc, char **argv) {
                      warped.ntri, nrgtri);
   });
   const double twrite =
-      best(repeats, nullptr, [&] { wf::writestl(warped, &nrgtri, "bench_out.stl", 'b'); });
+      best(repeats, nullptr, [&] { wf::writestl(warped, &nrgtri, "bench_out.stl", wf::StlForm::binary); });
   const std::vector<float> disp = wf::dispsingle(warped, "bench, dispsingle, 1");
   fs::create_directories("bench_color/3D", ec);
   const double tmodel = best(repeats, nullptr, [&] {

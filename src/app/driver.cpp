@@ -107,8 +107,8 @@ void processsurface(Reporter &rep, RunData &run, int i) {
     facetnormals(mesh.vrt.data(), static_cast<size_t>(mesh.nvrt), mesh.tri.data(), mesh.ntri,
                  nrgtri);
     const std::string out = rtrim(outstlpath);
-    writestl(mesh, &nrgtri, out, st.stlformat);
-    if (st.stlformat == 'b') rep.say("Finished writing binary STL file " + out);
+    writestl(mesh, &nrgtri, out, StlForm(st.stlformat));
+    if (StlForm(st.stlformat) == StlForm::binary) rep.say("Finished writing binary STL file " + out);
 
     if (st.wrtuflag) {
       const std::string path = rtrim(names.wrtupath);

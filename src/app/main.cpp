@@ -62,10 +62,10 @@ int main(int argc, char **argv) {
       std::fprintf(stderr, "%s\n", f.iolayer.c_str());
       return 255;
     }
-    if (f.code != 0) rep.post(1, f.code, f.vars);
+    if (f.code != 0) rep.post(wf::Severity::error, f.code, f.vars);
     rep.abortlines();
   } catch (const std::bad_alloc &) {
-    rep.post(1, 32, {"warpforge, memory, 1"});
+    rep.post(wf::Severity::error, 32, {"warpforge, memory, 1"});
     rep.abortlines();
   } catch (const std::exception &e) {
     rep.blank();

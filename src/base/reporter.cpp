@@ -104,27 +104,27 @@ void Reporter::printwarning() {
 }
 
 std::string Reporter::integer(long long v) const {
-  if (!hex_) return std::to_string(v);
+  if (numbers_ == NumberMode::decimal) return std::to_string(v);
   char buf[32];
   std::snprintf(buf, sizeof buf, "%llX", static_cast<unsigned long long>(v));
   return buf;
 }
 
 std::string Reporter::hexstatus(int status) {
-  hex_ = true;
+  numbers_ = NumberMode::hexadecimal;
   return integer(static_cast<long long>(static_cast<uint32_t>(status)));
 }
 
 // ---------------------------------------------------------------- coded messages
 
-void Reporter::post(int severity, int code, const std::vector<std::string> &given) {
+void Reporter::post(Severity severity, int code, const std::vector<std::string> &given) {
   std::vector<std::string> vars = given;
   if (vars.empty()) vars.emplace_back();
   const std::string tag = hexupper(nextrandom(tagstate_) & 0x7FFFFFFFu);
   blank();
   say(" Signal tag " + tag);
   std::string group, type;
-  if (severity == 1) {
+  if (severity == Severity::error) {
     group = "errors";
     type = "error";
     say("ERROR");
@@ -151,7 +151,7 @@ void Reporter::post(int severity, int code, const std::vector<std::string> &give
   // The way point: the code as text, the event name by severity.
   const std::string value = std::to_string(code);
   std::string name = "KelSolver.Null";
-  name = severity == 1 ? "KelSolver.Error" : "KelSolver.CriticalWarning";
+  name = severity == Severity::error ? "KelSolver.Error" : "KelSolver.CriticalWarning";
   telemetry_.sendsinglewaypoint(name.c_str(), static_cast<int>(name.size()), value.c_str(),
                                 static_cast<int>(value.size()));
 }

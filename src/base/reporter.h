@@ -32,6 +32,14 @@
 
 namespace wf {
 
+// How grave a coded message is: an error ends the run, a critical warning does not.
+enum class Severity { error, critical };
+
+// How the console prints integers: decimal until the first status printed in hexadecimal, then
+// upper-case hexadecimal for the rest of the run (a failed 3MF conversion prints its status so,
+// and every integer printed after it follows: a later pass's counts, a later repair's facecount).
+enum class NumberMode { decimal, hexadecimal };
+
 class Reporter {
  public:
   // Console lines go to `console` (standard output by default).
@@ -48,18 +56,18 @@ class Reporter {
   void printline(std::string_view text);
   // A numbered warning: the count goes up, then a blank line and "*** WARNING: " with it.
   void printwarning();
-  // An integer as the console prints it: decimal, or upper-case hexadecimal once a status has
-  // been printed in hexadecimal (hexstatus), for the rest of the run.
+  // An integer as the console prints it, in the number mode.
   std::string integer(long long value) const;
-  // A 32-bit status in hexadecimal; from now on integers print that way.
+  // A 32-bit status in hexadecimal; it switches the number mode to hexadecimal for good.
   std::string hexstatus(int status);
+  NumberMode numbermode() const { return numbers_; }
   int warnings() const { return nwarnings_; }
   int criticals() const { return ncritical_; }
 
   // ---- coded messages
-  // severity 1 is an error, any other value a critical warning. An empty vars list stands for
-  // one empty variable. Returns after the console, signal and telemetry parts.
-  void post(int severity, int code, const std::vector<std::string> &vars = {});
+  // An empty vars list stands for one empty variable. Returns after the console, signal and
+  // telemetry parts.
+  void post(Severity severity, int code, const std::vector<std::string> &vars = {});
   // The end of an aborted run on the console: a blank line, "ABORTING", a blank line.
   void abortlines();
 
@@ -97,7 +105,7 @@ class Reporter {
 
   std::FILE *console_;
   std::mutex lock_;
-  bool hex_ = false;
+  NumberMode numbers_ = NumberMode::decimal;
   int nwarnings_ = 0;
   int ncritical_ = 0;
   uint32_t tagstate_ = 0;

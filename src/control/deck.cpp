@@ -105,7 +105,7 @@ void echo(Reporter &rep, Settings &s, bool ztolgiven) {
 bool validate(Reporter &rep, const Settings &s, JobFiles &files) {
   bool failed = false;
   auto fail = [&](int code, std::vector<std::string> vars = {}) {
-    rep.post(1, code, vars);
+    rep.post(Severity::error, code, vars);
     failed = true;
   };
   if (s.ztol < 0) fail(176);

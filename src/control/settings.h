@@ -24,7 +24,7 @@ struct Settings {
   double minedge = 0.5;       // *MINE
   double maxedge = 3.0;       // *MAXE
   double refinetol = 0.001;   // *RTOL
-  char stlformat = 'b';       // *FORM
+  char stlformat = 'b';       // *FORM: the letter as given (surface/writestl.h StlForm once checked)
   int32_t incoffset = -2;     // *IOFF
   double ztol = 1.0e-5;       // *ZTOL
   double repairtol = 0.01;    // *TSRT

@@ -168,12 +168,12 @@ void selectsurfaces(Reporter &rep, const Settings &settings, int32_t ninc, JobFi
   if (settings.astlflag && files.selectbyfraction) {
     if (c < nfiles) {
       for (int j = 1; j <= nfiles; ++j)
-        if (!surfaceselected(files, j)) rep.post(2, 1036, {nameof(files, j)});
+        if (!surfaceselected(files, j)) rep.post(Severity::critical, 1036, {nameof(files, j)});
     }
     if (lastinc) {
       for (int j = 1; j <= nfiles; ++j)
         if (surfaceselected(files, j) && surftype(files, j) != 1)
-          rep.post(2, 1037, {nameof(files, j)});
+          rep.post(Severity::critical, 1037, {nameof(files, j)});
       files.selectbyfraction = false;
       c = countselected(files);
     }

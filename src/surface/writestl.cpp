@@ -130,18 +130,14 @@ void writebinary(const SurfaceMesh &mesh, const std::string &path, bool nonnativ
 }  // namespace
 
 void writestl(const SurfaceMesh &mesh, const std::vector<double> *normals,
-              const std::string &path, char form) {
-  if (form == 'a') {
-    writeascii(mesh, normals, path, true);
-  } else if (form == 'b') {
-    writebinary(mesh, path, false);
-  } else if (form == 'c') {
-    writebinary(mesh, path, true);
-  } else if (form == 'd') {
-    writeascii(mesh, normals, path, false);
-  } else {
-    fatal(319, {std::string(1, form)});
+              const std::string &path, StlForm form) {
+  switch (form) {
+    case StlForm::ascii: return writeascii(mesh, normals, path, true);
+    case StlForm::binary: return writebinary(mesh, path, false);
+    case StlForm::nonnative: return writebinary(mesh, path, true);
+    case StlForm::asciijoined: return writeascii(mesh, normals, path, false);
   }
+  fatal(319, {std::string(1, static_cast<char>(form))});
 }
 
 }  // namespace wf

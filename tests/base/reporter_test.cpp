@@ -28,8 +28,8 @@ TEST(Reporter, CatalogueFailuresAreStickyAndNeverFatal) {
       Reporter rep(console);
       wft::writefile(dir + "/cat.arb", file);
       rep.loadcatalogue(dir + "/cat.arb");
-      rep.post(1, 404, {"z"});
-      rep.post(1, 5);
+      rep.post(Severity::error, 404, {"z"});
+      rep.post(Severity::error, 5);
       rep.integer(0);
     }
     std::rewind(console);

@@ -36,7 +36,7 @@ std::unique_ptr<DeckRun> readdecktext(const std::string &text) {
     try {
       readdeck(cap.rep, {dir + "/job.deck"}, r->settings, r->files);
     } catch (const Fatal &f) {
-      if (f.code != 0) cap.rep.post(1, f.code, f.vars);
+      if (f.code != 0) cap.rep.post(Severity::error, f.code, f.vars);
       r->aborted = true;
     }
     r->out = cap.text();

@@ -202,7 +202,7 @@ TEST(WriteStl, AsciiFormsReadBackAndFailures) {
   writefile(path, std::string(100000, 'z'));  // an earlier, longer file
   auto fields = [](const double *v) { return wf::scitext(v[0]) + wf::scitext(v[1]) + wf::scitext(v[2]); };
   for (char form : {'a', 'd'}) {
-    wf::writestl(m, &n, path, form);
+    wf::writestl(m, &n, path, wf::StlForm(form));
     std::string want = "solid vcg\n";
     for (size_t t = 0; t < 5; ++t) {
       want += "  facet normal " + fields(&n[3 * t]) + "\n    outer loop\n";
@@ -221,9 +221,9 @@ TEST(WriteStl, AsciiFormsReadBackAndFailures) {
   // A form that is none of a, b, c, d is message 319 and writes nothing; a folder that does
   // not exist is message 31 for every form.
   path = dir + "/none.stl";
-  EXPECT_EQ(fatalof([&] { wf::writestl(m, &n, path, 'x'); }).substr(0, 3), "319");
+  EXPECT_EQ(fatalof([&] { wf::writestl(m, &n, path, wf::StlForm('x')); }).substr(0, 3), "319");
   EXPECT_FALSE(std::filesystem::exists(path));
   path = dir + "/no/such/folder/out.stl";
   for (char form : {'a', 'b', 'c', 'd'})
-    EXPECT_EQ(fatalof([&] { wf::writestl(m, &n, path, form); }).substr(0, 3), "31 ") << form;
+    EXPECT_EQ(fatalof([&] { wf::writestl(m, &n, path, wf::StlForm(form)); }).substr(0, 3), "31 ") << form;
 }
