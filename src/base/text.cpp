@@ -73,6 +73,15 @@ size_t lastdot(std::string_view path) {
   return p == std::string_view::npos ? 0 : p + 1;
 }
 
+std::string repairoutputname(const std::string &path) {
+  return (fileexists(path) ? rtrim(stripext(path)) : path) + "_ls_repair.stl";
+}
+
+std::string repairedsiblingname(const std::string &path) {
+  const size_t dot = path.find_last_of('.');
+  return ((dot == std::string::npos || dot == 0) ? std::string() : path.substr(0, dot)) + "_ls_repair.stl";
+}
+
 std::string jsonescape(std::string_view text) {
   const std::string s = nlohmann::json(std::string(text)).dump(
       -1, ' ', false, nlohmann::json::error_handler_t::replace);

@@ -119,7 +119,7 @@ int repairsurface(Reporter &rep, const std::string &infile, const std::string &o
 
 std::string sendtorepair(Reporter &rep, const std::string &file, double tolerance, bool tsre) {
   const std::string infile = rtrim(file);
-  const std::string outfile = (fileexists(infile) ? rtrim(stripext(infile)) : infile) + "_ls_repair.stl";
+  const std::string outfile = repairoutputname(infile);
   if (repairsurface(rep, infile, outfile, tolerance, tsre ? 1 : 0) != 0) rep.post(Severity::critical, 1011, {infile});
   return outfile;
 }

@@ -60,13 +60,6 @@ const char *byteorderword(int order) {
   }
 }
 
-std::string repairedname(const std::string &path) {
-  const size_t dot = path.find_last_of('.');
-  const std::string stem =
-      (dot == std::string::npos || dot == 0) ? std::string() : path.substr(0, dot);
-  return stem + "_ls_repair.stl";
-}
-
 BBox boundingbox(const double *v, size_t n) {
   BBox box;
   for (int k = 0; k < 3; ++k) {
@@ -218,7 +211,7 @@ int readstlbinary(const std::string &path, int order, RawSurface &raw) {
 
 RawSurface readstl(Reporter &rep, std::string &stlpath, int &byteorder) {
   rep.say("Reading " + stlpath);
-  const std::string repaired = repairedname(stlpath);
+  const std::string repaired = repairedsiblingname(stlpath);
   if (fileexists(repaired)) {
     stlpath = repaired;
     rep.say("Detected repaired STL.");

@@ -20,9 +20,6 @@ int readstlascii(const std::string &path, RawSurface &raw);
 // any other non-zero value: the file cannot hold the count or a read failed (raw.nvrt and
 // raw.ntri keep the count read, 32-bit arithmetic). Throws Fatal: 30, 31, 32 (orders 1-3).
 int readstlbinary(const std::string &path, int order, RawSurface &raw);
-// The repaired sibling: the text before the last dot (unless the dot comes first), then
-// "_ls_repair.stl".
-std::string repairedname(const std::string &path);
 // "native", "little_endian", "big_endian" or "non-native".
 const char *byteorderword(int order);
 

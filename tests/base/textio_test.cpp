@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 
+#include "base/text.h"
 #include "base/textio.h"
 #include "testutil.h"
 
@@ -65,4 +66,20 @@ TEST(NumberForms, ScientificFields) {
       {scitext(std::numeric_limits<double>::infinity()), "      Infinity"}, {scitext(std::nan("")), "           NaN"},
       {scitext(1.0, 5), "*****"}};
   for (const auto &[got, want] : cases) EXPECT_EQ(got, want);
+}
+
+// The repair's output and the reader's sibling: alike for a path with a dot in its name, apart
+// where the name has none or only a leading one, and where the file does not exist.
+TEST(RepairedNames, OutputAndSibling) {
+  const std::string dir = wft::tempdir("names");
+  wft::writefile(dir + "/part.v2.stl", "x");
+  EXPECT_EQ(wf::repairoutputname(dir + "/part.v2.stl"), dir + "/part.v2_ls_repair.stl");
+  EXPECT_EQ(wf::repairedsiblingname(dir + "/part.v2.stl"), dir + "/part.v2_ls_repair.stl");
+  // A name without a dot, or with a leading one only.
+  EXPECT_EQ(wf::repairoutputname("part"), "part_ls_repair.stl");
+  EXPECT_EQ(wf::repairedsiblingname("part"), "_ls_repair.stl");
+  EXPECT_EQ(wf::repairedsiblingname(".hidden"), "_ls_repair.stl");
+  // A file that does not exist keeps its whole name before the suffix.
+  EXPECT_EQ(wf::repairoutputname(dir + "/none.stl"), dir + "/none.stl_ls_repair.stl");
+  EXPECT_EQ(wf::repairedsiblingname(dir + "/none.stl"), dir + "/none_ls_repair.stl");
 }
