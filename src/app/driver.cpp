@@ -206,12 +206,10 @@ SurfaceNames surfacenames(Reporter &rep, const Settings &st, const JobFiles &jf,
   n.progressbase = static_cast<int32_t>(std::lround(99.0 * (i - 1) / jf.nsurfaces));
   n.progressshare = 1.0 / jf.nsurfaces;
   n.curstlid = jf.stlids[static_cast<size_t>(i - 1)];
+  const std::string surface = selectedsurface(jf, n.curstlid);
   if (st.outpflag) {
     // A list shorter than the surfaces leaves a surface without a name of its own.
-    if (i > st.outfiles.n) {
-      const std::string surface = selectedsurface(jf, n.curstlid);
-      fatal(196, {surface.empty() ? std::to_string(n.curstlid) : surface});
-    }
+    if (i > st.outfiles.n) fatal(196, {surface.empty() ? std::to_string(n.curstlid) : surface});
     n.outstlpath = rtrim(st.outfiles[static_cast<size_t>(i - 1)]);
   } else {
     n.outstlpath = rtrim(jf.inputfile) + "_" + std::to_string(i) + "_warp.stl";
@@ -224,7 +222,7 @@ SurfaceNames surfacenames(Reporter &rep, const Settings &st, const JobFiles &jf,
   const std::string out = rtrim(n.outstlpath);
   for (int j = 0; j < jf.stlfiles.n; ++j)
     if (rtrim(jf.stlfiles[static_cast<size_t>(j)]) == out) fatal(193, {out});
-  n.stlpath = selectedsurface(jf, n.curstlid);
+  n.stlpath = surface;
   // The list no longer holds the surface of this ID.
   if (n.stlpath.empty()) fatal(197, {std::to_string(n.curstlid)});
   rep.say("STL file = " + n.stlpath);
