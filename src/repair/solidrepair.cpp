@@ -40,6 +40,13 @@ constexpr double scrapshare = 0.02;
 constexpr double planarshare = 0.02;
 // Longer rims never go to the exhaustive search.
 constexpr size_t cubiclimit = 40;
+// Rims of up to this many corners that are not near-planar are looked at for chords that split
+// them into near-planar parts, to this depth.
+constexpr size_t splitlimit = 120;
+// The parts of a split lie in a plane more closely than a rim filled in its plane need: a
+// curved surface is not cut into flat parts.
+constexpr double splitplanarshare = 0.002;
+constexpr int splitdepth = 6;
 // A facet given whose centre lies within this share of the box's diagonal from the outer layer
 // lies on it.
 constexpr double outerslack = 1e-3;
@@ -513,13 +520,15 @@ std::vector<Rim> rims(const Work &w) {
   return out;
 }
 
-// Whether the rim lies near one plane, by its distances from the plane of its Newell normal.
-bool nearplanar(const FacetMesh &m, const Rim &r, double &threshold) {
+// Whether the corners (a closed polygon) lie near one plane, by their distances from the plane
+// of its Newell normal; threshold receives the distance allowed.
+bool nearplanar(const FacetMesh &m, const std::vector<int32_t> &corners, double &threshold,
+                double share = planarshare) {
   double nrm[3] = {0, 0, 0}, c[3] = {0, 0, 0}, lo[3], hi[3];
-  const size_t k = r.corners.size();
+  const size_t k = corners.size();
   for (int a = 0; a < 3; ++a) lo[a] = HUGE_VAL, hi[a] = -HUGE_VAL;
   for (size_t i = 0; i < k; ++i) {
-    const double *p = &m.points[3 * size_t(r.corners[i])], *q = &m.points[3 * size_t(r.corners[(i + 1) % k])];
+    const double *p = &m.points[3 * size_t(corners[i])], *q = &m.points[3 * size_t(corners[(i + 1) % k])];
     nrm[0] += (p[1] - q[1]) * (p[2] + q[2]);
     nrm[1] += (p[2] - q[2]) * (p[0] + q[0]);
     nrm[2] += (p[0] - q[0]) * (p[1] + q[1]);
@@ -527,46 +536,112 @@ bool nearplanar(const FacetMesh &m, const Rim &r, double &threshold) {
   }
   const double len = std::sqrt(nrm[0] * nrm[0] + nrm[1] * nrm[1] + nrm[2] * nrm[2]);
   const double diag = std::sqrt((hi[0] - lo[0]) * (hi[0] - lo[0]) + (hi[1] - lo[1]) * (hi[1] - lo[1]) + (hi[2] - lo[2]) * (hi[2] - lo[2]));
-  threshold = planarshare * diag;
+  threshold = share * diag;
   if (!(len > 0)) return false;
   for (size_t i = 0; i < k; ++i) {
-    const double *p = &m.points[3 * size_t(r.corners[i])];
+    const double *p = &m.points[3 * size_t(corners[i])];
     const double d = ((p[0] - c[0]) * nrm[0] + (p[1] - c[1]) * nrm[1] + (p[2] - c[2]) * nrm[2]) / len;
     if (std::abs(d) > threshold) return false;
   }
   return true;
 }
 
-// Fills one rim; the patch's facets are appended (none when no triangulation was found).
-bool fill(Work &w, const Rim &r) {
-  const size_t k = r.corners.size();
+// Triangles (as positions in `corners`, running with it) spanning a closed polygon, with the
+// corner of the facet beside each of its sides; empty when no triangulation was found.
+std::vector<std::array<int32_t, 3>> span(const FacetMesh &m, const std::vector<int32_t> &corners,
+                                         const std::vector<int32_t> &beside) {
+  const size_t k = corners.size();
   std::vector<std::array<int32_t, 3>> tris;
   if (k == 3) {
     tris.push_back({0, 1, 2});
-  } else {
-    std::vector<Point> line, third;
-    for (size_t i = 0; i < k; ++i) {
-      const double *p = &w.m.points[3 * size_t(r.corners[i])], *q = &w.m.points[3 * size_t(r.beside[i])];
-      line.emplace_back(p[0], p[1], p[2]);
-      third.emplace_back(q[0], q[1], q[2]);
-    }
-    std::vector<CGAL::Triple<int, int, int>> out;
-    double threshold = 0;
-    const bool planar = nearplanar(w.m, r, threshold);
-    PMP::triangulate_hole_polyline(line, third, std::back_inserter(out),
-                                   CGAL::parameters::use_2d_constrained_delaunay_triangulation(planar)
-                                       .threshold_distance(threshold)
-                                       .use_delaunay_triangulation(true)
-                                       .do_not_use_cubic_algorithm(k > cubiclimit));
-    if (out.size() != k - 2) return false;
-    for (const auto &t : out) {
-      std::array<int32_t, 3> c{t.first, t.second, t.third};
-      std::sort(c.begin(), c.end());  // in rim order, so the patch runs with the rim
-      tris.push_back(c);
+    return tris;
+  }
+  std::vector<Point> line, third;
+  for (size_t i = 0; i < k; ++i) {
+    const double *p = &m.points[3 * size_t(corners[i])], *q = &m.points[3 * size_t(beside[i])];
+    line.emplace_back(p[0], p[1], p[2]);
+    third.emplace_back(q[0], q[1], q[2]);
+  }
+  std::vector<CGAL::Triple<int, int, int>> out;
+  double threshold = 0;
+  const bool planar = nearplanar(m, corners, threshold);
+  PMP::triangulate_hole_polyline(line, third, std::back_inserter(out),
+                                 CGAL::parameters::use_2d_constrained_delaunay_triangulation(planar)
+                                     .threshold_distance(threshold)
+                                     .use_delaunay_triangulation(true)
+                                     .do_not_use_cubic_algorithm(k > cubiclimit));
+  if (out.size() != k - 2) return {};
+  for (const auto &t : out) {
+    std::array<int32_t, 3> c{t.first, t.second, t.third};
+    std::sort(c.begin(), c.end());  // in polygon order, so the triangle runs with it
+    tris.push_back(c);
+  }
+  return tris;
+}
+
+// Fills one rim; the patch's facets are appended (none when no triangulation was found). A rim
+// that does not lie near one plane but falls into parts that do, split along chords between its
+// corners (a hole across an edge of the part: the chord is that edge), is filled part by part
+// in their planes, so the patch keeps the edge; `joined` tells whether two points already share
+// an edge (a chord must not).
+template <class Joined>
+bool fillrim(Work &w, const std::vector<int32_t> &corners, const std::vector<int32_t> &beside, int32_t piece,
+             const Joined &joined, int depth) {
+  const size_t k = corners.size();
+  double threshold = 0;
+  if (k > 3 && k <= splitlimit && depth < splitdepth && !nearplanar(w.m, corners, threshold)) {
+    // The chord that leaves both parts near-planar; else the one that cuts off the near-planar
+    // part of most corners (the rest is split further). Of equals, the first.
+    size_t bi = 0, bj = 0, bestscore = 0;
+    std::vector<int32_t> part;
+    auto planarpart = [&](size_t from, size_t to) {  // corners from .. to, round the rim
+      part.clear();
+      for (size_t i = from;; i = (i + 1) % k) {
+        part.push_back(corners[i]);
+        if (i == to) break;
+      }
+      double t = 0;
+      return nearplanar(w.m, part, t, splitplanarshare);
+    };
+    for (size_t i = 0; i < k; ++i)
+      for (size_t j = i + 2; j < k; ++j) {
+        if (i == 0 && j == k - 1) continue;
+        if (joined(corners[i], corners[j])) continue;
+        const bool left = planarpart(i, j), right = planarpart(j, i);
+        // A part of three corners lies in a plane whatever the rim: it tells nothing.
+        const size_t nl = j - i + 1, nr = k - (j - i) + 1;
+        const size_t score = left && right ? 2 * k : left && nl > 3 ? nl : right && nr > 3 ? nr : 0;
+        if (score > bestscore) bestscore = score, bi = i, bj = j;
+      }
+    if (bestscore > 0) {
+      // Beside the chord, for each part, lies a corner of the other.
+      std::vector<int32_t> lc, lb, rc, rb;
+      for (size_t i = bi; i != bj; i = (i + 1) % k) lc.push_back(corners[i]), lb.push_back(beside[i]);
+      lc.push_back(corners[bj]), lb.push_back(corners[(bj + 1) % k]);
+      for (size_t i = bj; i != bi; i = (i + 1) % k) rc.push_back(corners[i]), rb.push_back(beside[i]);
+      rc.push_back(corners[bi]), rb.push_back(corners[(bi + 1) % k]);
+      const size_t before = w.m.facets.size();
+      if (fillrim(w, lc, lb, piece, joined, depth + 1) && fillrim(w, rc, rb, piece, joined, depth + 1)) {
+        if (depth > 0) return true;
+        // The parts are taken only when none of their facets crosses the surface.
+        std::vector<char> fresh(w.m.facets.size(), 0);
+        std::fill(fresh.begin() + std::ptrdiff_t(before), fresh.end(), 1);
+        if (crossingpairs(w.m.points, w.m.facets, &fresh, 1).empty()) return true;
+      }
+      // A part that is neither near-planar nor falls into such parts, or parts that cross the
+      // surface: the rim is filled whole.
+      w.keepwhere([&] {
+        std::vector<char> drop(w.m.facets.size(), 0);
+        std::fill(drop.begin() + std::ptrdiff_t(before), drop.end(), 1);
+        return drop;
+      }());
     }
   }
-  for (const auto &t : tris) w.add({r.corners[size_t(t[0])], r.corners[size_t(t[1])], r.corners[size_t(t[2])]}, r.piece);
-  return true;
+  // Within a split, only near-planar parts are filled.
+  if (depth > 0 && k > 3 && !nearplanar(w.m, corners, threshold, splitplanarshare)) return false;
+  const std::vector<std::array<int32_t, 3>> tris = span(w.m, corners, beside);
+  for (const auto &t : tris) w.add({corners[size_t(t[0])], corners[size_t(t[1])], corners[size_t(t[2])]}, piece);
+  return !tris.empty();
 }
 
 // Whether the ray from p in a fixed direction (not along any axis or diagonal) crosses the
@@ -645,9 +720,23 @@ void carrythrough(Attempt &t, const std::vector<char> &mark, const std::vector<F
     seconds[2] += since(clock);
     const size_t before = w.m.facets.size();
     std::vector<size_t> patchstart;
+    // Edges of the surface as it stands, for the chords of a split rim (made when first asked).
+    std::vector<uint64_t> edgekeys;
+    auto joined = [&](int32_t a, int32_t b) {
+      if (edgekeys.empty()) {
+        for (const Facet &f : w.m.facets)
+          for (int c = 0; c < 3; ++c) {
+            const uint32_t p = uint32_t(f[size_t(c)]), q = uint32_t(f[size_t((c + 1) % 3)]);
+            edgekeys.push_back(uint64_t(std::min(p, q)) << 32 | std::max(p, q));
+          }
+        std::sort(edgekeys.begin(), edgekeys.end());
+      }
+      const uint64_t key = uint64_t(uint32_t(std::min(a, b))) << 32 | uint32_t(std::max(a, b));
+      return std::binary_search(edgekeys.begin(), edgekeys.end(), key);
+    };
     for (const Rim &rim : rims(w)) {
       patchstart.push_back(w.m.facets.size());
-      if (fill(w, rim)) ++t.holes;
+      if (fillrim(w, rim.corners, rim.beside, rim.piece, joined, 0)) ++t.holes;
     }
     patchstart.push_back(w.m.facets.size());
     if (w.m.facets.size() == before) {
