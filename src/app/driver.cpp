@@ -130,7 +130,8 @@ void processsurface(Reporter &rep, RunData &run, int i) {
     outstlpath = recheckstep(rep, outstlpath, settings, run.stlpath, run.stlbyteorder);
   }
   if (st.o3mfflag) {
-    // The path is passed as it stands, blanks and all.
+    // The path is passed as it stands, blanks and all (the padding of recheckstep, kept
+    // deliberately: see recheck/recheck.cpp).
     const std::string plain = plain3mfname(outstlpath);
     if (convertto3mf(rep, outstlpath.c_str(), plain.c_str()) != 0) {
       rep.say("Warning:  3MF conversion was not successful.");
@@ -196,6 +197,9 @@ void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &st, 
   }
   selectsurfaces(rep, st, caseinfo.ninc, jf);
   if (st.inpuflag) {
+    // Kept deliberately: the displacement file is looked for under results/ of the case folder
+    // also in the cloud layout, where the mesh file comes from below the cloud folder
+    // (simresults/readgeo). [not pinned]
     jf.dispfile = rtrim(findresultfile("results/" + rtrim(jf.casestem) + "00_",
                                        jf.resultfilenumber, ".dis.ens"));
   }
@@ -214,8 +218,10 @@ SurfaceNames surfacenames(Reporter &rep, const Settings &st, const JobFiles &jf,
   } else {
     n.outstlpath = rtrim(jf.inputfile) + "_" + std::to_string(i) + "_warp.stl";
   }
-  // The report's name depends on whether an earlier output stands there, in the folder the
-  // pass starts in.
+  // Kept deliberately: the report's name depends on whether an earlier output stands there, in
+  // the folder the pass starts in: a first run writes job_1_warp.stl_wrtu.txt, a run over its
+  // output job_1_warp_wrtu.txt. [pinned: regression jobs forma_wrtu, nrle_fixz (first run);
+  // SurfaceNames.ReportNameDependsOnAnEarlierOutput (second run)]
   std::string copy = n.outstlpath;
   if (fileexists(copy)) copy = stripext(copy);
   n.wrtupath = rtrim(copy) + "_wrtu.txt";
@@ -234,6 +240,8 @@ void finishsurface(Reporter &rep, const std::string &outstlpath) {
   rep.blank();
   rep.say("Finished writing file " + rtrim(outstlpath));
   rep.blank();
+  // Kept deliberately: the words say CPU, the value is the wall clock since the start of the
+  // process; logs are read by these words. [pinned: regression set, every job's console.txt]
   rep.say("CPU wall = " + walltext(rep.wallseconds()));
   rep.blank();
 }

@@ -111,6 +111,9 @@ std::string Reporter::integer(long long v) const {
 }
 
 std::string Reporter::hexstatus(int status) {
+  // Kept deliberately: the switch is never undone; every integer the console prints after a
+  // status in hexadecimal (a later pass's counts, a repair's facet count) comes out in
+  // hexadecimal, and logs of such runs read so. [pinned: Reporter.HexStatusSwitchesNumbersForGood]
   numbers_ = NumberMode::hexadecimal;
   return integer(static_cast<long long>(static_cast<uint32_t>(status)));
 }
@@ -297,8 +300,9 @@ std::string Reporter::catalogtext(const std::string &group, int code) {
       if (t != g->end() && t->is_string()) return t->get<std::string>();
     }
   }
-  // The first path that is not found leaves the catalogue in its failed state for the rest of
-  // the run: later lookups are empty as well.
+  // Kept deliberately: the first path that is not found leaves the catalogue in its failed
+  // state for the rest of the run, so later messages lose their words too (never the event).
+  // [pinned: Reporter.CatalogueFailuresAreStickyAndNeverFatal]
   catalogueok_ = false;
   return "";
 }

@@ -27,10 +27,11 @@ size_t lastdot(std::string_view path);
 // The two names of a repaired surface. The repair writes "<stem>_ls_repair.stl", the stem being
 // the path before its last dot when the file exists and the whole path when it does not; a read
 // looks for the text before the last dot (nothing when the dot comes first or there is none)
-// and "_ls_repair.stl". The two differ on purpose for paths without a dot or with a leading one
-// (the suite's readers and writers of repaired files follow them): "part" is repaired into
-// "part_ls_repair.stl", yet a read of "part" looks for "_ls_repair.stl" (ReadStl.RepairedSibling
-// pins the read).
+// and "_ls_repair.stl".
+// Kept deliberately: the two differ for paths without a dot or with a leading one (the suite's
+// readers and writers of repaired files follow them): "part" is repaired into
+// "part_ls_repair.stl", yet a read of "part" looks for "_ls_repair.stl".
+// [pinned: RepairedNames.OutputAndSibling, ReadStl.RepairedSibling]
 std::string repairoutputname(const std::string &path);
 std::string repairedsiblingname(const std::string &path);
 // JSON string content of a text (no quotes around it), the solidus left as it is; invalid

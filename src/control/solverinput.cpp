@@ -165,6 +165,9 @@ void selectsurfaces(Reporter &rep, const Settings &settings, int32_t ninc, JobFi
   if (nfiles < 1) fatal(191);
   int c = countselected(files);
   if (files.selectbyfraction && files.ssssflag) fatal(371);
+  // Kept deliberately: the whole-job run (*ASTL) warns (1036, 1037) and drops what is not a
+  // surface of type 1 at the last increment, while a list of chosen IDs (*ISTL) with such a
+  // surface is refused (370) below. [pinned: SolverInput.SurfacesOfTheLoop]
   if (settings.astlflag && files.selectbyfraction) {
     if (c < nfiles) {
       for (int j = 1; j <= nfiles; ++j)

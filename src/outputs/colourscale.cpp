@@ -19,6 +19,9 @@ void colourscale(int index, int &red, int &green, int &blue) {
 }
 
 int32_t colourindex(float m, float lo, float hi) {
+  // Kept deliberately: no guard for hi == lo: a surface of one magnitude (no displacement, say)
+  // gets 0 / 0 and so -2147483648 in every p1, p2, p3, and the package is written all the same.
+  // [pinned: Package3mf.FolderNamesOneMagnitudeAndFailedMembers]
   const float num = (m - lo) * 1020.0f;
   float q = num / (hi - lo);
   q = std::floor(q);

@@ -93,6 +93,8 @@ int convertto3mf(Reporter &rep, const char *inputpath, const char *outputpath) {
   NMR::PLib3MFModelWriter *writer = nullptr;
   status = NMR::lib3mf_model_querywriter(model, "3mf", &writer);
   if (status != 0) {
+    // Kept deliberately: a writer that cannot be had is reported with the reader's words.
+    // [not pinned: lib3MF gives its writer whenever it gives a model]
     line(rep, "could not create model reader: " + hexstatus(rep, status));
     NMR::lib3mf_release(model);
     return -9;

@@ -46,7 +46,9 @@ struct Record {
 };
 void writemember(const std::string &path, const std::string &modelpath,
                  std::initializer_list<Record> records) {
-  // Every member reports a failed open under the name of the model member.
+  // Kept deliberately: every member reports a failed open (message 31) under the name of the
+  // model member, also when the model was written and a later member failed.
+  // [pinned: Package3mf.FolderNamesOneMagnitudeAndFailedMembers]
   std::FILE *f = openoutput(path, modelpath);
   {
     BlockWriter out(f, path, 1 << 14);
@@ -163,6 +165,8 @@ void writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
   rec(2, "</object>");
   rec(1, "</resources>");
   rec(1, "<build p:UUID=\"" + std::string(uuid2) + "\">");
+  // Kept deliberately: the item's partnumber holds the object name, where the object's holds
+  // its UUID. [pinned: regression set, the 3D/3dmodel.model of every job with a package]
   rec(2, "<item objectid=\"1\" partnumber=\"" + std::string(objectname) + "\" p:UUID=\"" +
              std::string(uuid3) + "\" />");
   rec(1, "</build>");
@@ -175,7 +179,9 @@ std::string_view modelstarttag() { return starttag; }
 std::string_view relationshipsstarttag() { return relstart; }
 
 std::string packagefolder(const std::string &outstlpath) {
-  // The whole path is searched: a dot in a folder cuts there when the name has none.
+  // Kept deliberately: the whole path is searched, not the file name alone: a dot in a folder
+  // cuts there when the name has none ("out.v2/part" gives "out_color").
+  // [pinned: Package3mf.FolderNamesOneMagnitudeAndFailedMembers]
   const size_t p = lastdot(outstlpath);
   return (p >= 2 ? outstlpath.substr(0, p - 1) : std::string()) + "_color";
 }
@@ -215,6 +221,9 @@ void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &
                {2, "</history_node>"},
                {1, "</history>"},
                {0, "</root>"}});
+  // Kept deliberately: the content types declare image, texture and kardoimport parts that the
+  // package does not hold; the list is fixed. [pinned: regression set, every job's
+  // [Content_Types].xml]
   writemember(folder + "/[Content_Types].xml", modelpath,
               {{0, xmldecl},
                {0, "<Types xmlns=\"" WF_OPC "/content-types\">"},

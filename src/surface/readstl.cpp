@@ -151,7 +151,11 @@ int readstlbinary(const std::string &path, int order, RawSurface &raw) {
   } else if (order == 2) {
     ucount = (std::endian::native == std::endian::little) ? word : byteswap32(word);
   } else if (order == 4) {
-    // The count decoded by hand from its four bytes, little-endian.
+    // Kept deliberately: order 4 is a road of its own: the count decoded by hand from its four
+    // bytes, little-endian, the coordinates taken bit for bit with no swapping, and a failed
+    // allocation made the status of the attempt instead of the end of the run (below).
+    // [pinned: ReadStl.ShortTruncatedAndCorruptFiles (the search ends on order 4 and keeps it);
+    // the hand decoding and the allocation rule: not pinned]
     ucount = static_cast<uint32_t>(head[80]) + 256u * head[81] + 65536u * head[82] +
              16777216u * head[83];
   } else {
@@ -241,6 +245,8 @@ RawSurface readstl(Reporter &rep, std::string &stlpath, int &byteorder) {
       }
     }
     ok = status == 0;
+    // Kept deliberately: said also when every byte order failed, just before message 130.
+    // [pinned: ReadStl.ShortTruncatedAndCorruptFiles]
     rep.say("Binary STL file");
   }
 

@@ -260,8 +260,10 @@ void numberruns(const int32_t *p, std::vector<int32_t> &longrun, int32_t n,
     }
   }
   allocate(iuniq, static_cast<size_t>(nuniq), "uniq_include, iuniq, 1");
-  // First rows of the runs, shifted by one run when the first run has more than one row
-  // (the last entry is then left at 0). With a single row, that row is the first of its run.
+  // Kept deliberately: the first rows of the runs, shifted by one run when the first run has
+  // more than one row (the last entry is then left at 0). No caller reads iuniq; it keeps the
+  // shape of the interface. With a single row, that row is the first of its run.
+  // [pinned: SortKit.FirstRowsShiftedWhenTheFirstRunRepeats]
   int32_t c = 0;
   if (n == 1 || longrun[0] != longrun[1]) {
     c = 1;

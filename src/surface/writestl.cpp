@@ -63,6 +63,9 @@ void writeascii(const SurfaceMesh &mesh, const std::vector<double> *normals,
   };
   put("solid vcg\n");
   for (size_t t = 0; t < ntri; ++t) {
+    // Kept deliberately: the facet normal is the raw cross product (twice the triangle's area
+    // long), not a unit normal. [pinned: WriteStl.AsciiFormsReadBackAndFailures; regression job
+    // forma_wrtu (job_1_warp.stl)]
     put("  facet normal ");
     for (int k = 0; k < 3; ++k) p = scifield(p, havenormals ? (*normals)[3 * t + k] : 0.0, 14, 6);
     *p++ = '\n';
@@ -122,7 +125,10 @@ void writebinary(const SurfaceMesh &mesh, const std::string &path, bool nonnativ
       const double *v = corner(mesh, t, c);
       for (int k = 0; k < 3; ++k) x[3 * c + k] = static_cast<float>(v[k]);
     }
-    std::memcpy(rec + 12, x, 36);  // normal and attribute bytes are already zero
+    // Kept deliberately: the facet normal of the binary forms is written as zeros (no reader of
+    // this system needs it), the attribute bytes too. [pinned: regression set, the binary
+    // job_1_warp.stl of plain and the other jobs of form b or c]
+    std::memcpy(rec + 12, x, 36);
   }
   std::fwrite(block.data(), 1, block.size(), f.get());
 }

@@ -122,7 +122,9 @@ void Walk::pushtri(const int32_t *corners, int32_t t) {
 void Walk::pushedge(const int32_t *verts, const int32_t *opposites, const int32_t *triangles,
                     int32_t e, int32_t level, const int32_t *neighbours) {
   if (e_.n + 1 > e_.cap) {
-    // The incremented count is scaled here, not the old capacity.
+    // Kept deliberately: the edge list grows from the incremented count, the vertex and
+    // triangle lists from their old capacity (pushvrt, pushtri); it shows only in when an
+    // allocation message comes. [pinned: Refine.WavesGiveExactlyTheSerialWalk (the capacities)]
     const int32_t cap = nextcapacity(e_.n + 1, e_.n + 1, "pushedge, tmp, 1");
     regrow(e_.vrt, 2, cap, "pushedge, tmp, 1", inuse_);
     regrow(e_.tri, 2, cap, "pushedge, tmp, 2", inuse_);
@@ -140,7 +142,8 @@ void Walk::pushedge(const int32_t *verts, const int32_t *opposites, const int32_
   e_.tri[2 * ce] = triangles[0];
   e_.tri[2 * ce + 1] = triangles[1];
   for (int k = 0; k < 4; ++k) e_.nbr[4 * ce + k] = neighbours[k];
-  // The length of a new edge is taken between its warped ends.
+  // The length of a new edge is taken between its warped ends (the asymmetry with the initial
+  // edges is kept deliberately: see warp/warpstl.cpp).
   double len = 0.0;
   if (verts[0] >= 1 && verts[1] >= 1) {
     const double *p = m_.vrt.data() + 3 * col(verts[0]);
@@ -205,9 +208,11 @@ void Walk::splitedge(int32_t e, const double *midbefore, const double *midafter,
     }
   }
 
-  // On a boundary edge of the surface as read, T1 runs a, b, c and slots 1 and 2 hold its own
-  // sides b-c and c-a. The two children then come out reversed and those two neighbours are
-  // updated by slot as on an interior edge; that is how an open rim refines, and it stays so.
+  // Kept deliberately: on a boundary edge of the surface as read, T1 runs a, b, c and slots 1
+  // and 2 hold its own sides b-c and c-a. The two children then come out reversed and those two
+  // neighbours are updated by slot as on an interior edge; that is how an open rim refines, and
+  // the repair is made for what it leaves. [pinned: Refine.OpenRimChildrenComeOutReversed;
+  // regression job tsrd_repair]
   const int32_t f1[3] = {a, c, m}, f2[3] = {c, b, m};
   pushtri(f1, ft[0]);
   pushtri(f2, ft[1]);

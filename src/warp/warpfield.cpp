@@ -144,7 +144,13 @@ void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
     return visitcell(st, j0[b0], j0[b1 + 1]);
   };
   for (;;) {
-    // The squared distance is compared with a plain length on purpose.
+    // Kept deliberately: the squared distance is compared with a plain length (r * h is not
+    // squared): the search stops earlier than a radius test where r * h is below 1 and later
+    // where it is above, and the weights of every warp follow from it.
+    // [pinned: NodalWarp.RingSearchStartAndStoppingRule; regression set]
+    // Kept deliberately: with fewer active nodes than navg this test can never pass; the search
+    // then runs until every node is seen or the rings cover the grid, and the average takes the
+    // nodes found (only filled positions, below). [pinned: NodalWarp.TooFewActiveNodesAveragesOnlyWhatWasFound]
     if (st.count >= navg && st.dmax <= r * h) break;
     if (st.count >= sim.nnodes) break;
     if (r >= rcover) break;

@@ -8,7 +8,7 @@
 // point's home cell (a point outside the grid starts in the nearest boundary cell), nodes of a
 // cell in their stored order, inactive nodes passed over. Before each ring the search ends when
 // navg nodes are held and the largest held squared distance is not above r * h (h the smallest
-// cell size: a squared distance against a plain length, on purpose), or when every node has
+// cell size: a squared distance against a plain length, kept deliberately), or when every node has
 // been seen, or when the rings cover the grid; and, with navg nodes held, when no node of the
 // next ring can be nearer than the largest held one (or the point is not finite), which ends
 // with the answer the remaining rings would give. With navg nodes held, the cells of a ring

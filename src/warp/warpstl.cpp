@@ -67,11 +67,16 @@ void warpstl(Reporter &rep, const WarpField &given, bool nodecheck, double refmi
   // STL scaling of the vertices and of the initial edge lengths.
   const size_t nv = 3 * static_cast<size_t>(mesh.nvrt);
   for (size_t k = 0; k < nv; ++k) mesh.vrt[k] *= scales.stlscale;
+  // Kept deliberately: an initial edge keeps its length before the warp (times the STL scale),
+  // while an edge made by a split gets its length between warped ends (warp/refine.cpp,
+  // pushedge); the walk's order and its minedge test read these lengths.
+  // [pinned: regression set, every job that refines (plain, refine_limits, multi_sstl_outp, ...)]
   for (size_t k = 0; k < static_cast<size_t>(edges.n); ++k) edges.len[k] *= scales.stlscale;
   // The scaled vertices before warping.
   mesh.prewarp.assign(mesh.vrt.begin(), mesh.vrt.begin() + static_cast<std::ptrdiff_t>(nv));
 
-  // The build plane stays in raw surface units.
+  // Kept deliberately: the build plane stays in raw surface units (not times the STL scale),
+  // though the vertices it is compared with are scaled. [pinned: WarpStl.StlScaleLeavesTheBuildPlaneAndPrewarpAsRead]
   WarpField field = given;
   field.params.buildplane = field.params.refg ? refminz : mesh.box.min[2];
 
@@ -88,7 +93,11 @@ void warpstl(Reporter &rep, const WarpField &given, bool nodecheck, double refmi
   rep.say("Active triangles = " + inttext(counts.active));
   rep.say("Total  triangles = " + inttext(counts.total));
 
-  // Back to file units, then to output units; prewarp keeps the STL scaling.
+  // Back to file units, then to output units.
+  // Kept deliberately: prewarp keeps the STL scaling (it is not divided by it), so with a scale
+  // other than 1 the displacements of the text report, the VTK file and the package hold that
+  // difference. [pinned: regression job multi_sstl_outp (first.stl_wrtu.txt, *STLS 1.25);
+  // WarpStl.StlScaleLeavesTheBuildPlaneAndPrewarpAsRead]
   const size_t n = 3 * static_cast<size_t>(mesh.nvrt);
   for (size_t k = 0; k < n; ++k) mesh.vrt[k] = mesh.vrt[k] / scales.stlscale;
   for (size_t k = 0; k < n; ++k) mesh.vrt[k] = mesh.vrt[k] * scales.unitscale;

@@ -44,6 +44,23 @@ TEST(Reporter, CatalogueFailuresAreStickyAndNeverFatal) {
   }
 }
 
+// A status printed in hexadecimal leaves every later integer of the console in hexadecimal.
+TEST(Reporter, HexStatusSwitchesNumbersForGood) {
+  std::FILE *console = std::tmpfile();
+  {
+    Reporter rep(console);
+    EXPECT_EQ(rep.integer(255), "255");
+    EXPECT_EQ(rep.numbermode(), NumberMode::decimal);
+    EXPECT_EQ(rep.hexstatus(-2147467259), "80004005");
+    EXPECT_EQ(rep.numbermode(), NumberMode::hexadecimal);
+    EXPECT_EQ(rep.integer(255), "FF");
+    EXPECT_EQ(rep.integer(1234567), "12D687");
+    EXPECT_EQ(rep.hexstatus(0), "0");  // a later status of 0 does not switch back
+    EXPECT_EQ(rep.integer(10), "A");
+  }
+  std::fclose(console);
+}
+
 // Growth by 1.2 in single precision: 10 times 1.2f does not round up to 13.
 TEST(Lists, GrowthInSinglePrecision) {
   EXPECT_EQ((std::vector{growcapacity(10), growcapacity(12), growcapacity(15), growcapacity(18),

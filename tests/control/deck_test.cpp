@@ -75,6 +75,19 @@ TEST(Deck, SurfaceListRunningToTheEndKeepsItsLastNameTwice) {
             std::vector<std::string>{"a.stl"});
 }
 
+// A comment right behind a card is passed over; behind a blank line at keyword level it is read
+// as a keyword and warned about as an unknown card, and the run goes on.
+TEST(Deck, CommentAfterABlankLineIsAnUnknownCard) {
+  const std::string warning = " WARNING\n Unknown control card #\n";
+  auto direct = readdecktext("*INPU\njob\n# a note\n*WARP\n-2\n");
+  ASSERT_FALSE(direct->aborted) << direct->out;
+  EXPECT_FALSE(wft::contains(direct->out, warning)) << direct->out;
+  auto afterblank = readdecktext("*INPU\njob\n\n# a note\n*WARP\n-2\n");
+  ASSERT_FALSE(afterblank->aborted) << afterblank->out;
+  EXPECT_TRUE(wft::contains(afterblank->out, warning)) << afterblank->out;
+  EXPECT_EQ(afterblank->settings.warpscale, -2.0);  // the cards around it are read as before
+}
+
 // Every fault is reported before the one abort. A value that cannot be read, or is not finite,
 // names the deck and the card; an id list at the end of the deck runs out of room.
 TEST(Deck, FaultsPostTheirCodesAndAbort) {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The coloured 3MF package: the zip read back by unzip and by lib3MF's reader (a model of
 // several deflate chunks, a tetrahedron, and a model without triangles), a zip that cannot be
-// made, and the zip64 flag.
+// made, the zip64 flag, the folder's name, the colours of a surface of one magnitude, and a
+// member that cannot be opened.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,9 +11,11 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <limits>
 
 #include <Model/COM/NMR_DLLInterfaces.h>
 
+#include "outputs/colourscale.h"
 #include "outputs/outcommon.h"
 #include "outputs/package3mf.h"
 #include "outputs/zippackage.h"
@@ -161,4 +164,33 @@ TEST(Package3mf, ZipFailureAndZip64Flag) {
   if (!sparse) GTEST_SKIP() << "no sparse file";
   EXPECT_EQ(flags, std::vector<int>({0, 0, 1}));
   EXPECT_EQ(cap.text(), "pre: file \"p_color/History/history.xml\" is 258 bytes\npre: file \"big\" is 4294967295 bytes\n");
+}
+
+// The folder is cut at the last dot of the whole path, also in a folder's name; a surface of one
+// displacement magnitude (here none at all) gets -2147483648 at every corner and is written all
+// the same; a member that cannot be opened after the model is reported under the model's name.
+TEST(Package3mf, FolderNamesOneMagnitudeAndFailedMembers) {
+  EXPECT_EQ(wf::packagefolder("job_1_warp.stl"), "job_1_warp_color");
+  EXPECT_EQ(wf::packagefolder("out.v2/part.stl"), "out.v2/part_color");
+  EXPECT_EQ(wf::packagefolder("out.v2/part"), "out_color");
+  EXPECT_EQ(wf::packagefolder("part"), "_color");
+
+  InTempDir dir("3mf_oddities");
+  EXPECT_EQ(wf::colourindex(2.5f, 2.5f, 2.5f), std::numeric_limits<int32_t>::min());
+  EXPECT_EQ(wf::colourindex(4.0f, 0.0f, 4.0f), 1020);
+  wf::SurfaceMesh still = tetra();
+  still.vrt = still.prewarp;
+  EXPECT_TRUE(writepackage(still, "still_color").ends_with(" Finished writing 3MF file still_color.3mf\n"));
+  const std::string model = wft::readfile("still_color/3D/3dmodel.model");
+  const std::string corners = " p1=\"-2147483648\" p2=\"-2147483648\" p3=\"-2147483648\" />";
+  size_t found = 0;
+  for (size_t p = model.find(corners); p != std::string::npos; p = model.find(corners, p + 1)) ++found;
+  EXPECT_EQ(found, 4u) << model;
+
+  fs::create_directories("broken_color");
+  wft::writefile("broken_color/History", "a file where the folder belongs");
+  const std::string fatal = wft::fatalof([&] { writepackage(tetra(), "broken_color"); });
+  EXPECT_TRUE(fatal.starts_with("31 broken_color/3D/3dmodel.model ")) << fatal;
+  EXPECT_TRUE(fs::exists("broken_color/3D/3dmodel.model"));
+  EXPECT_TRUE(fs::exists("broken_color/_rels/.rels"));
 }

@@ -186,6 +186,26 @@ TEST(SortKit, ValuesThatAreNotNumbers) {
   EXPECT_EQ(longrun, I({1, 2, 3}));
 }
 
+// The first rows of the runs (iuniq) are shifted by one run when the first run has more than one
+// row, the last entry then left at 0; with a first run of one row they are the plain first rows.
+TEST(SortKit, FirstRowsShiftedWhenTheFirstRunRepeats) {
+  I longrun, iuniq;
+  int32_t nuniq = 0;
+  const V repeated = {1.0, 1.0, 2.0, 3.0}, single = {1.0, 2.0, 2.0, 3.0};
+  const I p = identity(4);
+  wf::uniq_include(repeated.data(), p.data(), longrun, 1, 4, nuniq, iuniq, false);
+  EXPECT_EQ(longrun, I({1, 1, 2, 3}));
+  EXPECT_EQ(nuniq, 3);
+  EXPECT_EQ(iuniq, I({3, 4, 0}));  // the first rows of the runs would be 1, 3, 4
+  wf::uniq_include(single.data(), p.data(), longrun, 1, 4, nuniq, iuniq, false);
+  EXPECT_EQ(longrun, I({1, 2, 2, 3}));
+  EXPECT_EQ(iuniq, I({1, 2, 4}));
+  const I pi = identity(3);
+  const std::vector<int32_t> rows = {5, 5, 9};
+  wf::uniq_include_int(rows.data(), pi.data(), longrun, 1, 3, nuniq, iuniq, false);
+  EXPECT_EQ(iuniq, I({3, 0}));
+}
+
 TEST(PrepareSurface, FlippedOpenAndOverloaded) {
   // A tetrahedron with one triangle turned: the counts are right, three edges are inverse.
   Soup s = tetrahedron();

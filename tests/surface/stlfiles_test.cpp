@@ -152,6 +152,7 @@ TEST(ReadStl, ShortTruncatedAndCorruptFiles) {
     EXPECT_EQ(r.fatal, "130") << i << "\n" << r.out;
     EXPECT_EQ(order, 4) << i;                         // the search ran to its end
     EXPECT_EQ(formatlines(r.out).size(), 4u) << i;    // no text, and no byte order reads it
+    EXPECT_EQ(hasline(r.out, " Binary STL file"), true) << i;  // said all the same
   }
   // A count whose triple wraps to a positive number while the count itself is negative:
   // vertices but no triangles, message 131. A missing file is message 30.

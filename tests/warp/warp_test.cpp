@@ -12,6 +12,7 @@
 #include <functional>
 #include <set>
 
+#include "base/memory.h"
 #include "reporting.h"
 #include "surface/preparesurface.h"
 #include "warp/nodegrid.h"
@@ -325,6 +326,13 @@ TEST(Refine, WavesGiveExactlyTheSerialWalk) {
   EXPECT_GT(serial.counts.total, 3 * first.ntri);
   EXPECT_GT(serial.mesh.nvrt, 3 * first.nvrt);
   EXPECT_GT(serial.edges.n, 3 * firstedges.n);
+  // The edge list grows from the incremented count (n0, then growcapacity(cap + 1) each time),
+  // not from its capacity as the other lists do; here the two rules part.
+  int32_t bycount = firstedges.n, bycapacity = firstedges.n;
+  while (bycount < serial.edges.cap) bycount = growcapacity(bycount + 1);
+  while (bycapacity < serial.edges.cap) bycapacity = growcapacity(bycapacity);
+  EXPECT_EQ(bycount, serial.edges.cap);
+  EXPECT_NE(bycapacity, serial.edges.cap);
   for (int threads : {1, 2}) {
     SCOPED_TRACE(threads);
     const Refined waves = refine(n.field(), params, true, threads);
@@ -390,5 +398,74 @@ TEST(Refine, ClosedSurfaceStaysClosed) {
     EXPECT_EQ(walked.size(), size_t(r.edges.n));
     EXPECT_TRUE(std::includes(walked.begin(), walked.end(), made.begin(), made.end()));
     EXPECT_EQ(walked.size() - made.size(), size_t(r.mesh.nvrt - before.nvrt));
+  }
+}
+
+// An edge on the open rim of a surface, split, turns its two children against their neighbours:
+// after one level of splits the table rebuilt from the refined cube and sheet has inversely
+// oriented edges, where the cube alone has none (Refine.ClosedSurfaceStaysClosed) and a split
+// of an interior edge keeps the orientation.
+TEST(Refine, OpenRimChildrenComeOutReversed) {
+  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}),
+          [](const P3 &p) { return P3{0.02 * p[1] * p[1], 0.3 * std::sin(p[0] / 3), 0.01 * p[0] * p[2]}; });
+  n.params.navg = 6;
+  RefineParams params;
+  params.maxrefine = 1;  // the edges of the surface as read only
+  params.minedge = 0.3;
+  params.maxedge = 2.0;
+  params.refinetolsq = 1e-4;
+  Refined r = refine(n.field(), params, false, 1, true);
+  ASSERT_GT(r.counts.active, 2 * 7 * 2 * 16);  // it split
+  r.mesh.ntri = r.counts.active;
+  std::vector<double> sidesq(3 * size_t(r.mesh.ntri));
+  for (size_t t = 0; t < size_t(r.mesh.ntri); ++t)
+    for (int k = 0; k < 3; ++k) {
+      const double *a = &r.mesh.vrt[3 * size_t(r.mesh.tri[3 * t + size_t(sidea[k])] - 1)];
+      const double *b = &r.mesh.vrt[3 * size_t(r.mesh.tri[3 * t + size_t(sideb[k])] - 1)];
+      sidesq[3 * t + size_t(k)] = (a[0] - b[0]) * (a[0] - b[0]) + (a[1] - b[1]) * (a[1] - b[1]) + (a[2] - b[2]) * (a[2] - b[2]);
+    }
+  EdgeTable rebuilt;
+  const EdgeCounts c = buildedges(r.mesh, sidesq, rebuilt);
+  EXPECT_GT(c.open, 0);  // the sheet's rim
+  EXPECT_GT(countinverted(r.mesh, rebuilt), 0);
+}
+
+// With an STL scale other than 1 the build plane stays in the units of the surface as read, and
+// prewarp keeps the scale. A cube raised to z = 1 .. 11, every node displaced by (0, 0, 1), *FIXZ
+// with a small tolerance, no refinement: at scale 1 the bottom lies on the build plane and keeps
+// its z; at scale 2 it lies at z = 2, off the plane (z = 1), and moves like the rest.
+TEST(WarpStl, StlScaleLeavesTheBuildPlaneAndPrewarpAsRead) {
+  Nodes n(lattice({-2, -2, -2}, {26, 26, 26}), [](const P3 &) { return P3{0, 0, 1}; });
+  n.params.fixz = true;
+  n.params.ztol = 1e-3;
+  RefineParams none;
+  none.maxrefine = 0;
+  for (double scale : {1.0, 2.0}) {
+    SCOPED_TRACE(scale);
+    SurfaceMesh mesh;
+    EdgeTable edges;
+    cubeandsheet(10.0, 2, mesh, edges, false);
+    for (size_t k = 2; k < mesh.vrt.size(); k += 3) mesh.vrt[k] += 1.0;
+    mesh.box.min[2] += 1.0;
+    mesh.box.max[2] += 1.0;
+    const std::vector<double> asread(mesh.vrt.begin(), mesh.vrt.begin() + 3 * size_t(mesh.nvrt));
+    wft::CapturedReporter cap;
+    warpstl(cap.rep, n.field(), false, 0.0, WarpScales{scale, 1.0}, none, mesh, edges);
+    ASSERT_EQ(mesh.vrt.size() / 3, asread.size() / 3);
+    int bottom = 0;
+    for (size_t i = 0; i < asread.size() / 3; ++i) {
+      const double *raw = &asread[3 * i], *v = &mesh.vrt[3 * i], *pre = &mesh.prewarp[3 * i];
+      for (int a = 0; a < 3; ++a) EXPECT_EQ(pre[a], raw[a] * scale);  // not divided back
+      EXPECT_NEAR(v[0], raw[0], 1e-12);
+      EXPECT_NEAR(v[1], raw[1], 1e-12);
+      if (raw[2] == 1.0 && scale == 1.0) {
+        ++bottom;
+        EXPECT_EQ(v[2], 1.0);  // on the build plane: kept
+      } else {
+        bottom += raw[2] == 1.0;
+        EXPECT_NEAR(v[2], (raw[2] * scale - 1.0) / scale, 1e-12);  // moved by -1 in scaled units
+      }
+    }
+    EXPECT_EQ(bottom, 9);  // the 3 x 3 corners of the bottom face
   }
 }
