@@ -7,12 +7,20 @@
 // History/history.xml, [Content_Types].xml; zipped with the model last. Every member that
 // cannot be opened reports the path of the model (message 31). A failed zip is no failure of
 // the run: its console lines and "ERROR zipping", and the members stay.
+//
+// The model member is formatted in blocks of rows, side by side on the OpenMP threads, straight
+// into its place in one buffer that holds the whole text; the file is written from that buffer
+// while the other threads deflate it for the zip, so the member is never read back. The bytes do
+// not depend on the number of threads. When the memory for the whole text cannot be had, the
+// blocks go to the file through a bounded buffer and the zip reads the file back, as it does the
+// small members.
 #pragma once
 
 #include <string>
 #include <vector>
 
 #include "base/reporter.h"
+#include "outputs/deflate.h"
 #include "outputs/zippackage.h"
 #include "surface/surfacemesh.h"
 
@@ -23,10 +31,12 @@ namespace wf {
 std::string packagefolder(const std::string &outstlpath);
 
 // Writes the model member: the colour group of 1021 entries, the vertices (16-character
-// scientific fields) and the triangles (0-based corners and their colours). Throws Fatal 31
-// (naming `report`), 200, 32.
-void writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
-                const std::string &path, const std::string &report);
+// scientific fields) and the triangles (0-based corners and their colours). With `packed`, the
+// text is also deflated as the zip stores it, when the memory for the whole text can be had;
+// returns true when *packed holds it. The file is opened before anything is allocated. Throws
+// Fatal 31 (naming `report`), 200, 32.
+bool writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
+                const std::string &path, const std::string &report, Deflated *packed = nullptr);
 
 // The step: the members, the signal events and console lines, the zip.
 void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle,

@@ -55,7 +55,8 @@ int iszip64file(Reporter &rep, const char *path, const char *prefix) {
   return size >= 0xffffffffLL ? 1 : 0;
 }
 
-int zippackage(Reporter &rep, const char *zipname, const char *folder, char *filelist) {
+int zippackage(Reporter &rep, const char *zipname, const char *folder, char *filelist,
+               const DeflatedMember *given) {
   zipline(rep, "starting");
   // The list is split in place at its line feeds.
   std::vector<char *> members;
@@ -91,8 +92,8 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
     const char *entry = members[m];
     while (*entry == '\\' || *entry == '/') ++entry;
 
-    // The member is deflated here (on all threads) and handed to minizip as raw data, with its
-    // CRC and size given at the close.
+    // The member is deflated here (on all threads), unless that was done beforehand, and handed
+    // to minizip as raw data, with its CRC and size given at the close.
     int err = zipOpenNewFileInZip3_64(zf, entry, &info, nullptr, 0, nullptr, 0, nullptr,
                                       Z_DEFLATED, Z_DEFAULT_COMPRESSION, 1, -MAX_WBITS,
                                       DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, zip64);
@@ -100,14 +101,18 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
     if (err != ZIP_OK) {
       zipline(rep, "error in opening \"" + source + "\" in zipfile (" + rep.integer(err) + ")");
     } else {
+      // A member deflated beforehand is not read, but its file is opened all the same: one
+      // that cannot be read fails here as every member does.
       in = std::fopen(source.c_str(), "rb");
       if (in == nullptr) {
         err = ZIP_ERRNO;
         zipline(rep, "error in opening \"" + source + "\" for reading");
       }
     }
-    Deflated packed;
-    if (err == ZIP_OK) {
+    const bool prepared =
+        given != nullptr && given->packed != nullptr && given->name == members[m];
+    Deflated own;
+    if (err == ZIP_OK && !prepared) {
       // The member in memory, read a transfer buffer at a time.
       std::vector<unsigned char> content;
       size_t got = 0;
@@ -123,10 +128,12 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
           err = ZIP_INTERNALERROR;
         }
       } while (err == ZIP_OK && got > 0);
-      if (err == ZIP_OK && !deflateraw(content.data(), content.size(), packed)) err = ZIP_INTERNALERROR;
+      if (err == ZIP_OK && !deflateraw(content.data(), content.size(), own))
+        err = ZIP_INTERNALERROR;
       if (err == ZIP_INTERNALERROR)
         zipline(rep, "error in writing \"" + source + "\" in the zipfile (" + rep.integer(err) + ")");
     }
+    const Deflated &packed = prepared ? *given->packed : own;
     if (err == ZIP_OK) {
       constexpr size_t piece = size_t{1} << 24;
       for (size_t at = 0; at < packed.data.size() && err == ZIP_OK; at += piece) {
