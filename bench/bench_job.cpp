@@ -29,6 +29,7 @@
 #include <string>
 #include <vector>
 
+#include "app/steps.h"
 #include "base/reporter.h"
 #include "control/catalogue.h"
 #include "outputs/outcommon.h"
@@ -157,10 +158,12 @@ int main(int argc, char **argv) {
   int byteorder = 0;
   const double tprep = best(repeats, nullptr, [&] {
     std::string path = "part.stl";
-    wf::RawSurface raw = wf::readstl(rep, path, byteorder);
+    wf::RawSurface raw = wf::readstlstep(rep, path, byteorder);
     mesh0 = wf::SurfaceMesh();
     edges0 = wf::EdgeTable();
-    wf::preparesurface(rep, raw, wf::Tolerances(), "part.stl", path, mesh0, edges0);
+    wf::PreparedSurface prep = wf::preparesurfacestep(rep, raw, wf::Tolerances(), "part.stl", path);
+    mesh0 = std::move(prep.mesh);
+    edges0 = std::move(prep.edges);
   });
 
   wf::WarpField field;

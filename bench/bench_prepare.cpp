@@ -26,6 +26,7 @@
 #include <string>
 #include <vector>
 
+#include "app/steps.h"
 #include "base/reporter.h"
 #include "control/catalogue.h"
 #include "surface/edges.h"
@@ -107,10 +108,8 @@ Figures runphases(wf::Reporter &rep, const wf::RawSurface &source, const std::st
     f.nvrt = mesh.nvrt, f.nedge = edges.n;
   }
   wf::RawSurface raw = source;
-  wf::SurfaceMesh mesh;
-  wf::EdgeTable edges;
   const double c0 = cputime(), w0 = walltime();
-  wf::preparesurface(rep, raw, wf::Tolerances(), "part.stl", path, mesh, edges);
+  wf::preparesurfacestep(rep, raw, wf::Tolerances(), "part.stl", path);
   f.cpu[3] = cputime() - c0, f.wall[3] = walltime() - w0;
   return f;
 }
@@ -140,7 +139,7 @@ int main(int argc, char **argv) {
   wf::setfpmode();
   std::string path = folder + "/part.stl";
   int byteorder = 0;
-  const wf::RawSurface source = wf::readstl(rep, path, byteorder);
+  const wf::RawSurface source = wf::readstlstep(rep, path, byteorder);
 
   Phase phases[2][4] = {
       {{"snap", {}, {}}, {"merge", {}, {}}, {"edges (+ inverted count)", {}, {}},

@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <cstdint>
+#include <cstdio>
 #include <cmath>
 #include <filesystem>
 #include <map>
@@ -39,6 +42,88 @@ size_t neighbour(const Facets &s, size_t t) {
 }
 
 }  // namespace
+
+Soup tetrahedron(double scale) {
+  Soup s = {0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1,
+            0, 0, 0, 0, 0, 1, 0, 1, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1};
+  for (double &x : s) x *= scale;
+  return s;
+}
+
+Soup cube(double size, double x0, double y0, double z0) {
+  // Each face as four corners (bits x, y, z), counter-clockwise seen from outside.
+  const int faces[6][4] = {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4},
+                           {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}};
+  const double o[3] = {x0, y0, z0};
+  Soup s;
+  for (const auto &f : faces)
+    for (int m : {0, 1, 2, 0, 2, 3})
+      for (int k = 0; k < 3; ++k) s.push_back(o[k] + ((f[m] >> k) & 1) * size);
+  return s;
+}
+
+Soup cubeandsheet(double L, int n, bool sheet) {
+  using P3 = std::array<double, 3>;
+  const P3 faces[7][3] = {{{0, 0, 0}, {0, L, 0}, {L, 0, 0}}, {{0, 0, L}, {L, 0, 0}, {0, L, 0}},
+                          {{0, 0, 0}, {L, 0, 0}, {0, 0, L}}, {{0, L, 0}, {0, 0, L}, {L, 0, 0}},
+                          {{0, 0, 0}, {0, 0, L}, {0, L, 0}}, {{L, 0, 0}, {0, L, 0}, {0, 0, L}},
+                          {{2 * L, 0, 0.3 * L}, {L, 0, 0}, {0, L, 0}}};
+  Soup s;
+  auto put = [&](const P3 *f, int i, int j) {
+    for (size_t a = 0; a < 3; ++a) s.push_back(f[0][a] + (double(i) / n) * f[1][a] + (double(j) / n) * f[2][a]);
+  };
+  for (const auto &f : faces) {
+    if (!sheet && &f == &faces[6]) break;
+    for (int j = 0; j < n; ++j)
+      for (int i = 0; i < n; ++i) {
+        put(f, i, j), put(f, i + 1, j), put(f, i + 1, j + 1);
+        put(f, i, j), put(f, i + 1, j + 1), put(f, i, j + 1);
+      }
+  }
+  return s;
+}
+
+wf::RawSurface rawof(const Soup &s) {
+  wf::RawSurface raw;
+  raw.vrt = s;
+  raw.nvrt = static_cast<int32_t>(s.size() / 3);
+  raw.ntri = raw.nvrt / 3;
+  raw.box = wf::boundingbox(s.data(), s.size() / 3);
+  return raw;
+}
+
+wf::PreparedSurface preparedof(const Soup &s, const wf::Tolerances &rules) {
+  wf::RawSurface raw = rawof(s);
+  return wf::preparemesh(raw, rules);
+}
+
+std::string binarystl(const Soup &s, bool bigendian, const std::string &header,
+                      long long countoverride, const std::string &extra) {
+  std::string out = header;
+  out.resize(80, ' ');
+  auto put32 = [&](uint32_t v) {
+    for (int i = 0; i < 4; ++i) out.push_back(static_cast<char>(v >> (bigendian ? 24 - 8 * i : 8 * i)));
+  };
+  put32(static_cast<uint32_t>(countoverride >= 0 ? countoverride : static_cast<long long>(s.size() / 9)));
+  for (size_t t = 0; t < s.size() / 9; ++t) {
+    for (int k = 0; k < 3; ++k) put32(0x3F800000u);
+    for (int k = 0; k < 9; ++k) put32(std::bit_cast<uint32_t>(static_cast<float>(s[9 * t + k])));
+    out += std::string("\x07\x00", 2);
+  }
+  return out + extra;
+}
+
+std::string asciistl(const Soup &s, const std::string &name) {
+  std::string out = "solid " + name + "\n";
+  char buf[128];
+  for (size_t c = 0; c < s.size() / 3; ++c) {
+    if (c % 3 == 0) out += "  facet normal 0 0 1\n    outer loop\n";
+    std::snprintf(buf, sizeof buf, "      vertex %.17g %.17g %.17g\n", s[3 * c], s[3 * c + 1], s[3 * c + 2]);
+    out += buf;
+    if (c % 3 == 2) out += "    endloop\n  endfacet\n";
+  }
+  return out + "endsolid " + name + "\n";
+}
 
 Facets boxpart(float x0, float y0, float z0, float sx, float sy, float sz, int n) {
   // Each face: its origin corner (bits x, y, z) and two edge directions whose cross product

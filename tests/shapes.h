@@ -1,14 +1,44 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Closed parts made in code, the damage that a surface brings to a warp, and the warp of such a
-// surface on the sample job's field, for the repair tests and bench_repair.
-// Facets travel as 9 floats each (corner 1 x, y, z, corner 2, corner 3), facing outwards.
+// Shapes made in code for the tests. Soups of doubles and the meshes prepared from them (through
+// the preparation alone, with no console), STL files written by hand, for the surface, warp
+// and read-back tests; closed parts, the damage that a surface brings to a warp, and the warp
+// of such a surface on the sample job's field, for the repair tests and bench_repair.
+// Soups travel as 9 doubles per triangle, facets as 9 floats (corner 1 x, y, z, corner 2,
+// corner 3), facing outwards.
 #pragma once
 
 #include <cstddef>
 #include <string>
 #include <vector>
 
+#include "surface/preparesurface.h"
+
 namespace wft {
+
+// ---------------------------------------------------------------- soups and prepared meshes
+
+// A triangle soup: nine coordinates per triangle (corner 1 x, y, z, corner 2, corner 3).
+using Soup = std::vector<double>;
+
+// Closed tetrahedron on the axes, outward by the right-hand rule.
+Soup tetrahedron(double scale = 1.0);
+// Closed axis-aligned cube of edge size at (x0, y0, z0): 12 outward triangles.
+Soup cube(double size = 1.0, double x0 = 0, double y0 = 0, double z0 = 0);
+// A closed cube [0, L]^3 (each face in n x n squares) and, beside it unless told otherwise, an
+// open square sheet: boundary and interior edges.
+Soup cubeandsheet(double L, int n, bool sheet = true);
+
+// The soup as a reader leaves it: counts and box set.
+wf::RawSurface rawof(const Soup &s);
+// The soup prepared as a run prepares a surface (tolerance, snap, merge, edges, checks).
+wf::PreparedSurface preparedof(const Soup &s, const wf::Tolerances &rules = {});
+
+// A binary STL written by hand: 80 header bytes, the count (countoverride when >= 0), 50-byte
+// records with a normal of ones and attribute 7, extra bytes at the end.
+std::string binarystl(const Soup &s, bool bigendian = false, const std::string &header = "h",
+                      long long countoverride = -1, const std::string &extra = "");
+// An ASCII STL with full-precision coordinates.
+std::string asciistl(const Soup &s, const std::string &name = "part");
 
 using Facets = std::vector<float>;
 

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <filesystem>
 
+#include "app/steps.h"
 #include "base/fatal.h"
 #include "base/text.h"
 #include "control/catalogue.h"
@@ -14,14 +15,10 @@
 #include "outputs/package3mf.h"
 #include "outputs/textreport.h"
 #include "outputs/vtkwriter.h"
-#include "recheck/procref.h"
-#include "recheck/recheck.h"
 #include "simresults/readgeo.h"
 #include "simresults/readvariable.h"
 #include "simresults/simulation.h"
 #include "surface/normals.h"
-#include "surface/preparesurface.h"
-#include "surface/readstl.h"
 #include "surface/writestl.h"
 #include "warp/closestpoint.h"
 #include "warp/nodegrid.h"
@@ -80,16 +77,16 @@ void processsurface(Reporter &rep, RunData &run, int i) {
   run.stlpath = names.stlpath;
   std::string outstlpath = names.outstlpath;
   {
-    RawSurface raw = readstl(rep, run.stlpath, run.stlbyteorder);
+    RawSurface raw = readstlstep(rep, run.stlpath, run.stlbyteorder);
     // The watertightness warnings name the surface by its ID in the job's list.
     const JobFiles &jf = run.files;
     const std::string surfacename =
         names.curstlid >= 1 && names.curstlid <= jf.stlfiles.n
             ? rtrim(jf.stlfiles[static_cast<size_t>(names.curstlid - 1)])
             : rtrim(run.stlpath);
-    SurfaceMesh mesh;
-    EdgeTable edges;
-    preparesurface(rep, raw, st.tolerances, surfacename, run.stlpath, mesh, edges);
+    PreparedSurface prep = preparesurfacestep(rep, raw, st.tolerances, surfacename, run.stlpath);
+    SurfaceMesh &mesh = prep.mesh;
+    EdgeTable &edges = prep.edges;
 
     RefineParams refine;
     refine.maxrefine = st.maxrefine;
@@ -131,7 +128,7 @@ void processsurface(Reporter &rep, RunData &run, int i) {
   }
   if (st.o3mfflag) {
     // The path is passed as it stands, blanks and all (the padding of recheckstep, kept
-    // deliberately: see recheck/recheck.cpp).
+    // deliberately: see recheckstep in app/steps.cpp).
     const std::string plain = plain3mfname(outstlpath);
     if (convertto3mf(rep, outstlpath.c_str(), plain.c_str()) != 0) {
       rep.say("Warning:  3MF conversion was not successful.");
@@ -258,15 +255,15 @@ int runwarpforge(Reporter &rep, const std::vector<std::string> &args) {
     readvariable(rep, run.files.dispfile, run.sim);
   }
   if (st.refgflag) {
-    run.ref = buildqueryset(rep, "Processing reference geometry",
-                            st.reffiles.n > 0 ? st.reffiles[0] : std::string(), run.stlpath,
-                            run.stlbyteorder);
+    run.ref = querysetstep(rep, "Processing reference geometry",
+                           st.reffiles.n > 0 ? st.reffiles[0] : std::string(), run.stlpath,
+                           run.stlbyteorder);
     run.refminz = run.ref.bbox[2];
   }
   if (st.scngflag) {
-    run.scn = buildqueryset(rep, "Processing scanned geometry",
-                            st.scnfiles.n > 0 ? st.scnfiles[0] : std::string(), run.stlpath,
-                            run.stlbyteorder);
+    run.scn = querysetstep(rep, "Processing scanned geometry",
+                           st.scnfiles.n > 0 ? st.scnfiles[0] : std::string(), run.stlpath,
+                           run.stlbyteorder);
   }
   const int n = run.files.nsurfaces;
   for (int i = 1; i <= n; ++i) processsurface(rep, run, i);

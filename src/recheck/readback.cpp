@@ -4,9 +4,6 @@
 #include <algorithm>
 #include <cfloat>
 
-#include "base/text.h"
-#include "surface/readstl.h"
-
 namespace wf {
 
 namespace {
@@ -28,10 +25,7 @@ void columnbox(const std::vector<double> &a, size_t n, double mn[3], double mx[3
 
 }  // namespace
 
-RawSurface readback(Reporter &rep, const std::string &file, std::string &stlpath, int &byteorder) {
-  rep.blank();
-  stlpath = rtrim(file);
-  RawSurface raw = readstl(rep, stlpath, byteorder);
+void readbackbox(RawSurface &raw) {
   raw.nvrt = std::max(raw.nvrt, int32_t{0});
   raw.ntri = std::max(raw.ntri, int32_t{0});
   raw.vrt.resize(3 * size_t(raw.nvrt));
@@ -47,7 +41,6 @@ RawSurface readback(Reporter &rep, const std::string &file, std::string &stlpath
     raw.box.size[k] = mx[k] - mn[k];
     raw.box.centre[k] = (mn[k] + mx[k]) * 0.5;
   }
-  return raw;
 }
 
 }  // namespace wf

@@ -1,19 +1,17 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The read-back of a written surface for its check: a blank line, the file read like an input
-// surface (with the repaired-sibling rule), and the box taken per axis over the values that
-// compare (an axis of no number gets the largest finite double as minimum and its negative as
-// maximum, where an input surface's box would be not a number: the snap of the check then
-// stays finite).
+// The read-back of a written surface for its check: the surface is read like an input surface
+// (with the repaired-sibling rule, surface/readstl.h), and then its box is taken per axis over
+// the values that compare (an axis of no number gets the largest finite double as minimum and
+// its negative as maximum, where an input surface's box would be not a number: the snap of the
+// check then stays finite). Nothing here prints.
 #pragma once
 
-#include <string>
-
-#include "base/reporter.h"
 #include "surface/surfacemesh.h"
 
 namespace wf {
 
-// stlpath receives the name of the file read (the repaired sibling when there is one).
-RawSurface readback(Reporter &rep, const std::string &file, std::string &stlpath, int &byteorder);
+// Negative counts become 0, the soup is cut or padded with zeros to 3 nvrt values, and the box
+// is taken as above.
+void readbackbox(RawSurface &raw);
 
 }  // namespace wf

@@ -8,15 +8,12 @@
 #include <new>
 
 #include "base/memory.h"
-#include "base/text.h"
-#include "base/textio.h"
 #include "surface/sortkit.h"
 
 namespace wf {
 
 namespace {
 
-constexpr double machineprecision = 0x1p-52;  // smallest tolerance ever used
 constexpr double integerprecision = 0x1p-63;  // finest pitch per unit of box size for int64
 
 inline double sqdist(const double *a, const double *b) {
@@ -238,86 +235,39 @@ void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &trie
   raw.nvrt = 0;
 }
 
-SurfaceCheck preparesurface(Reporter &rep, RawSurface &raw, const Tolerances &rules,
-                            const std::string &surfacename, const std::string &stlpath,
-                            SurfaceMesh &mesh, EdgeTable &edges) {
-  SurfaceCheck check;
-  const double minedgelen = minimumedge(raw);
-  rep.say("Minimum edge length = " + numtext(minedgelen));
-
-  const SnapTolerance st = snaptolerance(raw.box, minedgelen, rules);
-  rep.say("Machine precision = " + numtext(machineprecision));
-  rep.say("STL precision for 8-byte integers = " + numtext(st.intbox));
-  rep.say("Absolute tolerance = " + numtext(st.tol));
-  rep.blank();
-  if (st.raised()) {
-    rep.printwarning();
-    rep.printline("Absolute tolerance must be greater than:");
-    rep.printline(numtext(st.floor));
-    rep.printline("");
-    rep.printline("Increasing tolerance to " + numtext(st.floor));
-    rep.printline("");
-  }
+PreparedSurface preparemesh(RawSurface &raw, const Tolerances &rules,
+                            const PrepareStageFn &onstage) {
+  auto tell = [&](PrepareStage stage, const PreparedSurface &sofar) {
+    if (onstage) onstage(stage, sofar);
+  };
+  PreparedSurface prep;
+  prep.minedgelen = minimumedge(raw);
+  prep.tolerance = snaptolerance(raw.box, prep.minedgelen, rules);
+  tell(PrepareStage::snap, prep);
   std::vector<uint64_t> keys;
-  snapvertices(raw, st.pitch(), &keys);
+  snapvertices(raw, prep.tolerance.pitch(), &keys);
 
   // One block of scratch serves the merge and then the edges; it goes with this call.
   Scratch scratch;
-  rep.say("Equivalencing vertices");
+  tell(PrepareStage::merge, prep);
   std::vector<double> triedgesq;
-  mergevertices(raw, mesh, triedgesq, &keys, &scratch);
+  mergevertices(raw, prep.mesh, triedgesq, &keys, &scratch);
   release(keys);
-  mesh.minedgelen = minedgelen;
-  rep.say("Number of unique vertices = " + inttext(mesh.nvrt, true));
-  rep.say("Finished vertex equivalencing");
-  rep.blank();
+  prep.mesh.minedgelen = prep.minedgelen;
+  tell(PrepareStage::edges, prep);
 
-  rep.say("Equivalencing STL edges");
-  const EdgeCounts counts = buildedges(mesh, triedgesq, edges, &scratch);
+  prep.counts = buildedges(prep.mesh, triedgesq, prep.edges, &scratch);
   scratch.release();
   release(triedgesq);
-  rep.say("Number of unique edges = " + inttext(edges.n, true));
-  check.watertight = counts.watertight();
-  // Kept deliberately: the warnings differ in form: "is not watertight" is a plain block under
-  // "WARNING", the non-manifold and inverse-edge warnings are numbered (printwarning), and none
-  // is a coded message or reaches the signal file; an open surface gets both the block and the
-  // numbered "non-manifold" warning. [pinned: PrepareSurface.FlippedOpenAndOverloaded; regression
-  // job tsrd_repair (console.txt)]
-  if (!check.watertight) {
-    rep.blank();
-    rep.say("WARNING");
-    rep.say("STL file " + surfacename + " is not watertight.");
-    rep.say("Edges with   1 triangle  = " + inttext(counts.open, true));
-    rep.say("Edges with   2 triangles = " + inttext(counts.good, true));
-    rep.say("Edges with > 2 triangles = " + inttext(counts.over, true));
-    rep.blank();
-    rep.say("Consider repairing the STL (e.g. with Tessero) before continuing.");
-    rep.blank();
-  }
-  const long long euler = static_cast<long long>(mesh.nvrt) + mesh.ntri - edges.n;
-  rep.say("Euler characteristic   = " + rep.integer(euler));
-  rep.say("Finished edge equivalencing");
-  rep.blank();
-
+  prep.euler = static_cast<long long>(prep.mesh.nvrt) + prep.mesh.ntri - prep.edges.n;
+  SurfaceCheck &check = prep.check;
+  check.watertight = prep.counts.watertight();
   if (check.watertight) {
-    const int64_t inverted = counts.inverted;
-    check.oriented = inverted == 0;
-    if (!check.oriented) {
-      rep.printwarning();
-      rep.printline("STL file " + stlpath + " has " + inttext(inverted) +
-                    " inversely oriented edges.");
-      rep.printline("Consider repairing the STL with Tessero before continuing.");
-      rep.printline("");
-    }
-    return check;
+    check.oriented = prep.counts.inverted == 0;
+  } else {
+    check.status = -1;
   }
-  rep.printwarning();
-  rep.printline("STL file " + surfacename + " has non-manifold edges");
-  rep.printline("");
-  rep.printline("Use a larger tolerance multiplier, or repair the geometry in Tessero");
-  rep.printline("");
-  check.status = -1;
-  return check;
+  return prep;
 }
 
 }  // namespace wf

@@ -3,14 +3,14 @@
 // raw vertex snapped to a lattice of that pitch centred on the box (so vertices meant to
 // coincide become bit-identical), identical vertices merged by sorting, then the unique edges
 // and the two checks: every edge on exactly two triangles that run along it in opposite senses.
-// Neither check stops the run; they are reported and returned.
+// Neither check stops the run; they are returned. Nothing here prints: preparemesh tells a
+// caller that reports the preparation of each stage as it comes (app/steps.h).
 #pragma once
 
 #include <cstdint>
-#include <string>
+#include <functional>
 #include <vector>
 
-#include "base/reporter.h"
 #include "surface/edges.h"
 #include "surface/sortkit.h"
 #include "surface/surfacemesh.h"
@@ -25,6 +25,9 @@ struct Tolerances {
   bool tolbyedge = false;
   bool tolbybox = false;
 };
+
+// The smallest tolerance ever used.
+inline constexpr double machineprecision = 0x1p-52;
 
 // Smallest non-zero squared side of the soup, started at (2D)^2 with D the largest box size;
 // returns its square root.
@@ -61,14 +64,29 @@ void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &trie
 struct SurfaceCheck {
   int status = 0;         // 0 clean, -1 some edge has other than two triangles
   bool watertight = true;
-  bool oriented = true;   // no inversely oriented edge (checked only when watertight)
+  bool oriented = true;   // no inversely oriented edge (judged only when watertight)
 };
 
-// The preparation as a step of the run, with its console lines. `surfacename` is the name the
-// watertightness warnings give, `stlpath` the one the orientation warning gives. The soup is
-// consumed; mesh and edges are filled.
-SurfaceCheck preparesurface(Reporter &rep, RawSurface &raw, const Tolerances &rules,
-                            const std::string &surfacename, const std::string &stlpath,
-                            SurfaceMesh &mesh, EdgeTable &edges);
+// What the preparation found, with the mesh and its edge table.
+struct PreparedSurface {
+  double minedgelen = 0;    // minimumedge of the soup
+  SnapTolerance tolerance;  // the tolerance chosen; raised() when the floor replaced it
+  EdgeCounts counts;        // edges by their triangles, and the inversely oriented ones
+  long long euler = 0;      // unique vertices + triangles - unique edges
+  SurfaceCheck check;
+  SurfaceMesh mesh;         // unique vertices (mesh.nvrt), triangles, minedgelen
+  EdgeTable edges;          // unique edges (edges.n)
+};
+
+// The moments of the preparation, in this order: the tolerance is chosen (snap, before the
+// vertices are snapped), the vertices are about to be merged (merge), the vertices are merged
+// and the edges are about to be built (edges). A fatal end comes after the last one told.
+enum class PrepareStage { snap, merge, edges };
+using PrepareStageFn = std::function<void(PrepareStage stage, const PreparedSurface &sofar)>;
+
+// The preparation of a soup whose box is set: tolerance, snap, merge (the soup is consumed),
+// edges and the checks. onstage, when given, is told each stage. Throws Fatal 32.
+PreparedSurface preparemesh(RawSurface &raw, const Tolerances &rules,
+                            const PrepareStageFn &onstage = {});
 
 }  // namespace wf

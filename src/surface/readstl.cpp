@@ -39,16 +39,6 @@ std::string_view leftadjusted(const std::string &line) {
 
 inline uint32_t byteswap32(uint32_t v) { return __builtin_bswap32(v); }
 
-void boxline(Reporter &rep, const BBox &box, int k, const char *text) {
-  char buf[64];
-  char *p = scifield(buf, box.min[k], 14, 6);
-  const size_t len = std::strlen(text);
-  std::memcpy(p, text, len);
-  p += len;
-  p = scifield(p, box.max[k], 14, 6);
-  rep.raw(std::string_view(buf, static_cast<size_t>(p - buf)));
-}
-
 }  // namespace
 
 const char *byteorderword(int order) {
@@ -213,42 +203,48 @@ int readstlbinary(const std::string &path, int order, RawSurface &raw) {
   return 0;
 }
 
-RawSurface readstl(Reporter &rep, std::string &stlpath, int &byteorder) {
-  rep.say("Reading " + stlpath);
-  const std::string repaired = repairedsiblingname(stlpath);
+StlRead readstl(const std::string &path, int byteorder, const StlStageFn &onstage) {
+  auto tell = [&](StlStage stage, const StlRead &sofar) {
+    if (onstage) onstage(stage, sofar);
+  };
+  StlRead read;
+  read.path = path;
+  read.byteorder = byteorder;
+  const std::string repaired = repairedsiblingname(path);
   if (fileexists(repaired)) {
-    stlpath = repaired;
-    rep.say("Detected repaired STL.");
-    rep.say("Reading " + stlpath + " instead...");
+    read.path = repaired;
+    read.repaired = true;
   }
+  tell(StlStage::source, read);
 
-  RawSurface raw;
-  int status = readstlascii(stlpath, raw);
+  RawSurface &raw = read.raw;
+  int status = readstlascii(read.path, raw);
   bool ok = status == 0;
-  if (ok) {
-    rep.say("ASCII STL file");
-  } else {
+  read.ascii = ok;
+  if (!ok) {
     // Whatever the text pass left behind is not a surface.
     release(raw.vrt);
     auto attempt = [&](int order) {
-      rep.say(std::string("Reading in ") + byteorderword(order) + " format...");
-      return readstlbinary(stlpath, order, raw);
+      read.orders.push_back(order);
+      tell(StlStage::attempt, read);
+      return readstlbinary(read.path, order, raw);
     };
     status = -1;
-    if (byteorder != 0) status = attempt(byteorder);
+    if (read.byteorder != 0) status = attempt(read.byteorder);
     if (status != 0) {
-      byteorder = 0;
+      read.byteorder = 0;
       for (int order = 1; order <= 4; ++order) {
-        byteorder = order;
+        read.byteorder = order;
         status = attempt(order);
         if (status == 0) break;
       }
     }
     ok = status == 0;
-    // Kept deliberately: said also when every byte order failed, just before message 130.
-    // [pinned: ReadStl.ShortTruncatedAndCorruptFiles]
-    rep.say("Binary STL file");
   }
+  // Kept deliberately: the binary form is told also when every byte order failed, just before
+  // message 130. [pinned: ReadStl.ShortTruncatedAndCorruptFiles,
+  // SurfaceSteps.ReadOfAFileNoByteOrderReads]
+  tell(StlStage::form, read);
 
   if (raw.nvrt < 1 || (!ok && raw.ntri >= 1)) {
     // No vertices, or a count that no byte order could read from the file.
@@ -257,16 +253,7 @@ RawSurface readstl(Reporter &rep, std::string &stlpath, int &byteorder) {
   if (raw.ntri < 1) fatal(131);
 
   raw.box = boundingbox(raw.vrt.data(), static_cast<size_t>(raw.nvrt));
-  rep.say("Bounding box:");
-  boxline(rep, raw.box, 0, " <= x <= ");
-  boxline(rep, raw.box, 1, " <= y <= ");
-  boxline(rep, raw.box, 2, " <= z <= ");
-  rep.blank();
-  rep.say("Number of vertices  = " + inttext(raw.nvrt, true));
-  rep.say("Number of triangles = " + inttext(raw.ntri, true));
-  rep.say("Finished reading " + stlpath);
-  rep.blank();
-  return raw;
+  return read;
 }
 
 }  // namespace wf

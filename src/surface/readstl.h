@@ -3,11 +3,14 @@
 // facet); anything else is tried as binary, in the remembered byte order first and then in the
 // orders 1 native, 2 little-endian, 3 big-endian, 4 non-native (the count decoded by hand, the
 // coordinates taken as raw bytes). Every triangle brings its own three vertices; no merging.
+// Nothing here prints: readstl returns what it found, and tells a caller that reports the read
+// of each stage as it comes (app/steps.h).
 #pragma once
 
+#include <functional>
 #include <string>
+#include <vector>
 
-#include "base/reporter.h"
 #include "surface/surfacemesh.h"
 
 namespace wf {
@@ -23,10 +26,28 @@ int readstlbinary(const std::string &path, int order, RawSurface &raw);
 // "native", "little_endian", "big_endian" or "non-native".
 const char *byteorderword(int order);
 
-// The read of one surface as a step of the run: takes the repaired sibling when there is one
-// (stlpath then names it for good), reads ASCII or binary (byteorder is remembered between
-// surfaces), computes the box and reports the file on the console. A surface without vertices
-// or triangles ends the run (message 130 or 131).
-RawSurface readstl(Reporter &rep, std::string &stlpath, int &byteorder);
+// What the read of one surface found.
+struct StlRead {
+  std::string path;         // the file read: the one asked for, or its repaired sibling
+  bool repaired = false;    // the repaired sibling was there and was read instead
+  bool ascii = false;       // the text attempt read the file; otherwise the byte orders were tried
+  std::vector<int> orders;  // the byte orders tried, in the order tried (empty for text)
+  int byteorder = 0;        // the order to remember for the next surface (as given after text)
+  RawSurface raw;           // the soup, its counts and its box
+};
+
+// The moments of a read, in this order: the file to read is chosen (source), before each
+// binary attempt (attempt: the order is orders.back()), the form is known (form: ascii, or
+// every attempt made, successful or not). A fatal end of the read comes after the last one
+// told.
+enum class StlStage { source, attempt, form };
+using StlStageFn = std::function<void(StlStage stage, const StlRead &sofar)>;
+
+// The read of one surface: the repaired sibling of `path` when there is one, then the text
+// attempt, then the binary attempts (the remembered `byteorder` first when not 0, then orders
+// 1 to 4 until one reads), then the box. onstage, when given, is told each stage. Throws Fatal:
+// 130 (no vertices, or a count no byte order could read), 131 (no triangles), and what the
+// attempts throw.
+StlRead readstl(const std::string &path, int byteorder, const StlStageFn &onstage = {});
 
 }  // namespace wf

@@ -6,10 +6,9 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   fuzz::writefile("a.stl", data, size);
   fuzz::run([] {
-    std::string path;
-    int byteorder = 0;
-    wf::RawSurface raw = wf::readback(fuzz::quiet(), "a.stl", path, byteorder);
-    fuzzprepare(raw, path);
+    wf::RawSurface raw = wf::readstl("a.stl", 0).raw;
+    wf::readbackbox(raw);
+    fuzzprepare(raw);
   });
   return 0;
 }

@@ -3,14 +3,8 @@
 // whatever coordinates the file holds (NaN, infinities, huge and tiny values).
 #pragma once
 
-#include <string>
-
 #include "fuzzcommon.h"
 #include "surface/preparesurface.h"
 #include "surface/readstl.h"
 
-inline void fuzzprepare(wf::RawSurface &raw, const std::string &path) {
-  wf::SurfaceMesh mesh;
-  wf::EdgeTable edges;
-  wf::preparesurface(fuzz::quiet(), raw, wf::Tolerances(), path, path, mesh, edges);
-}
+inline void fuzzprepare(wf::RawSurface &raw) { wf::preparemesh(raw, wf::Tolerances()); }

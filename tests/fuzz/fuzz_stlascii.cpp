@@ -8,7 +8,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     wf::RawSurface raw;
     if (wf::readstlascii("part.stl", raw) != 0) return;
     raw.box = wf::boundingbox(raw.vrt.data(), static_cast<size_t>(raw.nvrt));
-    fuzzprepare(raw, "part.stl");
+    fuzzprepare(raw);
   });
   return 0;
 }

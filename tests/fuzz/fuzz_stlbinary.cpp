@@ -5,10 +5,8 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   fuzz::writefile("part.stl", data, size);
   fuzz::run([] {
-    std::string path = "part.stl";
-    int byteorder = 0;
-    wf::RawSurface raw = wf::readstl(fuzz::quiet(), path, byteorder);
-    fuzzprepare(raw, path);
+    wf::RawSurface raw = wf::readstl("part.stl", 0).raw;
+    fuzzprepare(raw);
   });
   return 0;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // From soup to checked mesh: the sort kit against std::stable_sort, tolerance and snap, the
-// edge tables against a reference built with a map, and the surface checks.
+// edge tables against a reference built with a map, the surface checks and the record of the
+// preparation (its console lines are tests of the steps, tests/steps).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,18 +12,14 @@
 #include <random>
 #include <tuple>
 
-#include "base/textio.h"
-#include "reporting.h"
-#include "stlfixtures.h"
+#include "shapes.h"
 #include "surface/normals.h"
 #include "surface/preparesurface.h"
 #include "surface/sortkit.h"
-#include "testutil.h"
 
 using namespace wft;
 using I = std::vector<int32_t>;
 using V = std::vector<double>;
-using Lines = std::vector<std::string>;
 
 namespace {
 
@@ -53,35 +50,9 @@ I runsof(const std::vector<K> &a, const I &p, int nc) {
   return r;
 }
 
-struct Prepared {
-  wf::SurfaceCheck check;
-  wf::SurfaceMesh mesh;
-  wf::EdgeTable edges;
-  std::string out;
-};
+using Prepared = wf::PreparedSurface;
 
-// The soup as just read, then the preparation of the surface "part.stl".
-Prepared prepare(const Soup &s, const wf::Tolerances &rules = {}, const std::string &name = "part.stl",
-                 const std::string &path = "part.stl") {
-  wf::RawSurface raw;
-  raw.vrt = s;
-  raw.nvrt = static_cast<int32_t>(s.size() / 3);
-  raw.ntri = raw.nvrt / 3;
-  raw.box = wf::boundingbox(s.data(), s.size() / 3);
-  Prepared p;
-  CapturedReporter cap;
-  p.check = wf::preparesurface(cap.rep, raw, rules, name, path, p.mesh, p.edges);
-  p.out = cap.text();
-  return p;
-}
-
-// The number printed after "label" on a console line.
-double valueafter(const std::string &out, const std::string &label) {
-  for (const auto &l : splitlines(out))
-    if (l.rfind(" " + label, 0) == 0) return std::strtod(l.c_str() + 1 + label.size(), nullptr);
-  ADD_FAILURE() << "no line " << label;
-  return -1;
-}
+Prepared prepare(const Soup &s, const wf::Tolerances &rules = {}) { return preparedof(s, rules); }
 
 // Vertices strictly ascending, and every edge table against a reference made from the
 // triangles with an ordered map. Meant for triangles with three distinct vertices.
@@ -212,31 +183,54 @@ TEST(PrepareSurface, FlippedOpenAndOverloaded) {
   std::swap_ranges(s.begin() + 12, s.begin() + 15, s.begin() + 15);
   Prepared p = prepare(s);
   EXPECT_EQ(p.check.status, 0);
+  EXPECT_TRUE(p.check.watertight);
   EXPECT_FALSE(p.check.oriented);
-  EXPECT_TRUE(contains(p.out, "\n *** WARNING: 1\n STL file part.stl has 3 inversely oriented edges.\n"
-                              " Consider repairing the STL with Tessero before continuing.\n \n"));
+  EXPECT_EQ(p.counts.inverted, 3);
+  EXPECT_EQ(p.counts.good, 6);
+  EXPECT_EQ(p.euler, 2);
   checkmesh(p);
-  // A single triangle: open edges, the plain block and the numbered warning, no orientation
-  // check. The watertightness warnings give the job's name of the surface, not the path read.
-  p = prepare({0, 0, 0, 1, 0, 0, 0, 1, 0}, {}, "part.stl", "elsewhere/part_ls_repair.stl");
+  // A single triangle: open edges, no orientation judged.
+  p = prepare({0, 0, 0, 1, 0, 0, 0, 1, 0});
   EXPECT_EQ(p.check.status, -1);
   EXPECT_FALSE(p.check.watertight);
+  EXPECT_TRUE(p.check.oriented);
   checkmesh(p);
-  EXPECT_TRUE(contains(p.out, "\n\n WARNING\n STL file part.stl is not watertight.\n"
-                              " Edges with   1 triangle  = 3\n Edges with   2 triangles = 0\n"
-                              " Edges with > 2 triangles = 0\n\n"
-                              " Consider repairing the STL (e.g. with Tessero) before continuing.\n\n"
-                              " Euler characteristic   = 1\n"));
-  EXPECT_TRUE(contains(p.out, " *** WARNING: 1\n STL file part.stl has non-manifold edges\n \n"
-                              " Use a larger tolerance multiplier, or repair the geometry in Tessero\n \n"));
+  EXPECT_EQ(p.counts.open, 3);
+  EXPECT_EQ(p.counts.good + p.counts.over, 0);
+  EXPECT_EQ(p.euler, 1);
 
   // Three triangles on one edge: the first two are in the tables, the third only in the edge's
   // vertices, its length and triedge (all of which the reference checks).
   p = prepare({0, 0, 0, 4, 0, 0, 1, 3, 0, 4, 0, 0, 0, 0, 0, 1, -3, 0, 1, 0, 3, 0, 0, 0, 4, 0, 0});
   EXPECT_EQ(p.check.status, -1);
   checkmesh(p);
-  EXPECT_TRUE(contains(p.out, " Edges with   1 triangle  = 6\n Edges with   2 triangles = 0\n"
-                              " Edges with > 2 triangles = 1\n"));
+  EXPECT_EQ(p.counts.open, 6);
+  EXPECT_EQ(p.counts.good, 0);
+  EXPECT_EQ(p.counts.over, 1);
+}
+
+// The stages are told in order, each with what is known by then; without a listener the same
+// mesh comes out.
+TEST(PrepareSurface, StagesInOrder) {
+  wf::RawSurface raw = rawof(cube(2.0));
+  std::vector<std::tuple<wf::PrepareStage, double, int32_t>> told;
+  const Prepared p = wf::preparemesh(raw, {}, [&](wf::PrepareStage stage, const Prepared &sofar) {
+    told.emplace_back(stage, sofar.tolerance.tol, sofar.mesh.nvrt);
+  });
+  ASSERT_EQ(told.size(), 3u);
+  EXPECT_EQ(std::get<0>(told[0]), wf::PrepareStage::snap);
+  EXPECT_EQ(std::get<0>(told[1]), wf::PrepareStage::merge);
+  EXPECT_EQ(std::get<0>(told[2]), wf::PrepareStage::edges);
+  EXPECT_EQ(std::get<1>(told[0]), p.tolerance.tol);  // chosen before the snap
+  EXPECT_EQ(std::get<2>(told[1]), 0);                  // nothing merged before the merge
+  EXPECT_EQ(std::get<2>(told[2]), 8);                  // merged before the edges
+  EXPECT_TRUE(raw.vrt.empty());                        // the soup is consumed
+  const Prepared q = prepare(cube(2.0));
+  EXPECT_EQ(q.mesh.vrt, p.mesh.vrt);
+  EXPECT_EQ(q.mesh.tri, p.mesh.tri);
+  EXPECT_EQ(q.edges.n, 18);
+  EXPECT_EQ(q.euler, 2);
+  EXPECT_TRUE(q.check.watertight && q.check.oriented);
 }
 
 TEST(PrepareSurface, MergedCorners) {
@@ -255,8 +249,9 @@ TEST(PrepareSurface, MergedCorners) {
   EXPECT_EQ(p.edges.len[ez], 0.0);
   EXPECT_EQ(I(p.edges.tri.begin() + 2 * ez, p.edges.tri.begin() + 2 * ez + 2), I({5, 0}));
   EXPECT_EQ(p.edges.triedge[13], p.edges.triedge[14]);
-  EXPECT_TRUE(contains(p.out, " Edges with   1 triangle  = 1\n Edges with   2 triangles = 5\n"
-                              " Edges with > 2 triangles = 1\n"));
+  EXPECT_EQ(p.counts.open, 1);
+  EXPECT_EQ(p.counts.good, 5);
+  EXPECT_EQ(p.counts.over, 1);
   // Alone, such a triangle's shared edge fills its four neighbour slots from its two sides.
   p = prepare({0, 0, 0, 0, 0, 0, 2, 0, 0});
   const int32_t e = p.edges.triedge[1] - 1, z = p.edges.triedge[0];
@@ -276,18 +271,22 @@ TEST(PrepareSurface, ToleranceAndSnap) {
     wf::Tolerances rules;
     rules.tolbyedge = byedge, rules.tolbybox = bybox;
     const Prepared p = prepare(*soup, rules);
-    EXPECT_NEAR(valueafter(p.out, "Minimum edge length = "), minedge, 1e-12 * minedge);
-    EXPECT_NEAR(valueafter(p.out, "Absolute tolerance = "), tol, 1e-12 * tol);
-    EXPECT_FALSE(contains(p.out, "Increasing tolerance"));
+    EXPECT_NEAR(p.minedgelen, minedge, 1e-12 * minedge);
+    EXPECT_NEAR(p.tolerance.tol, tol, 1e-12 * tol);
+    EXPECT_FALSE(p.tolerance.raised());
+    EXPECT_EQ(p.tolerance.pitch(), p.tolerance.tol);
   }
   // All corners equal: minimum edge 2D = 0, and the tolerance rises to the machine precision.
   // A large box with a tiny edge: the floor is the integer precision of the largest axis.
   Prepared p = prepare({3, 3, 3, 3, 3, 3, 3, 3, 3});
   EXPECT_EQ(p.mesh.vrt, V({3, 3, 3}));
-  EXPECT_TRUE(contains(p.out, " *** WARNING: 1\n Absolute tolerance must be greater than:\n"
-                              " 2.220446049250313e-16\n \n Increasing tolerance to 2.220446049250313e-16\n \n"));
+  EXPECT_EQ(p.minedgelen, 0.0);
+  EXPECT_TRUE(p.tolerance.raised());
+  EXPECT_EQ(p.tolerance.floor, wf::machineprecision);
+  EXPECT_EQ(p.tolerance.pitch(), wf::machineprecision);
   p = prepare({0, 0, 0, 0x1p20, 0, 0, 0, 1e-20, 0});
-  EXPECT_TRUE(contains(p.out, " Increasing tolerance to " + wf::numtext(0x1p-43) + "\n"));
+  EXPECT_TRUE(p.tolerance.raised());
+  EXPECT_EQ(p.tolerance.pitch(), 0x1p-43);
 
   // Box [-32, 32]^3 and a pitch of exactly 1 (box rule, 1/64 of 64): the lattice points are
   // the integers, the box centre is 0, and halves round away from zero.
@@ -295,7 +294,7 @@ TEST(PrepareSurface, ToleranceAndSnap) {
   rules.tolbybox = true;
   rules.reltolbox = 1.0 / 64.0;
   p = prepare({-32, -32, -32, 32, 32, 32, 0.5, -0.5, 2.5, -2.5, 0.49, -0.49, 1.5, 0.4, 0.6, 0.1, 0.4, 0.3}, rules);
-  EXPECT_EQ(valueafter(p.out, "Absolute tolerance = "), 1.0);
+  EXPECT_EQ(p.tolerance.tol, 1.0);
   EXPECT_EQ(p.mesh.vrt, V({-32, -32, -32, -3, 0, 0, 0, 0, 0, 1, -1, 3, 2, 0, 1, 32, 32, 32}));
   EXPECT_FALSE(std::signbit(p.mesh.vrt[5]));  // -0.49 went through the integer: no -0
   EXPECT_EQ(p.mesh.tri, I({1, 6, 4, 2, 5, 3}));

@@ -17,7 +17,7 @@
 #include <random>
 #include <vector>
 
-#include "stlfixtures.h"
+#include "shapes.h"
 #include "surface/edges.h"
 #include "surface/preparesurface.h"
 #include "surface/sortkit.h"
@@ -59,15 +59,6 @@ bool samebits(const V &a, const V &b) {
   return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), 8 * a.size()) == 0);
 }
 
-wf::RawSurface soupof(const wft::Soup &s) {
-  wf::RawSurface raw;
-  raw.vrt = s;
-  raw.nvrt = static_cast<int32_t>(s.size() / 3);
-  raw.ntri = raw.nvrt / 3;
-  raw.box = wf::boundingbox(s.data(), s.size() / 3);
-  return raw;
-}
-
 struct Merged {
   wf::SurfaceMesh mesh;
   V triedgesq;
@@ -76,7 +67,7 @@ struct Merged {
 
 // The soup snapped at pitch, then merged by its keys (keyed), or by the sort of its coordinates.
 Merged snapmerge(const wft::Soup &s, double pitch, bool bykeys, wf::Scratch *scratch = nullptr) {
-  wf::RawSurface raw = soupof(s);
+  wf::RawSurface raw = wft::rawof(s);
   K keys;
   wf::snapvertices(raw, pitch, &keys);
   Merged m;
@@ -283,7 +274,7 @@ TEST(MergeVertices, SignedZerosAndValuesThatAreNotNumbers) {
 
   // Unsnapped zeros of either sign, merged without keys: one vertex, whose coordinates are
   // those of the last corner in file order.
-  wf::RawSurface raw = soupof({0.0, -0.0, 0.0, -0.0, 0.0, 0.0, 1, 1, 1});
+  wf::RawSurface raw = wft::rawof({0.0, -0.0, 0.0, -0.0, 0.0, 0.0, 1, 1, 1});
   wf::SurfaceMesh mesh;
   V sq;
   wf::mergevertices(raw, mesh, sq);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // STL files. Reader: text detection, the byte-order search and its memory, the repaired sibling,
-// and short, truncated or corrupt files. Writer: the text forms read back, and the failures.
+// and short, truncated or corrupt files, as the reader's record and stages give them (its
+// console lines are tests of the steps, tests/steps). Writer: the text forms read back, and
+// the failures.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -11,29 +13,37 @@
 
 #include "base/textio.h"
 #include "reporting.h"
-#include "stlfixtures.h"
+#include "shapes.h"
 #include "surface/normals.h"
 #include "surface/readstl.h"
 #include "surface/writestl.h"
 #include "testutil.h"
 
 using namespace wft;
-using Lines = std::vector<std::string>;
 
 namespace {
 
 struct Read {
-  wf::RawSurface raw;
-  std::string out, fatal, path;
+  wf::StlRead read;                  // the record, when the read returned
+  std::vector<wf::StlStage> stages;  // the stages told
+  wf::StlRead atform;                // the record as the form was told (also before a fatal end)
+  std::string fatal;
 };
 
-// One read as a step of the run; byteorder is carried from read to read as the run does.
-Read readcapture(const std::string &path, int &byteorder) {
+// One read; the caller carries the byte order from read to read as the run does.
+Read readof(const std::string &path, int byteorder) {
   Read r;
-  r.path = path;
-  CapturedReporter cap;
-  r.fatal = fatalof([&] { r.raw = wf::readstl(cap.rep, r.path, byteorder); });
-  r.out = cap.text();
+  r.fatal = fatalof([&] {
+    r.read = wf::readstl(path, byteorder, [&](wf::StlStage stage, const wf::StlRead &sofar) {
+      r.stages.push_back(stage);
+      if (stage == wf::StlStage::form) {
+        r.atform.path = sofar.path;
+        r.atform.ascii = sofar.ascii;
+        r.atform.orders = sofar.orders;
+        r.atform.byteorder = sofar.byteorder;
+      }
+    });
+  });
   return r;
 }
 
@@ -47,19 +57,6 @@ void expectsoup(const wf::RawSurface &raw, const Soup &s, bool single, bool near
     else if (single) ASSERT_EQ(static_cast<float>(raw.vrt[i]), static_cast<float>(s[i])) << i;
     else ASSERT_EQ(raw.vrt[i], s[i]) << i;
   }
-}
-
-Lines formatlines(const std::string &out) {
-  Lines r;
-  for (const auto &l : splitlines(out))
-    if (contains(l, "Reading in ")) r.push_back(l);
-  return r;
-}
-
-bool hasline(const std::string &out, const std::string &line) {
-  for (const auto &l : splitlines(out))
-    if (l == line) return true;
-  return false;
 }
 
 // An indexed mesh of the soup: corners stored in reverse order, tri pointing at them.
@@ -90,17 +87,21 @@ TEST(ReadStl, AsciiFiles) {
   for (double &x : s) x -= 3.0;
   // Two solids in one file add up.
   writefile(path, asciistl(Soup(s.begin(), s.begin() + 18), "a") + asciistl(Soup(s.begin() + 18, s.end()), "b"));
-  int order = 0;
-  const Read r = readcapture(path, order);
-  ASSERT_EQ(r.fatal, "none") << r.out;
-  expectsoup(r.raw, s, false);
-  EXPECT_EQ(order, 0);  // text files leave the byte order alone
-  const std::string lo = wf::scitext(-3.0), hi = wf::scitext(0.1 - 3.0);
-  EXPECT_EQ(splitlines(r.out), Lines({" Reading " + path, " ASCII STL file", " Bounding box:",
-                                      lo + " <= x <= " + hi, lo + " <= y <= " + hi, lo + " <= z <= " + hi,
-                                      "", " Number of vertices  = 12", " Number of triangles = 4",
-                                      " Finished reading " + path, ""}));
-  EXPECT_DOUBLE_EQ(r.raw.box.centre[0], -3.0 + 0.05);
+  const Read r = readof(path, 0);
+  ASSERT_EQ(r.fatal, "none");
+  expectsoup(r.read.raw, s, false);
+  EXPECT_TRUE(r.read.ascii);
+  EXPECT_FALSE(r.read.repaired);
+  EXPECT_EQ(r.read.path, path);
+  EXPECT_TRUE(r.read.orders.empty());
+  EXPECT_EQ(r.read.byteorder, 0);  // text files leave the byte order alone
+  EXPECT_EQ(readof(path, 3).read.byteorder, 3);
+  EXPECT_EQ(r.stages, std::vector<wf::StlStage>({wf::StlStage::source, wf::StlStage::form}));
+  for (int k = 0; k < 3; ++k) {
+    EXPECT_EQ(r.read.raw.box.min[k], -3.0) << k;
+    EXPECT_EQ(r.read.raw.box.max[k], 0.1 - 3.0) << k;
+  }
+  EXPECT_DOUBLE_EQ(r.read.raw.box.centre[0], -3.0 + 0.05);
 }
 
 TEST(ReadStl, ByteOrdersAndTheirMemory) {
@@ -110,22 +111,25 @@ TEST(ReadStl, ByteOrdersAndTheirMemory) {
   writefile(dir + "/be.stl", binarystl(s, true));
   // A header that begins with "solid" and trailing bytes change nothing.
   writefile(dir + "/solid.stl", binarystl(s, false, "solid pretending to be text", -1, "tail"));
-  const std::string native = " Reading in native format...", little = " Reading in little_endian format...",
-                    big = " Reading in big_endian format...";
+  using O = std::vector<int>;
   // Little-endian is found at once and remembered; big-endian is rejected by orders 1 and 2
   // (its count read the wrong way exceeds the file), then remembered; a little-endian file
   // after it fails the remembered order and the search starts again.
-  const std::tuple<const char *, Lines, int> steps[] = {
-      {"le", {native}, 1}, {"le", {native}, 1}, {"be", {native, native, little, big}, 3},
-      {"be", {big}, 3}, {"solid", {big, native}, 1}};
+  const std::tuple<const char *, O, int> steps[] = {
+      {"le", {1}, 1}, {"le", {1}, 1}, {"be", {1, 1, 2, 3}, 3}, {"be", {3}, 3}, {"solid", {3, 1}, 1}};
   int order = 0;
-  for (const auto &[file, formats, want] : steps) {
-    const Read r = readcapture(dir + "/" + file + ".stl", order);
-    ASSERT_EQ(r.fatal, "none") << r.out;
-    EXPECT_EQ(formatlines(r.out), formats) << file;
-    EXPECT_EQ(order, want) << file;
-    EXPECT_TRUE(hasline(r.out, " Binary STL file") && hasline(r.out, " Number of triangles = 12"));
-    expectsoup(r.raw, s, true);
+  for (const auto &[file, tried, want] : steps) {
+    const Read r = readof(dir + "/" + file + ".stl", order);
+    ASSERT_EQ(r.fatal, "none");
+    EXPECT_EQ(r.read.orders, tried) << file;
+    EXPECT_EQ(r.read.byteorder, want) << file;
+    order = r.read.byteorder;
+    EXPECT_FALSE(r.read.ascii);
+    // The source, one stage before each attempt, the form.
+    EXPECT_EQ(r.stages.size(), tried.size() + 2) << file;
+    EXPECT_EQ(r.stages.back(), wf::StlStage::form);
+    EXPECT_EQ(r.read.raw.ntri, 12);
+    expectsoup(r.read.raw, s, true);
   }
 }
 
@@ -147,20 +151,21 @@ TEST(ReadStl, ShortTruncatedAndCorruptFiles) {
                                binarystl(s, false, "h", 0x7FFFFFFF), binarystl(s, false, "h", 0xFFFFFFF0u)};
   for (size_t i = 0; i < std::size(cases); ++i) {
     writefile(dir + "/bad.stl", cases[i]);
-    int order = 0;
-    const Read r = readcapture(dir + "/bad.stl", order);
-    EXPECT_EQ(r.fatal, "130") << i << "\n" << r.out;
-    EXPECT_EQ(order, 4) << i;                         // the search ran to its end
-    EXPECT_EQ(formatlines(r.out).size(), 4u) << i;    // no text, and no byte order reads it
-    EXPECT_EQ(hasline(r.out, " Binary STL file"), true) << i;  // said all the same
+    const Read r = readof(dir + "/bad.stl", 0);
+    EXPECT_EQ(r.fatal, "130") << i;
+    EXPECT_EQ(r.atform.byteorder, 4) << i;             // the search ran to its end
+    EXPECT_EQ(r.atform.orders, std::vector<int>({1, 2, 3, 4})) << i;  // no text, no order reads it
+    ASSERT_FALSE(r.stages.empty()) << i;
+    EXPECT_EQ(r.stages.back(), wf::StlStage::form) << i;  // told all the same
+    EXPECT_FALSE(r.atform.ascii) << i;
   }
   // A count whose triple wraps to a positive number while the count itself is negative:
   // vertices but no triangles, message 131. A missing file is message 30.
   writefile(dir + "/wrap.stl", binarystl(s, false, "h", 0xAAAAAAABu));
-  int order = 0;
-  const Read w = readcapture(dir + "/wrap.stl", order);
+  const Read w = readof(dir + "/wrap.stl", 0);
   EXPECT_EQ(w.fatal, "131");
-  EXPECT_EQ(readcapture(dir + "/missing.stl", order).fatal.substr(0, 2), "30");
+  EXPECT_EQ(w.stages.back(), wf::StlStage::form);
+  EXPECT_EQ(readof(dir + "/missing.stl", 0).fatal.substr(0, 2), "30");
 }
 
 TEST(ReadStl, RepairedSibling) {
@@ -168,27 +173,26 @@ TEST(ReadStl, RepairedSibling) {
   const Soup original = tetrahedron(1.0), repaired = cube(2.0);
   writefile(dir + "/part.v2.stl", binarystl(original));
   writefile(dir + "/part.v2_ls_repair.stl", binarystl(repaired));
-  int order = 0;
-  Read r = readcapture(dir + "/part.v2.stl", order);
-  EXPECT_EQ(r.path, dir + "/part.v2_ls_repair.stl");
-  expectsoup(r.raw, repaired, true);
-  const Lines lines = splitlines(r.out);
-  ASSERT_GE(lines.size(), 4u);
-  EXPECT_EQ(Lines(lines.begin(), lines.begin() + 4),
-            Lines({" Reading " + dir + "/part.v2.stl", " Detected repaired STL.", " Reading " + r.path + " instead...",
-                   " Reading in native format..."}));
+  Read r = readof(dir + "/part.v2.stl", 0);
+  EXPECT_EQ(r.read.path, dir + "/part.v2_ls_repair.stl");
+  EXPECT_TRUE(r.read.repaired);
+  expectsoup(r.read.raw, repaired, true);
   // A name without a dot, or with a dot in first place only, looks for "_ls_repair.stl" in
   // the current folder.
   const std::string here = std::filesystem::current_path().string();
   ASSERT_EQ(chdir(dir.c_str()), 0);
   writefile("nodot", binarystl(original));
   writefile(".hidden", binarystl(original));
-  expectsoup(readcapture("nodot", order).raw, original, true);  // no sibling yet
+  r = readof("nodot", 0);  // no sibling yet
+  EXPECT_EQ(r.read.path, "nodot");
+  EXPECT_FALSE(r.read.repaired);
+  expectsoup(r.read.raw, original, true);
   writefile("_ls_repair.stl", binarystl(repaired));
   for (const char *name : {"nodot", ".hidden"}) {
-    r = readcapture(name, order);
-    EXPECT_EQ(r.path, "_ls_repair.stl") << name;
-    expectsoup(r.raw, repaired, true);
+    r = readof(name, 0);
+    EXPECT_EQ(r.read.path, "_ls_repair.stl") << name;
+    EXPECT_TRUE(r.read.repaired) << name;
+    expectsoup(r.read.raw, repaired, true);
   }
   ASSERT_EQ(chdir(here.c_str()), 0);
 }
@@ -214,10 +218,9 @@ TEST(WriteStl, AsciiFormsReadBackAndFailures) {
     // The raw cross product, twice the area long; zero for the degenerate triangle.
     EXPECT_TRUE(contains(want, "  facet normal   0.000000E+00  0.000000E+00 -6.250000E+00\n"));
     EXPECT_TRUE(contains(want, "  facet normal   0.000000E+00  0.000000E+00  0.000000E+00\n"));
-    int order = 0;
-    const Read r = readcapture(path, order);  // our reader takes it back
-    EXPECT_TRUE(hasline(r.out, " ASCII STL file"));
-    expectsoup(r.raw, s, false, true);
+    const Read r = readof(path, 0);  // our reader takes it back
+    EXPECT_TRUE(r.read.ascii);
+    expectsoup(r.read.raw, s, false, true);
   }
   // A form that is none of a, b, c, d is message 319 and writes nothing; a folder that does
   // not exist is message 31 for every form.

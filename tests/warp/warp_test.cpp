@@ -14,6 +14,7 @@
 
 #include "base/memory.h"
 #include "reporting.h"
+#include "shapes.h"
 #include "surface/preparesurface.h"
 #include "warp/nodegrid.h"
 #include "warp/refine.h"
@@ -249,30 +250,12 @@ TEST(ScanPath, ThreeOffsetsWeighNineTimesEach) {
 
 namespace {
 
-// A closed cube [0, L]^3 (each face in n x n squares) and, beside it unless told otherwise, an
-// open square sheet: boundary and interior edges, prepared as a run prepares a surface.
+// A closed cube [0, L]^3 and, beside it unless told otherwise, an open square sheet
+// (tests/shapes.h), prepared as a run prepares a surface.
 void cubeandsheet(double L, int n, SurfaceMesh &mesh, EdgeTable &edges, bool sheet = true) {
-  const P3 faces[7][3] = {{{0, 0, 0}, {0, L, 0}, {L, 0, 0}}, {{0, 0, L}, {L, 0, 0}, {0, L, 0}},
-                          {{0, 0, 0}, {L, 0, 0}, {0, 0, L}}, {{0, L, 0}, {0, 0, L}, {L, 0, 0}},
-                          {{0, 0, 0}, {0, 0, L}, {0, L, 0}}, {{L, 0, 0}, {0, L, 0}, {0, 0, L}},
-                          {{2 * L, 0, 0.3 * L}, {L, 0, 0}, {0, L, 0}}};
-  RawSurface raw;
-  auto put = [&](const P3 *f, int i, int j) {
-    for (int a = 0; a < 3; ++a) raw.vrt.push_back(f[0][a] + (double(i) / n) * f[1][a] + (double(j) / n) * f[2][a]);
-  };
-  for (const auto &f : faces) {
-    if (!sheet && &f == &faces[6]) break;
-    for (int j = 0; j < n; ++j)
-      for (int i = 0; i < n; ++i) {
-        put(f, i, j), put(f, i + 1, j), put(f, i + 1, j + 1);
-        put(f, i, j), put(f, i + 1, j + 1), put(f, i, j + 1);
-      }
-  }
-  raw.nvrt = static_cast<int32_t>(raw.vrt.size() / 3);
-  raw.ntri = raw.nvrt / 3;
-  raw.box = boundingbox(raw.vrt.data(), static_cast<size_t>(raw.nvrt));
-  wft::CapturedReporter cap;
-  preparesurface(cap.rep, raw, Tolerances{}, "part.stl", "part.stl", mesh, edges);
+  PreparedSurface prep = wft::preparedof(wft::cubeandsheet(L, n, sheet));
+  mesh = std::move(prep.mesh);
+  edges = std::move(prep.edges);
 }
 
 struct Refined {

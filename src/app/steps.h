@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The steps of a surface that print: each calls the algorithms below (which return what they
+// found and never print) and says the run's lines from their results, at the moments the
+// algorithms tell (their stage callbacks). Read top to bottom, a step is what the console shows.
+// A fatal condition throws Fatal, as the algorithms do; only main catches it.
+#pragma once
+
+#include <string>
+
+#include "base/reporter.h"
+#include "recheck/readback.h"
+#include "repair/repairclient.h"
+#include "surface/preparesurface.h"
+#include "surface/readstl.h"
+#include "warp/closestpoint.h"
+
+namespace wf {
+
+// The read of one surface: "Reading", the repaired sibling taken, the byte orders tried, the
+// form, the box and the counts. stlpath receives the file read (the repaired sibling when
+// there is one) and byteorder the order to remember, each as soon as the read knows it.
+// Throws what readstl throws (130, 131 and the attempts' messages).
+RawSurface readstlstep(Reporter &rep, std::string &stlpath, int &byteorder);
+
+// The preparation of a soup with its console lines: the tolerance (and its warning when
+// raised), the merge, the edges with the warnings on watertightness (naming `surfacename`)
+// and on orientation (naming `stlpath`). The soup is consumed. Throws Fatal 32.
+PreparedSurface preparesurfacestep(Reporter &rep, RawSurface &raw, const Tolerances &rules,
+                                   const std::string &surfacename, const std::string &stlpath);
+
+// A reference or scanned geometry as a query set: the title line, the read of `file` (stlpath
+// and byteorder as for readstlstep), "Calculating surface normals", and the set. Throws what
+// the read throws.
+QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file,
+                      std::string &stlpath, int &byteorder);
+
+// The read-back of a written surface for its check: a blank line, the read of `file` (trailing
+// blanks cut) and the box of the read-back (recheck/readback.h).
+RawSurface readbackstep(Reporter &rep, const std::string &file, std::string &stlpath,
+                        int &byteorder);
+
+struct RecheckSettings {
+  Tolerances tolerances;
+  double repairtol = 0.01;
+  bool tsre = false;
+};
+
+// The post-warp check (*TSRD): the output file read back and prepared; a clean surface gets its
+// normals (nothing reads them further), any other goes to repair. Returns the file that stands
+// for the output afterwards as a blank-padded field of 8192 characters (the output, or the
+// repaired file whether or not the repair succeeded: the padding is what the rest of the pass
+// compares with, so a repaired output is not converted to the plain package). stlpath and
+// byteorder are those of the reader.
+std::string recheckstep(Reporter &rep, const std::string &outstlpath,
+                        const RecheckSettings &settings, std::string &stlpath, int &byteorder);
+
+}  // namespace wf

@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The steps of a surface as the console shows them: the read (the repaired sibling, the byte
+// orders tried, the form, the box and counts), the preparation (tolerance, merge, edges and the
+// warnings), the read-back and the query sets. What the algorithms compute is tested with them.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "app/steps.h"
+#include "base/textio.h"
+#include "reporting.h"
+#include "shapes.h"
+#include "testutil.h"
+
+using namespace wft;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+struct Read {
+  wf::RawSurface raw;
+  std::string out, fatal, path;
+};
+
+// One read as a step of the run; byteorder is carried from read to read as the run does.
+Read readcapture(const std::string &path, int &byteorder) {
+  Read r;
+  r.path = path;
+  CapturedReporter cap;
+  r.fatal = fatalof([&] { r.raw = wf::readstlstep(cap.rep, r.path, byteorder); });
+  r.out = cap.text();
+  return r;
+}
+
+Lines formatlines(const std::string &out) {
+  Lines r;
+  for (const auto &l : splitlines(out))
+    if (contains(l, "Reading in ")) r.push_back(l);
+  return r;
+}
+
+bool hasline(const std::string &out, const std::string &line) {
+  const Lines lines = splitlines(out);
+  return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+struct Prepared {
+  wf::PreparedSurface prep;
+  std::string out;
+};
+
+// The soup as just read, then the preparation step of the surface "part.stl".
+Prepared preparecapture(const Soup &s, const wf::Tolerances &rules = {},
+                        const std::string &name = "part.stl", const std::string &path = "part.stl") {
+  wf::RawSurface raw = rawof(s);
+  Prepared p;
+  CapturedReporter cap;
+  p.prep = wf::preparesurfacestep(cap.rep, raw, rules, name, path);
+  p.out = cap.text();
+  return p;
+}
+
+}  // namespace
+
+TEST(SurfaceSteps, ReadAsciiLines) {
+  const std::string path = tempdir("stepascii") + "/part.stl";
+  Soup s = tetrahedron(0.1);
+  for (double &x : s) x -= 3.0;
+  writefile(path, asciistl(s));
+  int order = 0;
+  const Read r = readcapture(path, order);
+  ASSERT_EQ(r.fatal, "none") << r.out;
+  EXPECT_EQ(order, 0);
+  const std::string lo = wf::scitext(-3.0), hi = wf::scitext(0.1 - 3.0);
+  EXPECT_EQ(splitlines(r.out), Lines({" Reading " + path, " ASCII STL file", " Bounding box:",
+                                      lo + " <= x <= " + hi, lo + " <= y <= " + hi, lo + " <= z <= " + hi,
+                                      "", " Number of vertices  = 12", " Number of triangles = 4",
+                                      " Finished reading " + path, ""}));
+}
+
+TEST(SurfaceSteps, ReadByteOrderLinesAndTheirMemory) {
+  const std::string dir = tempdir("steporder");
+  const Soup s = cube(3.0, -1.5, 0.25, 7.0);
+  writefile(dir + "/le.stl", binarystl(s, false));
+  writefile(dir + "/be.stl", binarystl(s, true));
+  writefile(dir + "/solid.stl", binarystl(s, false, "solid pretending to be text", -1, "tail"));
+  const std::string native = " Reading in native format...", little = " Reading in little_endian format...",
+                    big = " Reading in big_endian format...";
+  const std::tuple<const char *, Lines, int> steps[] = {
+      {"le", {native}, 1}, {"le", {native}, 1}, {"be", {native, native, little, big}, 3},
+      {"be", {big}, 3}, {"solid", {big, native}, 1}};
+  int order = 0;
+  for (const auto &[file, formats, want] : steps) {
+    const Read r = readcapture(dir + "/" + file + ".stl", order);
+    ASSERT_EQ(r.fatal, "none") << r.out;
+    EXPECT_EQ(formatlines(r.out), formats) << file;
+    EXPECT_EQ(order, want) << file;
+    EXPECT_TRUE(hasline(r.out, " Binary STL file") && hasline(r.out, " Number of triangles = 12"));
+  }
+}
+
+TEST(SurfaceSteps, ReadOfAFileNoByteOrderReads) {
+  // A file that no byte order reads: the four attempts are said, then "Binary STL file" all the
+  // same, then message 130; the order the step gives back is the last one tried.
+  const std::string dir = tempdir("stepbad");
+  const std::string full = binarystl(tetrahedron(5.0));
+  for (const std::string &bad : {std::string(50, 'x'), full.substr(0, full.size() - 30)}) {
+    writefile(dir + "/bad.stl", bad);
+    int order = 0;
+    const Read r = readcapture(dir + "/bad.stl", order);
+    EXPECT_EQ(r.fatal, "130") << r.out;
+    EXPECT_EQ(order, 4);
+    const Lines lines = splitlines(r.out);
+    ASSERT_EQ(lines.size(), 6u) << r.out;
+    EXPECT_EQ(lines[4], " Reading in non-native format...");
+    EXPECT_EQ(lines[5], " Binary STL file");
+  }
+}
+
+TEST(SurfaceSteps, ReadRepairedSiblingLines) {
+  const std::string dir = tempdir("steprepair");
+  writefile(dir + "/part.v2.stl", binarystl(tetrahedron(1.0)));
+  writefile(dir + "/part.v2_ls_repair.stl", binarystl(cube(2.0)));
+  int order = 0;
+  const Read r = readcapture(dir + "/part.v2.stl", order);
+  EXPECT_EQ(r.path, dir + "/part.v2_ls_repair.stl");
+  const Lines lines = splitlines(r.out);
+  ASSERT_GE(lines.size(), 4u);
+  EXPECT_EQ(Lines(lines.begin(), lines.begin() + 4),
+            Lines({" Reading " + dir + "/part.v2.stl", " Detected repaired STL.", " Reading " + r.path + " instead...",
+                   " Reading in native format..."}));
+  EXPECT_TRUE(hasline(r.out, " Finished reading " + r.path));
+}
+
+// A clean surface: every line of the preparation in its order.
+TEST(SurfaceSteps, CleanSurfaceLines) {
+  const Prepared p = preparecapture(cube(2.0));
+  EXPECT_EQ(p.prep.check.status, 0);
+  EXPECT_EQ(splitlines(p.out),
+            Lines({" Minimum edge length = " + wf::numtext(2.0),
+                   " Machine precision = " + wf::numtext(wf::machineprecision),
+                   " STL precision for 8-byte integers = " + wf::numtext(0x1p-63 * 2.0),
+                   " Absolute tolerance = " + wf::numtext(1.0e-6 * 2.0), "", " Equivalencing vertices",
+                   " Number of unique vertices = 8", " Finished vertex equivalencing", "",
+                   " Equivalencing STL edges", " Number of unique edges = 18",
+                   " Euler characteristic   = 2", " Finished edge equivalencing", ""}));
+}
+
+TEST(SurfaceSteps, FlippedOpenAndOverloaded) {
+  // A tetrahedron with one triangle turned: three inverse edges, named by the path read.
+  Soup s = tetrahedron();
+  std::swap_ranges(s.begin() + 12, s.begin() + 15, s.begin() + 15);
+  Prepared p = preparecapture(s, {}, "part.stl", "dir/part.stl");
+  EXPECT_FALSE(p.prep.check.oriented);
+  EXPECT_TRUE(contains(p.out, "\n *** WARNING: 1\n STL file dir/part.stl has 3 inversely oriented edges.\n"
+                              " Consider repairing the STL with Tessero before continuing.\n \n"));
+  // A single triangle: the plain block and the numbered warning, no orientation check. The
+  // watertightness warnings give the job's name of the surface, not the path read.
+  p = preparecapture({0, 0, 0, 1, 0, 0, 0, 1, 0}, {}, "part.stl", "elsewhere/part_ls_repair.stl");
+  EXPECT_EQ(p.prep.check.status, -1);
+  EXPECT_TRUE(contains(p.out, "\n\n WARNING\n STL file part.stl is not watertight.\n"
+                              " Edges with   1 triangle  = 3\n Edges with   2 triangles = 0\n"
+                              " Edges with > 2 triangles = 0\n\n"
+                              " Consider repairing the STL (e.g. with Tessero) before continuing.\n\n"
+                              " Euler characteristic   = 1\n"));
+  EXPECT_TRUE(contains(p.out, " *** WARNING: 1\n STL file part.stl has non-manifold edges\n \n"
+                              " Use a larger tolerance multiplier, or repair the geometry in Tessero\n \n"));
+  EXPECT_FALSE(contains(p.out, "inversely"));
+  // Three triangles on one edge.
+  p = preparecapture({0, 0, 0, 4, 0, 0, 1, 3, 0, 4, 0, 0, 0, 0, 0, 1, -3, 0, 1, 0, 3, 0, 0, 0, 4, 0, 0});
+  EXPECT_TRUE(contains(p.out, " Edges with   1 triangle  = 6\n Edges with   2 triangles = 0\n"
+                              " Edges with > 2 triangles = 1\n"));
+}
+
+TEST(SurfaceSteps, RaisedToleranceWarning) {
+  // All corners equal: the tolerance rises to the machine precision, said before the merge.
+  Prepared p = preparecapture({3, 3, 3, 3, 3, 3, 3, 3, 3});
+  const std::string warning = " *** WARNING: 1\n Absolute tolerance must be greater than:\n"
+                              " 2.220446049250313e-16\n \n Increasing tolerance to 2.220446049250313e-16\n \n";
+  const size_t at = p.out.find(warning);
+  ASSERT_NE(at, std::string::npos) << p.out;
+  EXPECT_LT(p.out.find(" Absolute tolerance = "), at);
+  EXPECT_EQ(p.out.find(" Equivalencing vertices\n"), at + warning.size());
+  p = preparecapture({0, 0, 0, 0x1p20, 0, 0, 0, 1e-20, 0});
+  EXPECT_TRUE(contains(p.out, " Increasing tolerance to " + wf::numtext(0x1p-43) + "\n"));
+}
+
+TEST(SurfaceSteps, ReadBackAndQuerySetLines) {
+  const std::string dir = tempdir("stepback");
+  writefile(dir + "/out.stl", binarystl(cube(2.0)));
+  CapturedReporter cap;
+  std::string path;
+  int order = 0;
+  const wf::RawSurface back = wf::readbackstep(cap.rep, dir + "/out.stl   ", path, order);
+  EXPECT_EQ(path, dir + "/out.stl");  // the blanks of the field cut
+  EXPECT_EQ(back.ntri, 12);
+  Lines lines = splitlines(cap.text());
+  ASSERT_GE(lines.size(), 2u);
+  EXPECT_EQ(Lines(lines.begin(), lines.begin() + 2), Lines({"", " Reading " + dir + "/out.stl"}));
+  const wf::QuerySet set = wf::querysetstep(cap.rep, "Processing reference geometry", dir + "/out.stl", path, order);
+  lines = splitlines(cap.text());
+  ASSERT_GE(lines.size(), 3u);
+  EXPECT_EQ(lines.front(), " Processing reference geometry");
+  EXPECT_EQ(lines[1], " Reading " + dir + "/out.stl");
+  EXPECT_EQ(lines.back(), " Calculating surface normals");
+  EXPECT_EQ(set.bbox[5], 2.0);
+}
