@@ -100,9 +100,11 @@ void processsurface(Reporter &rep, RunData &run, int i) {
     edges = EdgeTable();
 
     rep.say("Calculating surface normals");
+    // Only the text forms print the facet normals; the binary ones write zeros.
     std::vector<double> nrgtri;
-    facetnormals(mesh.vrt.data(), static_cast<size_t>(mesh.nvrt), mesh.tri.data(), mesh.ntri,
-                 nrgtri);
+    const StlForm form = StlForm(st.stlformat);
+    if (form == StlForm::ascii || form == StlForm::asciijoined)
+      facetnormals(mesh.vrt.data(), static_cast<size_t>(mesh.nvrt), mesh.tri.data(), mesh.ntri, nrgtri);
     const std::string out = rtrim(outstlpath);
     writestl(mesh, &nrgtri, out, StlForm(st.stlformat));
     if (StlForm(st.stlformat) == StlForm::binary) rep.say("Finished writing binary STL file " + out);

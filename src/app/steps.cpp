@@ -8,7 +8,6 @@
 
 #include "base/text.h"
 #include "base/textio.h"
-#include "surface/normals.h"
 
 namespace wf {
 
@@ -163,10 +162,8 @@ std::string recheckstep(Reporter &rep, const std::string &outstlpath,
   // The warnings on watertightness name the output as given.
   PreparedSurface prep = preparesurfacestep(rep, raw, settings.tolerances, entry, stlpath);
   if (prep.check.status == 0) {
+    // The line stays; the normals themselves would have no reader.
     rep.say("Calculating surface normals");
-    std::vector<double> n;
-    facetnormals(prep.mesh.vrt.data(), static_cast<size_t>(prep.mesh.nvrt), prep.mesh.tri.data(),
-                 prep.mesh.ntri, n);
   } else {
     // The preparation has printed the warning on the non-manifold edges; its arrays go before
     // the repair.
