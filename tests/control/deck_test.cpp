@@ -2,12 +2,14 @@
 // The control deck: card and line rules, lists, the echo, and the faults with their codes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
 #include "base/text.h"
 #include "base/textio.h"
 #include "control/deck.h"
+#include "control/deckcards.h"
 #include "reporting.h"
 #include "testutil.h"
 
@@ -255,4 +257,31 @@ TEST(Deck, EchoShowsEachValueInItsPlace) {
   // The warning is given by the echo, the flag cleared once the deck has passed.
   EXPECT_FALSE(r->settings.astlflag);
   EXPECT_TRUE(readdecktext("*INPU\njob\n*ASTL\n")->settings.astlflag);
+}
+
+
+// Every card of the table is in the README's card table, and every card there is in the table.
+TEST(Deck, ReadmeListsTheCardsOfTheTable) {
+  std::vector<std::string> readme;
+  for (const std::string &line : wft::splitlines(wft::readfile(WARPFORGE_SOURCE_DIR "/README.md")))
+    if (line.rfind("| `*", 0) == 0) {
+      const std::string cell = line.substr(1, line.find('|', 1) - 1);  // "`*O3DM` / `*N3DM`"
+      for (size_t p = cell.find("`*"); p != std::string::npos; p = cell.find("`*", p + 1))
+        readme.push_back(cell.substr(p + 1, cell.find('`', p + 1) - p - 1));
+    }
+  std::vector<std::string> table;
+  for (const DeckCard &card : deckcards()) table.emplace_back(card.keyword);
+  std::sort(readme.begin(), readme.end());
+  std::sort(table.begin(), table.end());
+  EXPECT_EQ(readme, table);
+  EXPECT_GE(table.size(), 30u);
+}
+
+// The table's own records: each keyword is found by its padded first five characters, and a
+// keyword that differs is not.
+TEST(Deck, EveryCardIsFoundByItsKeyword) {
+  for (const DeckCard &card : deckcards()) EXPECT_EQ(findcard(card.keyword), &card) << card.keyword;
+  EXPECT_EQ(findcard("*warp"), nullptr);
+  EXPECT_EQ(findcard("*STLM"), nullptr);  // a card of the solver input file only
+  EXPECT_EQ(findcard("*WAR "), nullptr);
 }
