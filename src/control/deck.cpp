@@ -2,11 +2,29 @@
 #include "control/deck.h"
 
 #include <cmath>
+#include <iterator>
 
 #include "base/fatal.h"
 #include "base/text.h"
+#include "control/deckcards.h"
 
 namespace wf {
+
+// The parser's state while one card is read: where the value lines come from, where the values
+// go, and what a card's own handler may note for the echo.
+struct CardRead {
+  Reporter &rep;
+  LineReader &in;
+  const std::string &deckpath;
+  const std::string &keyline;  // the token that named the card, as read
+  Settings &settings;
+  JobFiles &files;
+  bool ztolgiven = false;  // *ZTOL was given: the echo warns when *FIXZ was not
+
+  std::string textvalue();
+  void realvalue(double &target);
+  void intvalue(int32_t &target);
+};
 
 namespace {
 
@@ -64,18 +82,297 @@ void readidlist(LineReader &in, List<int32_t> &ids, const std::string &deckpath,
   in.stepback();
 }
 
-void echo(Reporter &rep, Settings &s, bool ztolgiven) {
-  rep.say("Warpage scaling factor      = " + numtext(s.warpscale));
-  rep.say("Output unit scaling factor  = " + numtext(s.unitscale));
-  rep.say("# of weighted average nodes = " + inttext(s.navgnodes));
-  rep.say("Weighted average exponent   = " + numtext(s.avgexponent));
-  rep.say("Snapping tolerance          = " + numtext(s.snaptol));
-  rep.say("Max refinement levels       = " + inttext(s.maxrefine));
-  rep.say("Min edge length             = " + numtext(s.minedge));
-  rep.say("Max edge length             = " + numtext(s.maxedge));
-  rep.say("Refinement tolerance        = " + numtext(s.refinetol));
-  rep.say("STL output format           = " + std::string(1, s.stlformat));
-  rep.say("Increment offset            = " + inttext(s.incoffset));
+// ---- handlers of single cards (the after field of their records)
+
+// *TSRT: a repair tolerance that is not positive is reset to its default, with a numbered
+// warning, and the run goes on.
+void resetrepairtol(CardRead &r) {
+  if (r.settings.repairtol > 0) return;
+  r.rep.printwarning();
+  r.rep.printline("Tessero repair tolerance must be positive.  Resetting to default.");
+  r.rep.printline("");
+  r.settings.repairtol = Settings().repairtol;
+}
+
+// *ZTOL: the echo tells when the tolerance was given without *FIXZ.
+void notezgiven(CardRead &r) { r.ztolgiven = true; }
+
+// ---- the table
+
+// Every card of the deck. Each check of one card's value has its place in the validation; the
+// places count on through the named checks across cards below (kNamedChecks), so that the two
+// lists together give the order of the validation's messages and lines.
+constexpr DeckCard kCards[] = {
+    {.keyword = "*INPU", .kind = CardKind::text, .flag = &Settings::inpuflag,
+     .text = &JobFiles::inputfile},
+    {.keyword = "*STLF", .kind = CardKind::filelist, .filelist = &JobFiles::stlfiles},
+    {.keyword = "*CASE", .kind = CardKind::text, .flag = &Settings::caseflag,
+     .text = &JobFiles::casefile},
+    {.keyword = "*TSRD", .kind = CardKind::flag, .flag = &Settings::tsrdflag},
+    {.keyword = "*OVTK", .kind = CardKind::flag, .flag = &Settings::ovtkflag},
+    {.keyword = "*O3DM", .kind = CardKind::flag, .flag = &Settings::o3dmflag},
+    {.keyword = "*N3DM", .kind = CardKind::clearflag, .flag = &Settings::o3dmflag},
+    {.keyword = "*O3MF", .kind = CardKind::flag, .flag = &Settings::o3mfflag},
+    {.keyword = "*TSRE", .kind = CardKind::flag, .flag = &Settings::tsreflag},
+    {.keyword = "*TSRT", .kind = CardKind::real, .real = &Settings::repairtol,
+     .after = resetrepairtol},
+    {.keyword = "*REFG", .kind = CardKind::namelist, .flag = &Settings::refgflag,
+     .names = &Settings::reffiles},
+    {.keyword = "*SCNG", .kind = CardKind::namelist, .flag = &Settings::scngflag,
+     .names = &Settings::scnfiles},
+    {.keyword = "*OUTP", .kind = CardKind::namelist, .flag = &Settings::outpflag,
+     .names = &Settings::outfiles},
+    {.keyword = "*WARP", .kind = CardKind::real, .real = &Settings::warpscale,
+     .echolabel = "Warpage scaling factor      = "},
+    {.keyword = "*UNIT", .kind = CardKind::real, .real = &Settings::unitscale,
+     .echolabel = "Output unit scaling factor  = "},
+    {.keyword = "*NINT", .kind = CardKind::integer, .integer = &Settings::navgnodes,
+     .echolabel = "# of weighted average nodes = ",
+     .checks = {{.place = 9, .code = 182,
+                 .fails = [](const Settings &s, const JobFiles &) { return s.navgnodes < 1; }},
+                // Each thread keeps 20 bytes per averaged node: beyond this no machine holds
+                // the arrays, with a mesh to match or, in a scan job, without one.
+                {.place = 10, .code = 172,
+                 .fails = [](const Settings &s,
+                             const JobFiles &) { return s.navgnodes > kMaxAverageNodes; },
+                 .withvalue = true}}},
+    {.keyword = "*EINT", .kind = CardKind::real, .real = &Settings::avgexponent,
+     .echolabel = "Weighted average exponent   = ",
+     .checks = {{.place = 11, .code = 183,
+                 .fails = [](const Settings &s, const JobFiles &) { return s.avgexponent <= 0; }}}},
+    {.keyword = "*SNAP", .kind = CardKind::real, .real = &Settings::snaptol,
+     .echolabel = "Snapping tolerance          = ",
+     .checks = {{.place = 12, .code = 184,
+                 .fails = [](const Settings &s, const JobFiles &) { return s.snaptol <= 0; }}}},
+    {.keyword = "*MAXR", .kind = CardKind::integer, .integer = &Settings::maxrefine,
+     .echolabel = "Max refinement levels       = ",
+     .checks = {{.place = 8, .code = 181,
+                 .fails = [](const Settings &s, const JobFiles &) { return s.maxrefine < 0; }}}},
+    {.keyword = "*MINE", .kind = CardKind::real, .real = &Settings::minedge,
+     .echolabel = "Min edge length             = ",
+     .checks = {{.place = 13, .code = 185,
+                 .fails = [](const Settings &s, const JobFiles &) { return s.minedge <= 0; }}}},
+    {.keyword = "*MAXE", .kind = CardKind::real, .real = &Settings::maxedge,
+     .echolabel = "Max edge length             = "},
+    {.keyword = "*RTOL", .kind = CardKind::real, .real = &Settings::refinetol,
+     .echolabel = "Refinement tolerance        = ",
+     .checks = {{.place = 15, .code = 187,  // zero is allowed
+                 .fails = [](const Settings &s, const JobFiles &) { return s.refinetol < 0; }}}},
+    {.keyword = "*FORM", .kind = CardKind::letter, .letter = &Settings::stlformat,
+     .echolabel = "STL output format           = ",
+     .checks = {{.place = 16, .code = 188,
+                 .fails = [](const Settings &s, const JobFiles &) {
+                   return s.stlformat != 'a' && s.stlformat != 'b' && s.stlformat != 'c' &&
+                          s.stlformat != 'd';
+                 }}}},
+    {.keyword = "*IOFF", .kind = CardKind::integer, .integer = &Settings::incoffset,
+     .echolabel = "Increment offset            = "},
+    {.keyword = "*ISTL", .kind = CardKind::idlist, .flag = &Settings::istlflag,
+     .ids = &JobFiles::stlids,
+     .checks = {{.place = 17, .code = 189,  // once for the whole list
+                 .fails = [](const Settings &s, const JobFiles &f) {
+                   if (!s.istlflag) return false;
+                   for (int i = 0; i < f.stlids.n; ++i)
+                     if (f.stlids[static_cast<size_t>(i)] < 1) return true;
+                   return false;
+                 }}}},
+    {.keyword = "*NRLE", .kind = CardKind::flag, .flag = &Settings::norelflag},
+    {.keyword = "*FIXZ", .kind = CardKind::flag, .flag = &Settings::fixzflag},
+    {.keyword = "*ZTOL", .kind = CardKind::real, .real = &Settings::ztol, .after = notezgiven,
+     .checks = {{.place = 1, .code = 176,
+                 .fails = [](const Settings &s, const JobFiles &) { return s.ztol < 0; }}}},
+    {.keyword = "*ASTL", .kind = CardKind::flag, .flag = &Settings::astlflag},
+    {.keyword = "*SSTL", .kind = CardKind::flag, .flag = &Settings::sstlflag},
+    {.keyword = "*WRTU", .kind = CardKind::flag, .flag = &Settings::wrtuflag},
+};
+
+// ---- the validation
+
+// The state of one validation: every check runs, each fault posts its message as an error.
+struct Validation {
+  Reporter &rep;
+  const Settings &s;
+  const JobFiles &files;
+  bool failed = false;
+
+  void fail(int code, const std::vector<std::string> &vars = {}) {
+    rep.post(Severity::error, code, vars);
+    failed = true;
+  }
+};
+
+// *ISTL with *OUTP: one output name per id (177), and no name twice (178 with the later and the
+// earlier number, for each such pair in turn).
+void idsmatchoutputs(Validation &v) {
+  const Settings &s = v.s;
+  if (!s.istlflag || !s.outpflag) return;
+  if (s.outfiles.n != v.files.stlids.n) v.fail(177);
+  for (int j = 2; j <= s.outfiles.n; ++j)
+    for (int i = 1; i <= j - 1; ++i)
+      if (rtrim(s.outfiles[static_cast<size_t>(j - 1)]) == rtrim(s.outfiles[static_cast<size_t>(i - 1)]))
+        v.fail(178, {std::to_string(j), std::to_string(i)});
+}
+
+// The surfaces to export: all, or the ids of *ISTL.
+void showsurfaces(Validation &v) {
+  if (!v.s.istlflag) {
+    v.rep.say("Exporting all stl files");
+  } else {
+    v.rep.say("STL IDs                     = ");
+    for (int i = 0; i < v.files.stlids.n; ++i)
+      v.rep.say(kIndent + std::to_string(v.files.stlids[static_cast<size_t>(i)]));
+  }
+  v.rep.blank();
+}
+
+// A job warps either the result of *INPU or a scan (*SCNG), else 179; the input file and the
+// output names are shown.
+void inputorscan(Validation &v) {
+  const Settings &s = v.s;
+  if (!s.inpuflag && !s.scngflag) {
+    v.fail(179, {"Corvanta Tessero Thermo Mechanics"});
+  } else if (s.inpuflag) {
+    v.rep.say("Input file                  = " + rtrim(v.files.inputfile));
+    v.rep.say("Output files                = ");
+    for (int i = 0; i < s.outfiles.n; ++i) v.rep.say(kIndent + rtrim(s.outfiles[static_cast<size_t>(i)]));
+    v.rep.blank();
+  }
+}
+
+// A geometry list is shown, and holds one file at most (180).
+void showgeometries(Validation &v, bool given, const char *label, const List<std::string> &list) {
+  if (!given) return;
+  v.rep.say(label);
+  for (int i = 0; i < list.n; ++i)
+    v.rep.say(kIndent + "\"" + rtrim(list[static_cast<size_t>(i)]) + "\"");
+  if (list.n > 1) v.fail(180);
+}
+void showreferences(Validation &v) {
+  showgeometries(v, v.s.refgflag, "Reference geometries = ", v.s.reffiles);
+}
+void showscans(Validation &v) {
+  showgeometries(v, v.s.scngflag, "Scanned geometries = ", v.s.scnfiles);
+}
+
+// A scan job without *INPU takes its surface from *REFG alone (198 without one).
+void scansurface(Validation &v) {
+  if (!v.s.inpuflag && v.s.reffiles.n < 1 && v.s.scngflag) v.fail(198);
+}
+
+// *MINE not above *MAXE (186); equal is allowed.
+void edgelimits(Validation &v) {
+  if (v.s.minedge > v.s.maxedge) v.fail(186);
+}
+
+// A check that looks at more than one card, or a part of the validation that shows lines.
+struct NamedCheck {
+  int place;  // in one count with the checks of single cards in kCards
+  std::string_view name;
+  void (*run)(Validation &);
+};
+
+constexpr NamedCheck kNamedChecks[] = {
+    {2, "ids and output names", idsmatchoutputs},
+    {3, "surfaces to export", showsurfaces},
+    {4, "input or scan", inputorscan},
+    {5, "reference geometries", showreferences},
+    {6, "scanned geometries", showscans},
+    {7, "surface of a scan job", scansurface},
+    {14, "edge limits", edgelimits},
+};
+
+// ---- the table's consistency, at compile time
+
+// A record sets the one target its kind reads and nothing else; a flag card has its flag; a check
+// has a place, a code and a condition, or none of them.
+constexpr bool wellformed(const DeckCard &c) {
+  if (c.keyword.size() != 5 || c.keyword[0] != '*') return false;
+  if (!c.echolabel.empty() && c.echolabel.size() != 30) return false;
+  const int targets = (c.real != nullptr) + (c.integer != nullptr) + (c.letter != nullptr) +
+                      (c.text != nullptr) + (c.names != nullptr) + (c.filelist != nullptr) +
+                      (c.ids != nullptr);
+  bool target = false;
+  switch (c.kind) {
+    case CardKind::flag:
+    case CardKind::clearflag: target = targets == 0 && c.flag != nullptr; break;
+    case CardKind::real: target = c.real != nullptr; break;
+    case CardKind::integer: target = c.integer != nullptr; break;
+    case CardKind::letter: target = c.letter != nullptr; break;
+    case CardKind::text: target = c.text != nullptr; break;
+    case CardKind::namelist: target = c.names != nullptr; break;
+    case CardKind::filelist: target = c.filelist != nullptr; break;
+    case CardKind::idlist: target = c.ids != nullptr; break;
+  }
+  if (!target || targets > 1) return false;
+  // Only a value the echo can show has an echo line or a check that names it.
+  const bool shown = c.kind == CardKind::real || c.kind == CardKind::integer ||
+                     c.kind == CardKind::letter;
+  if (!c.echolabel.empty() && !shown) return false;
+  for (const CardCheck &k : c.checks) {
+    if ((k.place == 0) != (k.code == 0) || (k.place == 0) != (k.fails == nullptr)) return false;
+    if (k.withvalue && !shown) return false;
+  }
+  return true;
+}
+
+constexpr bool tablewellformed() {
+  for (size_t i = 0; i < std::size(kCards); ++i) {
+    if (!wellformed(kCards[i])) return false;
+    for (size_t j = 0; j < i; ++j)
+      if (kCards[j].keyword == kCards[i].keyword) return false;
+  }
+  return true;
+}
+static_assert(tablewellformed(), "a card of the deck's table is malformed or given twice");
+
+// The number of checks, and whether each place from 1 to that number is taken exactly once.
+constexpr int checkcount() {
+  int n = static_cast<int>(std::size(kNamedChecks));
+  for (const DeckCard &c : kCards)
+    for (const CardCheck &k : c.checks) n += k.place != 0;
+  return n;
+}
+constexpr int kChecks = checkcount();
+constexpr bool placesonebyone() {
+  for (int place = 1; place <= kChecks; ++place) {
+    int taken = 0;
+    for (const NamedCheck &k : kNamedChecks) taken += k.place == place;
+    for (const DeckCard &c : kCards)
+      for (const CardCheck &k : c.checks) taken += k.place == place;
+    if (taken != 1) return false;
+  }
+  return true;
+}
+static_assert(placesonebyone(), "the places of the deck's checks must run 1, 2, ... once each");
+
+// ---- the steps of readdeck
+
+void readcard(const DeckCard &card, CardRead &r) {
+  Settings &s = r.settings;
+  if (card.flag != nullptr) s.*card.flag = card.kind != CardKind::clearflag;
+  switch (card.kind) {
+    case CardKind::flag:
+    case CardKind::clearflag: break;
+    case CardKind::real: r.realvalue(s.*card.real); break;
+    case CardKind::integer: r.intvalue(s.*card.integer); break;
+    case CardKind::letter: {
+      const std::string v = r.textvalue();
+      s.*card.letter = v.empty() ? ' ' : v[0];
+      break;
+    }
+    case CardKind::text: r.files.*card.text = r.textvalue(); break;
+    case CardKind::namelist: readnamelist(r.in, s.*card.names); break;
+    case CardKind::filelist: readstlf(r.in, r.files.*card.filelist); break;
+    case CardKind::idlist: readidlist(r.in, r.files.*card.ids, r.deckpath, r.keyline); break;
+  }
+  if (card.after != nullptr) card.after(r);
+}
+
+// The values in the order of the table, then the notes on cards that act together. Reads the
+// settings only.
+void echo(Reporter &rep, const Settings &s, bool ztolgiven) {
+  for (const DeckCard &card : kCards)
+    if (!card.echolabel.empty()) rep.say(std::string(card.echolabel) + cardvalue(card, s));
   if (s.fixzflag) {
     rep.blank();
     rep.say("Fixing Z displacements for vertices with minimal");
@@ -94,92 +391,94 @@ void echo(Reporter &rep, Settings &s, bool ztolgiven) {
     rep.blank();
   }
   if (s.fixzflag && s.norelflag) rep.say("WARNING:  no Z distortion will be applied during this warp.");
+  // The warning only: finishdeck clears the flag once the deck has passed.
   if (s.istlflag && s.astlflag) {
     rep.say("WARNING:  *ASTL is ignored with *ISTL");
     rep.blank();
-    s.astlflag = false;
   }
 }
 
-// All checks run; each fault posts its message. Returns whether any failed.
-bool validate(Reporter &rep, const Settings &s, JobFiles &files) {
-  bool failed = false;
-  auto fail = [&](int code, std::vector<std::string> vars = {}) {
-    rep.post(Severity::error, code, vars);
-    failed = true;
-  };
-  if (s.ztol < 0) fail(176);
-  if (s.istlflag && s.outpflag) {
-    if (s.outfiles.n != files.stlids.n) fail(177);
-    for (int j = 2; j <= s.outfiles.n; ++j)
-      for (int i = 1; i <= j - 1; ++i)
-        if (rtrim(s.outfiles[static_cast<size_t>(j - 1)]) == rtrim(s.outfiles[static_cast<size_t>(i - 1)]))
-          fail(178, {std::to_string(j), std::to_string(i)});
+// Every check, in the order of its place; each fault posts its message. Returns whether any
+// failed. Reads the settings and the job's files only.
+bool validate(Reporter &rep, const Settings &s, const JobFiles &files) {
+  Validation v{rep, s, files};
+  for (int place = 1; place <= kChecks; ++place) {
+    for (const DeckCard &card : kCards)
+      for (const CardCheck &k : card.checks)
+        if (k.place == place && k.fails(s, files)) {
+          if (k.withvalue)
+            v.fail(k.code, {cardvalue(card, s)});
+          else
+            v.fail(k.code);
+        }
+    for (const NamedCheck &k : kNamedChecks)
+      if (k.place == place) k.run(v);
   }
-  if (!s.istlflag) {
-    rep.say("Exporting all stl files");
-  } else {
-    rep.say("STL IDs                     = ");
-    for (int i = 0; i < files.stlids.n; ++i)
-      rep.say(kIndent + std::to_string(files.stlids[static_cast<size_t>(i)]));
+  return v.failed;
+}
+
+// A job without *INPU has one surface, the first of the reference list (the validation has made
+// sure there is one), of type 1 and fraction 1; whatever *STLF gave is dropped.
+void surfacefromreference(const Settings &s, JobFiles &files) {
+  files.stlfiles.start();
+  files.stltype.start();
+  files.stlfraction.start();
+  if (s.reffiles.n >= 1) {
+    pushvalue(files.stlfiles, s.reffiles[0]);
+    pushvalue(files.stltype, int32_t{1});
+    pushvalue(files.stlfraction, 1.0f);
   }
-  rep.blank();
-  if (!s.inpuflag && !s.scngflag) {
-    fail(179, {"Corvanta Tessero Thermo Mechanics"});
-  } else if (s.inpuflag) {
-    rep.say("Input file                  = " + rtrim(files.inputfile));
-    rep.say("Output files                = ");
-    for (int i = 0; i < s.outfiles.n; ++i) rep.say(kIndent + rtrim(s.outfiles[static_cast<size_t>(i)]));
-    rep.blank();
-  }
-  if (s.refgflag) {
-    rep.say("Reference geometries = ");
-    for (int i = 0; i < s.reffiles.n; ++i)
-      rep.say(kIndent + "\"" + rtrim(s.reffiles[static_cast<size_t>(i)]) + "\"");
-    if (s.reffiles.n > 1) fail(180);
-  }
-  if (s.scngflag) {
-    rep.say("Scanned geometries = ");
-    for (int i = 0; i < s.scnfiles.n; ++i)
-      rep.say(kIndent + "\"" + rtrim(s.scnfiles[static_cast<size_t>(i)]) + "\"");
-    if (s.scnfiles.n > 1) fail(180);
-  }
-  if (!s.inpuflag) {
-    // The job has one surface, taken from the reference list.
-    files.stlfiles.start();
-    files.stltype.start();
-    files.stlfraction.start();
-    if (s.reffiles.n >= 1) {
-      pushvalue(files.stlfiles, s.reffiles[0]);
-      pushvalue(files.stltype, int32_t{1});
-      pushvalue(files.stlfraction, 1.0f);
-    } else if (s.scngflag) {
-      fail(198);  // a scan job without *INPU has its surface from *REFG alone
-    }
-  }
-  if (s.maxrefine < 0) fail(181);
-  if (s.navgnodes < 1) fail(182);
-  // Each thread keeps 20 bytes per averaged node: beyond this no machine holds the arrays, with
-  // a mesh to match or, in a scan job, without one.
-  if (s.navgnodes > kMaxAverageNodes) fail(172, {inttext(s.navgnodes)});
-  if (s.avgexponent <= 0) fail(183);
-  if (s.snaptol <= 0) fail(184);
-  if (s.minedge <= 0) fail(185);
-  if (s.minedge > s.maxedge) fail(186);
-  if (s.refinetol < 0) fail(187);
-  if (s.stlformat != 'a' && s.stlformat != 'b' && s.stlformat != 'c' && s.stlformat != 'd') fail(188);
-  if (s.istlflag) {
-    for (int i = 0; i < files.stlids.n; ++i) {
-      if (files.stlids[static_cast<size_t>(i)] < 1) {
-        fail(189);
-        break;
-      }
-    }
-  }
-  return failed;
+}
+
+// The settings of a deck that has passed, made final: *ASTL yields to *ISTL (as the echo has
+// warned), a job without *INPU takes its surface from the reference list, and *SSTL starts the
+// selection by fraction.
+void finishdeck(Settings &s, JobFiles &files) {
+  if (s.istlflag) s.astlflag = false;
+  if (!s.inpuflag) surfacefromreference(s, files);
+  files.selectbyfraction = s.sstlflag;
 }
 
 }  // namespace
+
+std::string CardRead::textvalue() {
+  skipcomments(in);
+  std::string v;
+  checkdeckread(readtoken(in, v), deckpath, keyline);
+  stripquotes(v);
+  return v;
+}
+
+// A real value that is not finite (nan, inf, beyond the double range) no run can use: it is
+// refused as a value that does not read.
+void CardRead::realvalue(double &target) {
+  skipcomments(in);
+  int rd = readrealline(in, target);
+  if (rd == 0 && !std::isfinite(target)) rd = IOSTAT_BADVALUE;
+  checkdeckread(rd, deckpath, keyline);
+}
+
+void CardRead::intvalue(int32_t &target) {
+  skipcomments(in);
+  checkdeckread(readintline(in, target), deckpath, keyline);
+}
+
+std::span<const DeckCard> deckcards() { return kCards; }
+
+const DeckCard *findcard(std::string_view key) {
+  for (const DeckCard &card : kCards)
+    if (card.keyword == key) return &card;
+  return nullptr;
+}
+
+std::string cardvalue(const DeckCard &card, const Settings &settings) {
+  switch (card.kind) {
+    case CardKind::real: return numtext(settings.*card.real);
+    case CardKind::integer: return inttext(settings.*card.integer);
+    case CardKind::letter: return std::string(1, settings.*card.letter);
+    default: return std::string();
+  }
+}
 
 void skipcomments(LineReader &in) {
   std::string line;
@@ -241,11 +540,11 @@ void readdeck(Reporter &rep, const std::vector<std::string> &args, Settings &set
   // Every default, in one place: the initialisers of Settings.
   settings = Settings();
   Settings &s = settings;
-  bool ztolgiven = false;
 
   LineReader in;
   checkopen(in.open(path), path);
   std::string token;
+  CardRead card{rep, in, path, token, s, files};
   for (;;) {
     skipcomments(in);
     const int st = readtoken(in, token);
@@ -257,102 +556,8 @@ void readdeck(Reporter &rep, const std::vector<std::string> &args, Settings &set
     }
     std::string key = token.substr(0, 5);
     key.resize(5, ' ');
-    auto textvalue = [&](std::string &target) {
-      skipcomments(in);
-      std::string v;
-      checkdeckread(readtoken(in, v), path, token);
-      stripquotes(v);
-      target = v;
-    };
-    // A real value that is not finite (nan, inf, beyond the double range) no run can use: it
-    // is refused as a value that does not read.
-    auto realvalue = [&](double &target) {
-      skipcomments(in);
-      int rd = readrealline(in, target);
-      if (rd == 0 && !std::isfinite(target)) rd = IOSTAT_BADVALUE;
-      checkdeckread(rd, path, token);
-    };
-    auto intvalue = [&](int32_t &target) {
-      skipcomments(in);
-      checkdeckread(readintline(in, target), path, token);
-    };
-    if (key == "*INPU") {
-      textvalue(files.inputfile);
-      s.inpuflag = true;
-    } else if (key == "*STLF") {
-      readstlf(in, files.stlfiles);
-    } else if (key == "*CASE") {
-      textvalue(files.casefile);
-      s.caseflag = true;
-    } else if (key == "*TSRD") {
-      s.tsrdflag = true;
-    } else if (key == "*OVTK") {
-      s.ovtkflag = true;
-    } else if (key == "*O3DM") {
-      s.o3dmflag = true;
-    } else if (key == "*N3DM") {
-      s.o3dmflag = false;
-    } else if (key == "*O3MF") {
-      s.o3mfflag = true;
-    } else if (key == "*TSRE") {
-      s.tsreflag = true;
-    } else if (key == "*TSRT") {
-      realvalue(s.repairtol);
-      if (s.repairtol <= 0) {
-        rep.printwarning();
-        rep.printline("Tessero repair tolerance must be positive.  Resetting to default.");
-        rep.printline("");
-        s.repairtol = 0.01;
-      }
-    } else if (key == "*REFG") {
-      s.refgflag = true;
-      readnamelist(in, s.reffiles);
-    } else if (key == "*SCNG") {
-      s.scngflag = true;
-      readnamelist(in, s.scnfiles);
-    } else if (key == "*OUTP") {
-      s.outpflag = true;
-      readnamelist(in, s.outfiles);
-    } else if (key == "*WARP") {
-      realvalue(s.warpscale);
-    } else if (key == "*UNIT") {
-      realvalue(s.unitscale);
-    } else if (key == "*NINT") {
-      intvalue(s.navgnodes);
-    } else if (key == "*EINT") {
-      realvalue(s.avgexponent);
-    } else if (key == "*SNAP") {
-      realvalue(s.snaptol);
-    } else if (key == "*MAXR") {
-      intvalue(s.maxrefine);
-    } else if (key == "*MINE") {
-      realvalue(s.minedge);
-    } else if (key == "*MAXE") {
-      realvalue(s.maxedge);
-    } else if (key == "*RTOL") {
-      realvalue(s.refinetol);
-    } else if (key == "*FORM") {
-      std::string v;
-      textvalue(v);
-      s.stlformat = v.empty() ? ' ' : v[0];
-    } else if (key == "*IOFF") {
-      intvalue(s.incoffset);
-    } else if (key == "*ISTL") {
-      s.istlflag = true;
-      readidlist(in, files.stlids, path, token);
-    } else if (key == "*NRLE") {
-      s.norelflag = true;
-    } else if (key == "*FIXZ") {
-      s.fixzflag = true;
-    } else if (key == "*ZTOL") {
-      realvalue(s.ztol);
-      ztolgiven = true;
-    } else if (key == "*ASTL") {
-      s.astlflag = true;
-    } else if (key == "*SSTL") {
-      s.sstlflag = true;
-    } else if (key == "*WRTU") {
-      s.wrtuflag = true;
+    if (const DeckCard *known = findcard(key)) {
+      readcard(*known, card);
     } else {
       rep.say("WARNING");
       rep.say("Unknown control card " + rtrim(token));
@@ -363,9 +568,9 @@ void readdeck(Reporter &rep, const std::vector<std::string> &args, Settings &set
   in.close();
   rep.say("Finished reading " + path);
   rep.blank();
-  echo(rep, s, ztolgiven);
+  echo(rep, s, card.ztolgiven);
   if (validate(rep, s, files)) fatalsilent();
-  files.selectbyfraction = s.sstlflag;
+  finishdeck(s, files);
 }
 
 }  // namespace wf

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The control deck: readdeck checks the command line, moves the signal stream beside the deck,
 // parses the cards, echoes the settings and validates them as a whole; a bad deck ends the run
-// here, after every fault has been posted.
+// here, after every fault has been posted. A deck that passes is made final: *ASTL yields to
+// *ISTL, a job without *INPU has the first reference geometry as its one surface, and *SSTL
+// starts the selection by fraction. The parser, the echo and the validation read the table of
+// cards (control/deckcards.h); the echo and the validation change no setting.
 //
 // Line rules: "#" in column 1 makes a comment line; a keyword counts by its first five
 // characters; a value is the first free-form token of its line (quote a path with blanks or

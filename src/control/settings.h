@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // What a run is told, in two records. Settings holds the values and flags of the control deck,
-// with their defaults in one place (the initialisers below); it is fixed once the deck has been
-// validated. JobFiles holds the paths and the surface lists of the job, which the deck, the
-// solver input file and the selection of surfaces fill in turn.
+// with their defaults in one place (the initialisers below); which card sets each, and how it is
+// read, echoed and checked, is in the deck's table of cards (control/deckcards.h). Settings is
+// fixed once the deck has been validated and made final. JobFiles holds the paths and the surface
+// lists of the job, which the deck, the solver input file and the selection of surfaces fill in
+// turn.
 #pragma once
 
 #include <cstdint>
@@ -15,32 +17,33 @@ namespace wf {
 
 struct Settings {
   // Values of the cards.
-  double warpscale = -1.0;    // *WARP
-  double unitscale = 1.0;     // *UNIT
-  int32_t navgnodes = 10;     // *NINT
-  double avgexponent = 1.0;   // *EINT
-  double snaptol = 1.0e-5;    // *SNAP
-  int32_t maxrefine = 10;     // *MAXR
-  double minedge = 0.5;       // *MINE
-  double maxedge = 3.0;       // *MAXE
-  double refinetol = 0.001;   // *RTOL
-  char stlformat = 'b';       // *FORM: the letter as given (surface/writestl.h StlForm once checked)
-  int32_t incoffset = -2;     // *IOFF
-  double ztol = 1.0e-5;       // *ZTOL
-  double repairtol = 0.01;    // *TSRT
+  double warpscale = -1.0;
+  double unitscale = 1.0;
+  int32_t navgnodes = 10;
+  double avgexponent = 1.0;
+  double snaptol = 1.0e-5;
+  int32_t maxrefine = 10;
+  double minedge = 0.5;
+  double maxedge = 3.0;
+  double refinetol = 0.001;
+  char stlformat = 'b';  // the letter as given (surface/writestl.h StlForm once checked)
+  int32_t incoffset = -2;
+  double ztol = 1.0e-5;
+  double repairtol = 0.01;
   // Fixed settings of the surface tolerance; no card reaches them.
   Tolerances tolerances;
 
-  // Flags of the cards; o3dmflag alone starts true (*N3DM clears it).
+  // Flags of the cards; o3dmflag alone starts true (*N3DM clears it). astlflag is cleared when
+  // *ISTL is given too.
   bool inpuflag = false, caseflag = false, tsrdflag = false, tsreflag = false;
   bool ovtkflag = false, o3dmflag = true, o3mfflag = false, refgflag = false;
   bool scngflag = false, outpflag = false, istlflag = false, astlflag = false;
   bool sstlflag = false, fixzflag = false, norelflag = false, wrtuflag = false;
 
   // Lists of the cards.
-  List<std::string> outfiles;  // *OUTP
-  List<std::string> reffiles;  // *REFG
-  List<std::string> scnfiles;  // *SCNG
+  List<std::string> outfiles;
+  List<std::string> reffiles;
+  List<std::string> scnfiles;
 
   // Derived once the deck is read.
   double snaptolsq() const { return snaptol * snaptol; }

@@ -2,10 +2,14 @@
 // The control deck: card and line rules, lists, the echo, and the faults with their codes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
+#include "base/text.h"
+#include "base/textio.h"
 #include "control/deck.h"
+#include "control/deckcards.h"
 #include "reporting.h"
 #include "testutil.h"
 
@@ -156,4 +160,128 @@ TEST(Deck, ArbitraryBytesEndInAnOrderlyAbort) {
   }
   for (size_t cut : {size_t(17), size_t(5000), junk.size()})
     EXPECT_TRUE(readdecktext(junk.substr(0, cut))->aborted) << cut;
+}
+
+namespace {
+
+// The validation's coded messages and lines, in the order they reach the console: "code N" for a
+// message, else the start of the line.
+std::vector<std::string> validationevents(const std::string &out) {
+  const std::vector<std::pair<std::string, std::string>> lines = {
+      {" Exporting all stl files", "Exporting all stl files"},
+      {" STL IDs                     = ", "STL IDs"},
+      {" Input file                  = ", "Input file"},
+      {" Output files                = ", "Output files"},
+      {" Reference geometries = ", "Reference geometries"},
+      {" Scanned geometries = ", "Scanned geometries"}};
+  std::vector<std::string> events;
+  for (const std::string &l : wft::splitlines(out)) {
+    if (l.rfind("  Code ", 0) == 0) events.push_back("code " + l.substr(7));
+    for (const auto &[start, name] : lines)
+      if (l.rfind(start, 0) == 0) events.push_back(name);
+  }
+  return events;
+}
+
+}  // namespace
+
+// Several faults in one deck: every check runs, and the messages and the lines between them come
+// in one fixed order (the checks of single cards interleaved with those across cards). Between
+// them the three decks have every two neighbours of that order at once.
+TEST(Deck, SeveralFaultsAtOnceKeepTheirOrder) {
+  const struct {
+    const char *deck;
+    std::vector<std::string> events;
+  } cases[] = {
+      {"*SCNG\na.stl\nb.stl\n*ISTL\n0\n2\n*OUTP\nx.stl\n\"x.stl\"\ny.stl\n*ZTOL\n-1\n*MAXR\n-1\n"
+       "*NINT\n268435456\n*EINT\n0\n*SNAP\n0\n*MINE\n5\n*MAXE\n4\n*RTOL\n-1\n*FORM\nx\n*ASTL\n",
+       {"code 176", "code 177", "code 178", "STL IDs", "Scanned geometries", "code 180",
+        "code 198", "code 181", "code 172", "code 183", "code 184", "code 186", "code 187",
+        "code 188", "code 189"}},
+      {"*REFG\na.stl\nb.stl\n*MAXE\n-2\n*MINE\n-1\n*SNAP\n0\n*EINT\n0\n*NINT\n0\n"
+       "*MAXR\n-1\n",
+       {"Exporting all stl files", "code 179", "Reference geometries", "code 180", "code 181",
+        "code 182", "code 183", "code 184", "code 185", "code 186"}},
+      {"*SCNG\ns1.stl\ns2.stl\n*REFG\nr1.stl\nr2.stl\n*INPU\njob\n*OUTP\no.stl\n*ISTL\n3\n"
+       "*MINE\n0\n",
+       {"STL IDs", "Input file", "Output files", "Reference geometries", "code 180",
+        "Scanned geometries", "code 180", "code 185"}},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.deck);
+    auto r = readdecktext(c.deck);
+    EXPECT_TRUE(r->aborted);
+    EXPECT_EQ(validationevents(r->out), c.events) << r->out;
+    // The signal stream has the same messages in the same order.
+    std::vector<std::string> codes;
+    for (int code : r->codes) codes.push_back("code " + std::to_string(code));
+    std::vector<std::string> consolecodes;
+    for (const std::string &e : c.events)
+      if (e.rfind("code ", 0) == 0) consolecodes.push_back(e);
+    EXPECT_EQ(codes, consolecodes);
+  }
+}
+
+// The echo: one line per value, in a fixed order right after the deck has been read, each with
+// its own card's value; then the notes on cards that act together, and the validation.
+TEST(Deck, EchoShowsEachValueInItsPlace) {
+  auto r = readdecktext("*INPU\njob\n*IOFF\n7\n*FORM\nc\n*RTOL\n0.25\n*MAXE\n4.5\n*MINE\n1.5\n"
+                        "*MAXR\n3\n*SNAP\n0.125\n*EINT\n2.5\n*NINT\n12\n*UNIT\n0.5\n*WARP\n-1.5\n"
+                        "*ZTOL\n0.5\n*ISTL\n1\n*ASTL\n");
+  ASSERT_FALSE(r->aborted) << r->out;
+  const std::vector<std::pair<std::string, std::string>> echo = {
+      {"Warpage scaling factor      = ", numtext(-1.5)},
+      {"Output unit scaling factor  = ", numtext(0.5)},
+      {"# of weighted average nodes = ", inttext(12)},
+      {"Weighted average exponent   = ", numtext(2.5)},
+      {"Snapping tolerance          = ", numtext(0.125)},
+      {"Max refinement levels       = ", inttext(3)},
+      {"Min edge length             = ", numtext(1.5)},
+      {"Max edge length             = ", numtext(4.5)},
+      {"Refinement tolerance        = ", numtext(0.25)},
+      {"STL output format           = ", "c"},
+      {"Increment offset            = ", inttext(7)}};
+  const std::vector<std::string> lines = wft::splitlines(r->out);
+  size_t at = 0;
+  while (at < lines.size() && lines[at].rfind(" Finished reading ", 0) != 0) ++at;
+  ASSERT_LT(at + 1 + echo.size() + 5, lines.size()) << r->out;
+  EXPECT_EQ(lines[at + 1], "");
+  for (size_t i = 0; i < echo.size(); ++i)
+    EXPECT_EQ(lines[at + 2 + i], " " + echo[i].first + echo[i].second);
+  const size_t notes = at + 2 + echo.size();
+  EXPECT_EQ(lines[notes], " WARNING:  *ZTOL has no effect without *FIXZ");
+  EXPECT_EQ(lines[notes + 1], "");
+  EXPECT_EQ(lines[notes + 2], " WARNING:  *ASTL is ignored with *ISTL");
+  EXPECT_EQ(lines[notes + 3], "");
+  EXPECT_EQ(lines[notes + 4], " STL IDs                     = ");
+  // The warning is given by the echo, the flag cleared once the deck has passed.
+  EXPECT_FALSE(r->settings.astlflag);
+  EXPECT_TRUE(readdecktext("*INPU\njob\n*ASTL\n")->settings.astlflag);
+}
+
+
+// Every card of the table is in the README's card table, and every card there is in the table.
+TEST(Deck, ReadmeListsTheCardsOfTheTable) {
+  std::vector<std::string> readme;
+  for (const std::string &line : wft::splitlines(wft::readfile(WARPFORGE_SOURCE_DIR "/README.md")))
+    if (line.rfind("| `*", 0) == 0) {
+      const std::string cell = line.substr(1, line.find('|', 1) - 1);  // "`*O3DM` / `*N3DM`"
+      for (size_t p = cell.find("`*"); p != std::string::npos; p = cell.find("`*", p + 1))
+        readme.push_back(cell.substr(p + 1, cell.find('`', p + 1) - p - 1));
+    }
+  std::vector<std::string> table;
+  for (const DeckCard &card : deckcards()) table.emplace_back(card.keyword);
+  std::sort(readme.begin(), readme.end());
+  std::sort(table.begin(), table.end());
+  EXPECT_EQ(readme, table);
+  EXPECT_GE(table.size(), 30u);
+}
+
+// The table's own records: each keyword is found by its padded first five characters, and a
+// keyword that differs is not.
+TEST(Deck, EveryCardIsFoundByItsKeyword) {
+  for (const DeckCard &card : deckcards()) EXPECT_EQ(findcard(card.keyword), &card) << card.keyword;
+  EXPECT_EQ(findcard("*warp"), nullptr);
+  EXPECT_EQ(findcard("*STLM"), nullptr);  // a card of the solver input file only
+  EXPECT_EQ(findcard("*WAR "), nullptr);
 }
