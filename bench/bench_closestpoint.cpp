@@ -22,9 +22,7 @@
 
 namespace {
 
-double now() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
+double now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
 
 }  // namespace
 
@@ -36,8 +34,8 @@ int main(int argc, char **argv) {
   corners.reserve(18 * static_cast<size_t>(nu) * nv);
   auto point = [&](int i, int j) {
     const double u = 2 * M_PI * i / nu, v = 2 * M_PI * j / nv;
-    return std::array<double, 3>{(R + r * std::cos(v)) * std::cos(u),
-                                 (R + r * std::cos(v)) * std::sin(u), r * std::sin(v)};
+    return std::array<double, 3>{(R + r * std::cos(v)) * std::cos(u), (R + r * std::cos(v)) * std::sin(u),
+                                 r * std::sin(v)};
   };
   for (int i = 0; i < nu; ++i)
     for (int j = 0; j < nv; ++j) {
@@ -56,8 +54,8 @@ int main(int argc, char **argv) {
   for (auto [set, width] : {std::pair{&near, 1.0}, std::pair{&close, 0.1}})
     for (int k = 0; k < 1000000; ++k) {
       const double u = 2 * M_PI * unit(rng), v = 2 * M_PI * unit(rng), rr = r + width * (unit(rng) - 0.5);
-      set->insert(set->end(), {(R + rr * std::cos(v)) * std::cos(u), (R + rr * std::cos(v)) * std::sin(u),
-                               rr * std::sin(v)});
+      set->insert(set->end(),
+                  {(R + rr * std::cos(v)) * std::cos(u), (R + rr * std::cos(v)) * std::sin(u), rr * std::sin(v)});
     }
   for (int k = 0; k < 100000; ++k)
     far.insert(far.end(), {600 * unit(rng) - 300, 600 * unit(rng) - 300, 600 * unit(rng) - 300});
@@ -88,7 +86,10 @@ int main(int argc, char **argv) {
         best = std::min(best, now() - s);
       }
       std::printf("%-5s queries, %d thread%s       %8.3f us per query (%ld queries)\n",
-                  q == &near ? "near" : q == &close ? "close" : "far", threads, threads > 1 ? "s" : " ", 1e6 * best / n, n);
+                  q == &near    ? "near"
+                  : q == &close ? "close"
+                                : "far",
+                  threads, threads > 1 ? "s" : " ", 1e6 * best / n, n);
     }
   }
 

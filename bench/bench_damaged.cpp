@@ -47,12 +47,14 @@ int main(int argc, char **argv) {
     const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     const std::string console = wft::readfile(dir + "/console.txt");
     const size_t at = console.find("  Code ");
-    const std::string ended = code == 0 ? "result" : at != std::string::npos ? console.substr(at + 2, console.find('\n', at) - at - 2) : "no message";
+    const std::string ended = code == 0                 ? "result"
+                              : at != std::string::npos ? console.substr(at + 2, console.find('\n', at) - at - 2)
+                                                        : "no message";
     const bool ok = seconds <= 60 && use.ru_maxrss <= 4L * 1024 * 1024 && (code == 0 || at != std::string::npos);
     bad += !ok;
     std::printf("%-28s %6.2f s  run %5.0f MB (largest process so far %5.0f MB)  exit %3d  %-8s %s\n",
-                wft::jobdamagename(d), seconds, use.ru_maxrss / 1024.0, children.ru_maxrss / 1024.0, code, ended.c_str(),
-                ok ? "" : "(over 60 s, over 4 GB, or no message)");
+                wft::jobdamagename(d), seconds, use.ru_maxrss / 1024.0, children.ru_maxrss / 1024.0, code,
+                ended.c_str(), ok ? "" : "(over 60 s, over 4 GB, or no message)");
   }
   // A far query costs what a near one costs: the sample job as made, and with its part moved
   // along x just outside and far outside the node grid, without *TSRD.
@@ -74,8 +76,10 @@ int main(int argc, char **argv) {
     const wft::RunResult r = wft::runwarpforge("far.deck", dir);
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     std::printf("200 K triangles, 300 K nodes, part %s: %.2f s, exit %d\n",
-                shift == 0 ? "as made              " : shift < 100 ? "moved 45 mm (outside)" : "moved 1e4 mm         ", seconds,
-                r.status);
+                shift == 0    ? "as made              "
+                : shift < 100 ? "moved 45 mm (outside)"
+                              : "moved 1e4 mm         ",
+                seconds, r.status);
   }
   return bad ? 1 : 0;
 }

@@ -17,11 +17,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
-#include <cstdio>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -50,9 +50,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-double now() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
+double now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
 
 // Best wall time of repeats runs of f; prepare runs before each, untimed.
 double best(int repeats, const std::function<void()> &prepare, const std::function<void()> &f) {
@@ -88,8 +86,7 @@ Timing bestwithcpu(int repeats, const std::function<void()> &f) {
 }
 
 // Runs a program in folder with OMP_NUM_THREADS set, its output discarded; returns the wall time.
-double runprogram(const std::string &exe, const std::string &arg, const std::string &folder,
-                  int threads) {
+double runprogram(const std::string &exe, const std::string &arg, const std::string &folder, int threads) {
   std::fflush(stdout);
   const double t0 = now();
   const pid_t pid = fork();
@@ -126,8 +123,7 @@ int main(int argc, char **argv) {
   const std::string genjob = bindir + "genjob", warpforge = bindir + "warpforge";
 
   fs::remove_all(folder);
-  const std::string make =
-      "'" + genjob + "' '" + folder + "' --tris " + tris + " --nodes " + nodes + " >/dev/null";
+  const std::string make = "'" + genjob + "' '" + folder + "' --tris " + tris + " --nodes " + nodes + " >/dev/null";
   if (std::system(make.c_str()) != 0) {
     std::fprintf(stderr, "bench_job: genjob failed\n");
     return 1;
@@ -175,35 +171,43 @@ int main(int argc, char **argv) {
   refine.maxedge = 0.12;
   refine.refinetolsq = 1e-6;
 
-  std::printf("==== job: %s triangles, %d nodes (%d x %d x %d cells); best of %d\n", tris.c_str(),
-              sim.nnodes, grid.nx, grid.ny, grid.nz, repeats);
+  std::printf("==== job: %s triangles, %d nodes (%d x %d x %d cells); best of %d\n", tris.c_str(), sim.nnodes, grid.nx,
+              grid.ny, grid.nz, repeats);
   std::printf("%-34s %8.3f s\n", "load mesh (geometry file)", tload);
   std::printf("%-34s %8.3f s\n", "initgrid", tgrid);
-  std::printf("%-34s %8.3f s   (%d -> %d vertices, %d edges)\n", "surface preparation",
-              tprep, 3 * mesh0.ntri, mesh0.nvrt, edges0.n);
+  std::printf("%-34s %8.3f s   (%d -> %d vertices, %d edges)\n", "surface preparation", tprep, 3 * mesh0.ntri,
+              mesh0.nvrt, edges0.n);
 
   wf::SurfaceMesh warped, refined;
   for (int threads : {1, 2}) {
     omp_set_num_threads(threads);
     wf::SurfaceMesh mesh;
     wf::EdgeTable edges;
-    const double tloop = best(repeats, [&] { mesh = mesh0; mesh.prewarp = mesh.vrt; },
-                              [&] { wf::warpvertices(field, mesh); });
+    const double tloop = best(
+        repeats,
+        [&] {
+          mesh = mesh0;
+          mesh.prewarp = mesh.vrt;
+        },
+        [&] { wf::warpvertices(field, mesh); });
     warped = mesh;
     wf::RefineCounts counts;
     const double twalk = best(
-        repeats, [&] { mesh = warped; edges = edges0; },
+        repeats,
+        [&] {
+          mesh = warped;
+          edges = edges0;
+        },
         [&] { counts = wf::refinesurface(field, refine, mesh, edges, nullptr); });
     refined = mesh;
     std::printf("%-34s %8.3f s   (%d threads)\n", "vertex loop", tloop, threads);
-    std::printf("%-34s %8.3f s   (%d threads; %d -> %d triangles)\n", "refinement walk", twalk,
-                threads, mesh0.ntri, counts.active);
+    std::printf("%-34s %8.3f s   (%d threads; %d -> %d triangles)\n", "refinement walk", twalk, threads, mesh0.ntri,
+                counts.active);
   }
 
   std::vector<double> nrgtri;
   const double tnormals = best(repeats, nullptr, [&] {
-    wf::facetnormals(warped.vrt.data(), static_cast<size_t>(warped.nvrt), warped.tri.data(),
-                     warped.ntri, nrgtri);
+    wf::facetnormals(warped.vrt.data(), static_cast<size_t>(warped.nvrt), warped.tri.data(), warped.ntri, nrgtri);
   });
   const double twrite =
       best(repeats, nullptr, [&] { wf::writestl(warped, &nrgtri, "bench_out.stl", wf::StlForm::binary); });
@@ -218,8 +222,7 @@ int main(int argc, char **argv) {
     wf::Deflated packed;
     bool deflated = false;
     const Timing tmodel = bestwithcpu(repeats, [&] {
-      deflated = wf::writemodel(warped, disp, "bench_color/3D/3dmodel.model",
-                                "bench_color/3D/3dmodel.model", &packed);
+      deflated = wf::writemodel(warped, disp, "bench_color/3D/3dmodel.model", "bench_color/3D/3dmodel.model", &packed);
     });
     wf::DeflatedMember given;
     given.name = "3D/3dmodel.model";
@@ -228,11 +231,10 @@ int main(int argc, char **argv) {
       char list[] = "3D/3dmodel.model\n";
       wf::zippackage(rep, "bench_color.3mf", "bench_color", list, &given);
     });
-    std::printf("%-34s %8.3f s   (%d threads; CPU %.3f s; %.1f MB)\n", "model text", tmodel.wall,
-                threads, tmodel.cpu,
+    std::printf("%-34s %8.3f s   (%d threads; CPU %.3f s; %.1f MB)\n", "model text", tmodel.wall, threads, tmodel.cpu,
                 static_cast<double>(fs::file_size("bench_color/3D/3dmodel.model", ec)) / 1e6);
-    std::printf("%-34s %8.3f s   (%d threads; CPU %.3f s; %.1f MB)\n", "zip", tzip.wall, threads,
-                tzip.cpu, static_cast<double>(fs::file_size("bench_color.3mf", ec)) / 1e6);
+    std::printf("%-34s %8.3f s   (%d threads; CPU %.3f s; %.1f MB)\n", "zip", tzip.wall, threads, tzip.cpu,
+                static_cast<double>(fs::file_size("bench_color.3mf", ec)) / 1e6);
   }
 
   for (int threads : {1, 2}) {
@@ -242,8 +244,7 @@ int main(int argc, char **argv) {
       tref = std::min(tref, runprogram(warpforge, "refine.deck", folder, threads));
     }
     std::printf("%-34s %8.3f s   (%d threads)\n", "whole run, default (package on)", tdef, threads);
-    std::printf("%-34s %8.3f s   (%d threads)\n", "whole run, refining (package off)", tref,
-                threads);
+    std::printf("%-34s %8.3f s   (%d threads)\n", "whole run, refining (package off)", tref, threads);
   }
 
   // The scan: the part's binary STL with x moved by 0.01 z.

@@ -59,8 +59,7 @@ struct Phase {
     std::vector<double> s = cpu;
     std::sort(s.begin(), s.end());
     const size_t best = static_cast<size_t>(std::min_element(cpu.begin(), cpu.end()) - cpu.begin());
-    std::printf("%-26s cpu min %7.4f s  median %7.4f s   wall %7.4f s\n", name, s.front(),
-                s[s.size() / 2], wall[best]);
+    std::printf("%-26s cpu min %7.4f s  median %7.4f s   wall %7.4f s\n", name, s.front(), s[s.size() / 2], wall[best]);
   }
 };
 
@@ -127,8 +126,8 @@ int main(int argc, char **argv) {
 
   std::error_code ec;
   if (!fs::exists(folder + "/part.stl", ec)) {
-    const std::string make = "'" + wf::exefolder() + "genjob' '" + folder + "' --tris " + tris +
-                             " --nodes " + nodes + " >/dev/null";
+    const std::string make =
+        "'" + wf::exefolder() + "genjob' '" + folder + "' --tris " + tris + " --nodes " + nodes + " >/dev/null";
     if (std::system(make.c_str()) != 0) {
       std::fprintf(stderr, "bench_prepare: genjob failed\n");
       return 1;
@@ -142,10 +141,8 @@ int main(int argc, char **argv) {
   const wf::RawSurface source = wf::readstlstep(rep, path, byteorder);
 
   Phase phases[2][4] = {
-      {{"snap", {}, {}}, {"merge", {}, {}}, {"edges (+ inverted count)", {}, {}},
-       {"preparesurface (all)", {}, {}}},
-      {{"snap", {}, {}}, {"merge", {}, {}}, {"edges (+ inverted count)", {}, {}},
-       {"preparesurface (all)", {}, {}}}};
+      {{"snap", {}, {}}, {"merge", {}, {}}, {"edges (+ inverted count)", {}, {}}, {"preparesurface (all)", {}, {}}},
+      {{"snap", {}, {}}, {"merge", {}, {}}, {"edges (+ inverted count)", {}, {}}, {"preparesurface (all)", {}, {}}}};
   Figures f;
   for (int r = 0; r < repeats; ++r) {
     // Cold: a fresh process, whose heap has no freed memory to give, as in a run of the program.
@@ -170,9 +167,10 @@ int main(int argc, char **argv) {
     f = runphases(rep, source, path);
     for (int k = 0; k < 4; ++k) phases[1][k].add(f.cpu[k], f.wall[k]);
   }
-  std::printf("==== surface preparation: %d triangles, %d -> %d vertices, %d edges, %lld inverse;"
-              " %d repeats, one thread\n",
-              source.ntri, source.nvrt, f.nvrt, f.nedge, static_cast<long long>(f.inverted), repeats);
+  std::printf(
+      "==== surface preparation: %d triangles, %d -> %d vertices, %d edges, %lld inverse;"
+      " %d repeats, one thread\n",
+      source.ntri, source.nvrt, f.nvrt, f.nedge, static_cast<long long>(f.inverted), repeats);
   for (int m = 0; m < 2; ++m) {
     std::printf(m == 0 ? "-- in a fresh process each time\n" : "-- repeated in one process\n");
     for (int k = 0; k < 4; ++k) phases[m][k].print();

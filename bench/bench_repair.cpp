@@ -30,9 +30,7 @@
 
 namespace {
 
-double now() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
+double now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
 
 // Facets 9 floats each without those whose centroid lies within radius of one of the centres.
 wft::Facets withholes(const wft::Facets &s, const std::vector<std::array<float, 3>> &centres, float radius,
@@ -44,7 +42,8 @@ wft::Facets withholes(const wft::Facets &s, const std::vector<std::array<float, 
     for (const auto &c : centres) {
       double d = 0;
       for (int k = 0; k < 3; ++k) {
-        const double x = (s[9 * t + size_t(k)] + s[9 * t + 3 + size_t(k)] + s[9 * t + 6 + size_t(k)]) / 3.0 - c[size_t(k)];
+        const double x =
+            (s[9 * t + size_t(k)] + s[9 * t + 3 + size_t(k)] + s[9 * t + 6 + size_t(k)]) / 3.0 - c[size_t(k)];
         d += x * x;
       }
       hole = hole || d < double(radius) * radius;
@@ -93,7 +92,8 @@ int large(const std::string &dir, const std::string &cards) {
   const wft::Facets intact = wft::binarystlfacets(wft::readfile(dir + "/intact.stl"));
   // Three holes of a few hundred facets: on the foot's top, on the wall's outer side, under the arm.
   size_t dropped = 0;
-  const wft::Facets holed = withholes(intact, {{{20.0f, 10.0f, 5.0f}}, {{0.0f, 12.0f, 20.0f}}, {{30.0f, 8.0f, 30.0f}}}, 1.2f, dropped);
+  const wft::Facets holed =
+      withholes(intact, {{{20.0f, 10.0f, 5.0f}}, {{0.0f, 12.0f, 20.0f}}, {{30.0f, 8.0f, 30.0f}}}, 1.2f, dropped);
   wft::writefile(dir + "/part.stl", wft::binarystlbytes(holed));
   wft::writefile(dir + "/large.deck", "*INPU\njob\n*IOFF\n-1\n*N3DM\n*TSRD\n*TSRE\n" + cards);
   std::printf("%zu facets, %zu removed in three holes; deck cards: %s\n", holed.size() / 9, dropped,
@@ -110,7 +110,8 @@ int large(const std::string &dir, const std::string &cards) {
       std::printf("  | %s\n", l.c_str());
   // The repair alone, in this process: the solid repair's stages, the soundness test.
   const wft::Facets warped = wft::binarystlfacets(wft::readfile(dir + "/job_1_warp.stl"));
-  std::printf("warped: %zu facets, %zu edges on more than two facets\n", warped.size() / 9, wft::overloadededges(warped));
+  std::printf("warped: %zu facets, %zu edges on more than two facets\n", warped.size() / 9,
+              wft::overloadededges(warped));
   std::vector<float> xyz = warped;
   const double t1 = now();
   const wf::SolidRepairReport r = wf::makesolid(xyz, false);
@@ -151,9 +152,10 @@ int main(int argc, char **argv) {
     const wf::SolidRepairReport r = wf::makesolid(xyz, argc > 4);
     std::printf("%.3f s: merge %.3f debris %.3f orient %.3f holes %.3f finish %.3f\n", now() - t0, r.seconds[0],
                 r.seconds[1], r.seconds[2], r.seconds[3], r.seconds[4]);
-    std::printf("taken %d closed %d crossing %d debris %lld holes %lld removed %lld pieces %d shells %d area %.3f of %.3f\n",
-                r.taken, r.closed, r.crossing, (long long)r.debris, (long long)r.holes, (long long)r.removed, r.pieces,
-                r.shells, r.area, r.givenarea);
+    std::printf(
+        "taken %d closed %d crossing %d debris %lld holes %lld removed %lld pieces %d shells %d area %.3f of %.3f\n",
+        r.taken, r.closed, r.crossing, (long long)r.debris, (long long)r.holes, (long long)r.removed, r.pieces,
+        r.shells, r.area, r.givenarea);
     std::printf("%s\n", wft::judge(xyz, &given).text().c_str());
     if (argc > 3) wft::writefile(argv[3], wft::binarystlbytes(xyz));
     return 0;
@@ -183,8 +185,8 @@ int main(int argc, char **argv) {
       const bool ok = w.repairedwritten && v.printable() && v.newhits == 0 && std::abs(v.volume - ref) <= 0.01 * ref;
       bad += !ok;
       std::printf("%-8s %-38s %s overloaded %zu  %.2f s  %s\n   %s  dV %.2f%%\n", p.name.c_str(), wft::damagename(d),
-                  ok ? "OK  " : "FAIL", wft::overloadededges(w.warped), t, w.repairedwritten ? "written" : "not written",
-                  v.text().c_str(), 100 * (v.volume - ref) / ref);
+                  ok ? "OK  " : "FAIL", wft::overloadededges(w.warped), t,
+                  w.repairedwritten ? "written" : "not written", v.text().c_str(), 100 * (v.volume - ref) / ref);
     }
   }
   return bad ? 1 : 0;

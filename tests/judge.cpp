@@ -34,9 +34,9 @@ Key sortedkey(const float *p) {
 
 std::string Verdict::text() const {
   std::ostringstream s;
-  s << "facets " << facets << " manifold " << manifold << " closed " << closed << " oriented "
-    << oriented << " shells " << shells << " crossings " << crossings << " zeroarea " << zeroarea
-    << " newhits " << newhits << " area " << area << " volume " << volume;
+  s << "facets " << facets << " manifold " << manifold << " closed " << closed << " oriented " << oriented << " shells "
+    << shells << " crossings " << crossings << " zeroarea " << zeroarea << " newhits " << newhits << " area " << area
+    << " volume " << volume;
   return s.str();
 }
 

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <cmath>
 #include <filesystem>
 #include <map>
 #include <random>
@@ -44,16 +44,14 @@ size_t neighbour(const Facets &s, size_t t) {
 }  // namespace
 
 Soup tetrahedron(double scale) {
-  Soup s = {0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1,
-            0, 0, 0, 0, 0, 1, 0, 1, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1};
+  Soup s = {0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 1, 0, 1, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1};
   for (double &x : s) x *= scale;
   return s;
 }
 
 Soup cube(double size, double x0, double y0, double z0) {
   // Each face as four corners (bits x, y, z), counter-clockwise seen from outside.
-  const int faces[6][4] = {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4},
-                           {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}};
+  const int faces[6][4] = {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}};
   const double o[3] = {x0, y0, z0};
   Soup s;
   for (const auto &f : faces)
@@ -64,9 +62,9 @@ Soup cube(double size, double x0, double y0, double z0) {
 
 Soup cubeandsheet(double L, int n, bool sheet) {
   using P3 = std::array<double, 3>;
-  const P3 faces[7][3] = {{{0, 0, 0}, {0, L, 0}, {L, 0, 0}}, {{0, 0, L}, {L, 0, 0}, {0, L, 0}},
-                          {{0, 0, 0}, {L, 0, 0}, {0, 0, L}}, {{0, L, 0}, {0, 0, L}, {L, 0, 0}},
-                          {{0, 0, 0}, {0, 0, L}, {0, L, 0}}, {{L, 0, 0}, {0, L, 0}, {0, 0, L}},
+  const P3 faces[7][3] = {{{0, 0, 0}, {0, L, 0}, {L, 0, 0}},          {{0, 0, L}, {L, 0, 0}, {0, L, 0}},
+                          {{0, 0, 0}, {L, 0, 0}, {0, 0, L}},          {{0, L, 0}, {0, 0, L}, {L, 0, 0}},
+                          {{0, 0, 0}, {0, 0, L}, {0, L, 0}},          {{L, 0, 0}, {0, L, 0}, {0, 0, L}},
                           {{2 * L, 0, 0.3 * L}, {L, 0, 0}, {0, L, 0}}};
   Soup s;
   auto put = [&](const P3 *f, int i, int j) {
@@ -97,8 +95,8 @@ wf::PreparedSurface preparedof(const Soup &s, const wf::Tolerances &rules) {
   return wf::preparemesh(raw, rules);
 }
 
-std::string binarystl(const Soup &s, bool bigendian, const std::string &header,
-                      long long countoverride, const std::string &extra) {
+std::string binarystl(const Soup &s, bool bigendian, const std::string &header, long long countoverride,
+                      const std::string &extra) {
   std::string out = header;
   out.resize(80, ' ');
   auto put32 = [&](uint32_t v) {
@@ -156,8 +154,8 @@ Facets boxpart(float x0, float y0, float z0, float sx, float sy, float sz, int n
 Facets toruspart(float cx, float cy, float cz, float R, float r, int nu, int nv) {
   auto at = [&](int i, int j) {
     const double u = 2 * M_PI * (i % nu) / nu, v = 2 * M_PI * (j % nv) / nv;
-    return Corner{float(cx + (R + r * std::cos(v)) * std::cos(u)),
-                  float(cy + (R + r * std::cos(v)) * std::sin(u)), float(cz + r * std::sin(v))};
+    return Corner{float(cx + (R + r * std::cos(v)) * std::cos(u)), float(cy + (R + r * std::cos(v)) * std::sin(u)),
+                  float(cz + r * std::sin(v))};
   };
   Facets s;
   for (int i = 0; i < nu; ++i)
@@ -199,13 +197,20 @@ Facets scatteredfacets(int n, unsigned seed) {
 
 const char *damagename(Damage d) {
   switch (d) {
-    case Damage::none: return "intact";
-    case Damage::onefacet: return "one facet removed";
-    case Damage::twofacets: return "two neighbouring facets removed";
-    case Damage::side: return "a whole side removed";
-    case Damage::sliver: return "a zero-area sliver added";
-    case Damage::fin: return "a fin added";
-    case Damage::reversedcopy: return "a reversed copy of every facet added";
+    case Damage::none:
+      return "intact";
+    case Damage::onefacet:
+      return "one facet removed";
+    case Damage::twofacets:
+      return "two neighbouring facets removed";
+    case Damage::side:
+      return "a whole side removed";
+    case Damage::sliver:
+      return "a zero-area sliver added";
+    case Damage::fin:
+      return "a fin added";
+    case Damage::reversedcopy:
+      return "a reversed copy of every facet added";
   }
   return "?";
 }
@@ -280,8 +285,9 @@ double signedvolume(const Facets &s) {
   for (size_t t = 0; t < s.size() / 9; ++t) {
     const float *p = &s[9 * t];
     const double a[3] = {p[0], p[1], p[2]}, b[3] = {p[3], p[4], p[5]}, c[3] = {p[6], p[7], p[8]};
-    v += (a[0] * (b[1] * c[2] - b[2] * c[1]) - a[1] * (b[0] * c[2] - b[2] * c[0]) +
-          a[2] * (b[0] * c[1] - b[1] * c[0])) / 6.0;
+    v +=
+        (a[0] * (b[1] * c[2] - b[2] * c[1]) - a[1] * (b[0] * c[2] - b[2] * c[0]) + a[2] * (b[0] * c[1] - b[1] * c[0])) /
+        6.0;
   }
   return v;
 }
@@ -322,11 +328,16 @@ WarpRun warpsurface(const std::string &folder, const Facets &surface, const std:
 
 const char *jobdamagename(JobDamage d) {
   switch (d) {
-    case JobDamage::farvertex: return "a vertex 3e10 mm away";
-    case JobDamage::nanvertices: return "every vertex not a number";
-    case JobDamage::count2e30: return "triangle count 2^30";
-    case JobDamage::countneg: return "triangle count -2^31";
-    case JobDamage::maxrefine: return "*MAXR 268435456";
+    case JobDamage::farvertex:
+      return "a vertex 3e10 mm away";
+    case JobDamage::nanvertices:
+      return "every vertex not a number";
+    case JobDamage::count2e30:
+      return "triangle count 2^30";
+    case JobDamage::countneg:
+      return "triangle count -2^31";
+    case JobDamage::maxrefine:
+      return "*MAXR 268435456";
   }
   return "?";
 }
@@ -348,7 +359,8 @@ std::string damagedjob(const std::string &folder, JobDamage d) {
     }
     case JobDamage::nanvertices: {
       const float nan[9] = {NAN, NAN, NAN, NAN, NAN, NAN, NAN, NAN, NAN};
-      for (uint32_t t = 0; t < n; ++t) stl.replace(84 + 50 * size_t(t) + 12, 36, reinterpret_cast<const char *>(nan), 36);
+      for (uint32_t t = 0; t < n; ++t)
+        stl.replace(84 + 50 * size_t(t) + 12, 36, reinterpret_cast<const char *>(nan), 36);
       break;
     }
     case JobDamage::count2e30:

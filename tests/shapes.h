@@ -69,12 +69,12 @@ std::vector<NamedPart> repairparts(const std::string &fieldfolder);
 
 enum class Damage {
   none,
-  onefacet,       // one facet removed
-  twofacets,      // two facets that share an edge removed
-  side,           // every facet facing within 45 degrees of -y removed
-  sliver,         // a zero-area facet along an edge of the surface added
-  fin,            // a facet standing out of the surface on one of its edges added
-  reversedcopy,   // a reversed copy of every facet added
+  onefacet,      // one facet removed
+  twofacets,     // two facets that share an edge removed
+  side,          // every facet facing within 45 degrees of -y removed
+  sliver,        // a zero-area facet along an edge of the surface added
+  fin,           // a facet standing out of the surface on one of its edges added
+  reversedcopy,  // a reversed copy of every facet added
 };
 const char *damagename(Damage d);
 // The damaged surface; `at` chooses the facet where the damage is made (taken modulo the count).

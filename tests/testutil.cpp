@@ -20,8 +20,8 @@ namespace wft {
 
 std::string tempdir(const std::string &tag) {
   static std::atomic<int> counter{0};
-  fs::path p = fs::temp_directory_path() /
-               ("wftest_" + std::to_string(getpid()) + "_" + std::to_string(counter++) + "_" + tag);
+  fs::path p =
+      fs::temp_directory_path() / ("wftest_" + std::to_string(getpid()) + "_" + std::to_string(counter++) + "_" + tag);
   fs::remove_all(p);
   fs::create_directories(p);
   return p.string();
@@ -54,12 +54,10 @@ std::vector<std::string> splitlines(const std::string &text) {
   return out;
 }
 
-bool contains(const std::string &text, const std::string &part) {
-  return text.find(part) != std::string::npos;
-}
+bool contains(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
 
-RunResult runprogram(const std::string &exe, const std::vector<std::string> &args,
-                     const std::string &cwd, const std::map<std::string, std::string> &env) {
+RunResult runprogram(const std::string &exe, const std::vector<std::string> &args, const std::string &cwd,
+                     const std::map<std::string, std::string> &env) {
   RunResult r;
   std::string outpath = tempdir("out") + "/output.txt";
   pid_t pid = fork();
@@ -92,8 +90,7 @@ RunResult runprogram(const std::string &exe, const std::vector<std::string> &arg
   return r;
 }
 
-RunResult runwarpforge(const std::string &deck, const std::string &cwd,
-                       const std::map<std::string, std::string> &env) {
+RunResult runwarpforge(const std::string &deck, const std::string &cwd, const std::map<std::string, std::string> &env) {
   return runprogram(WARPFORGE_EXE, {deck}, cwd, env);
 }
 
@@ -129,7 +126,7 @@ std::vector<float> boxfacets(float L, int n, float x0) {
                             {{0, 0, 0}, {1, 0, 0}, {0, 0, 1}}, {{0, 1, 0}, {0, 0, 1}, {1, 0, 0}},
                             {{0, 0, 0}, {0, 0, 1}, {0, 1, 0}}, {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
   std::vector<float> out;
-  auto put = [&](const float (*g)[3], int i, int j) {
+  auto put = [&](const float(*g)[3], int i, int j) {
     for (int a = 0; a < 3; ++a)
       out.push_back((a == 0 ? x0 : 0) + L * (g[0][a] + (float(i) / n) * g[1][a] + (float(j) / n) * g[2][a]));
   };

@@ -26,13 +26,13 @@ std::string maskafter(const std::string &text, const std::string &prefix, const 
                       const std::string &replacement, std::vector<std::string> *runs = nullptr);
 
 struct RunResult {
-  int status = -1;     // exit status (255 for an aborted run)
-  std::string out;     // standard output and error, interleaved
+  int status = -1;  // exit status (255 for an aborted run)
+  std::string out;  // standard output and error, interleaved
 };
 // Runs exe with args in folder cwd. CRVT_TSR_SIM_TMP is set to "<cwd>/tmp" unless env names it;
 // env entries with an empty value are removed from the environment.
-RunResult runprogram(const std::string &exe, const std::vector<std::string> &args,
-                     const std::string &cwd, const std::map<std::string, std::string> &env = {});
+RunResult runprogram(const std::string &exe, const std::vector<std::string> &args, const std::string &cwd,
+                     const std::map<std::string, std::string> &env = {});
 // The built warpforge on one deck.
 RunResult runwarpforge(const std::string &deck, const std::string &cwd,
                        const std::map<std::string, std::string> &env = {});

@@ -30,9 +30,7 @@ namespace {
 constexpr double kUnit = 5.0;
 constexpr int kSpanX = 8, kSpanY = 4, kSpanZ = 8;
 
-bool insideunits(double x, double z) {
-  return (x < 6 && z < 1) || (x < 2 && z < 8) || (x < 8 && z >= 6 && z < 8);
-}
+bool insideunits(double x, double z) { return (x < 6 && z < 1) || (x < 2 && z < 8) || (x < 8 && z >= 6 && z < 8); }
 // Cell (i, l) of a lattice with k cells per unit, by its centre.
 bool insidecell(int i, int l, int k) {
   if (i < 0 || l < 0 || i >= kSpanX * k || l >= kSpanZ * k) return false;
@@ -83,8 +81,7 @@ Options parseargs(int argc, char **argv) {
     } else if (arg == "--field") {
       if (a + 1 >= argc) usage("--field lacks its value");
       o.field = argv[++a];
-      if (o.field != "print" && o.field != "constant" && o.field != "zero")
-        usage("--field is print, constant or zero");
+      if (o.field != "print" && o.field != "constant" && o.field != "zero") usage("--field is print, constant or zero");
     } else if (!arg.empty() && arg[0] == '-') {
       usage(("unknown option " + arg).c_str());
     } else if (o.folder.empty()) {
@@ -113,8 +110,7 @@ long long meshnodecount(int k) {
   long long n2 = 0;
   for (int l = 0; l <= kSpanZ * k; ++l)
     for (int i = 0; i <= kSpanX * k; ++i)
-      if (insidecell(i, l, k) || insidecell(i - 1, l, k) || insidecell(i, l - 1, k) ||
-          insidecell(i - 1, l - 1, k))
+      if (insidecell(i, l, k) || insidecell(i - 1, l, k) || insidecell(i, l - 1, k) || insidecell(i - 1, l - 1, k))
         ++n2;
   return n2 * (kSpanY * k + 1);
 }
@@ -142,8 +138,7 @@ Mesh buildmesh(int k) {
   for (int l = 0; l < nz; ++l)
     for (int i = 0; i < nx; ++i)
       used2d[static_cast<size_t>(l) * nx + i] =
-          insidecell(i, l, k) || insidecell(i - 1, l, k) || insidecell(i, l - 1, k) ||
-          insidecell(i - 1, l - 1, k);
+          insidecell(i, l, k) || insidecell(i - 1, l, k) || insidecell(i, l - 1, k) || insidecell(i - 1, l - 1, k);
   // Nodes layer by layer from the plate up, as the part is printed.
   std::vector<int32_t> number(static_cast<size_t>(nx) * ny * nz, 0);
   const double h = kUnit / k;
@@ -162,9 +157,9 @@ Mesh buildmesh(int k) {
     for (int j = 0; j < ny - 1; ++j)
       for (int i = 0; i < nx - 1; ++i) {
         if (!insidecell(i, l, k)) continue;
-        const int32_t c[8] = {node(i, j, l),         node(i + 1, j, l),         node(i + 1, j + 1, l),
-                              node(i, j + 1, l),     node(i, j, l + 1),         node(i + 1, j, l + 1),
-                              node(i + 1, j + 1, l + 1), node(i, j + 1, l + 1)};
+        const int32_t c[8] = {
+            node(i, j, l),     node(i + 1, j, l),     node(i + 1, j + 1, l),     node(i, j + 1, l),
+            node(i, j, l + 1), node(i + 1, j, l + 1), node(i + 1, j + 1, l + 1), node(i, j + 1, l + 1)};
         m.conn.insert(m.conn.end(), c, c + 8);
       }
   return m;
@@ -194,8 +189,8 @@ void printfield(double x, double y, double z, double f, float out[3]) {
   out[2] = static_cast<float>(uz * f);
 }
 
-void displacements(const Mesh &m, const std::string &field, double f, std::vector<float> &ux,
-                   std::vector<float> &uy, std::vector<float> &uz) {
+void displacements(const Mesh &m, const std::string &field, double f, std::vector<float> &ux, std::vector<float> &uy,
+                   std::vector<float> &uz) {
   const size_t n = m.nnodes();
   ux.assign(n, 0.0f);
   uy.assign(n, 0.0f);
@@ -276,8 +271,8 @@ std::vector<char> geometryfile(const Mesh &m, bool text) {
   const size_t n = m.nnodes(), ne = m.nelems();
   std::vector<int32_t> ids(n);
   for (size_t i = 0; i < n; ++i) ids[i] = static_cast<int32_t>(i + 1);
-  const float box[6] = {0.0f, static_cast<float>(kSpanX * kUnit), 0.0f,
-                        static_cast<float>(kSpanY * kUnit), 0.0f, static_cast<float>(kSpanZ * kUnit)};
+  const float box[6] = {0.0f, static_cast<float>(kSpanX * kUnit), 0.0f, static_cast<float>(kSpanY * kUnit),
+                        0.0f, static_cast<float>(kSpanZ * kUnit)};
   Out o;
   if (!text) {
     o.textrecord("C Binary");
@@ -366,8 +361,7 @@ std::vector<char> displacementfile(const std::vector<float> &ux, const std::vect
   return std::move(o.b);
 }
 
-std::string timeset(int set, const char *what, int n, bool explicitnumbers,
-                    const std::vector<double> &times) {
+std::string timeset(int set, const char *what, int n, bool explicitnumbers, const std::vector<double> &times) {
   std::string s;
   s += "time set:              " + std::to_string(set) + " " + what + "\n";
   s += "number of steps:       " + std::to_string(n) + "\n";
@@ -447,8 +441,8 @@ std::vector<char> surfacefile(int k, size_t &ntri) {
     tri(n, v[0], v[1], v[2]);
     tri(n, v[0], v[2], v[3]);
   };
-  const float nxm[3] = {-1, 0, 0}, nxp[3] = {1, 0, 0}, nym[3] = {0, -1, 0}, nyp[3] = {0, 1, 0},
-              nzm[3] = {0, 0, -1}, nzp[3] = {0, 0, 1};
+  const float nxm[3] = {-1, 0, 0}, nxp[3] = {1, 0, 0}, nym[3] = {0, -1, 0}, nyp[3] = {0, 1, 0}, nzm[3] = {0, 0, -1},
+              nzp[3] = {0, 0, 1};
   for (int l = 0; l < nz; ++l)
     for (int i = 0; i < nx; ++i) {
       if (!insidecell(i, l, k)) continue;
@@ -511,8 +505,7 @@ int main(int argc, char **argv) {
     const std::string n = std::to_string(i);
     ok = ok && writefile(folder / "results" / ("job_" + n + ".geo"), geo);
     displacements(mesh, o.field, static_cast<double>(i) / o.increments, ux, uy, uz);
-    ok = ok && writefile(folder / "results" / ("job00_" + n + ".dis.ens"),
-                         displacementfile(ux, uy, uz, o.text, i));
+    ok = ok && writefile(folder / "results" / ("job00_" + n + ".dis.ens"), displacementfile(ux, uy, uz, o.text, i));
   }
   ok = ok && writetext(folder / "job.case", casefile(o, times));
 
@@ -548,8 +541,7 @@ int main(int argc, char **argv) {
     std::fprintf(stderr, "genjob: cannot write the job into %s\n", o.folder.c_str());
     return 1;
   }
-  std::printf("genjob: %s: %zu nodes, %zu elements, %zu triangles, %d increments, %s\n",
-              o.folder.c_str(), mesh.nnodes(), mesh.nelems(), ntri, o.increments,
-              o.text ? "text" : "binary");
+  std::printf("genjob: %s: %zu nodes, %zu elements, %zu triangles, %d increments, %s\n", o.folder.c_str(),
+              mesh.nnodes(), mesh.nelems(), ntri, o.increments, o.text ? "text" : "binary");
   return 0;
 }

@@ -47,8 +47,8 @@ struct RunData {
   NodeGrid grid;
   QuerySet ref, scn;
   double refminz = 0;
-  int stlbyteorder = 0;   // remembered between surface reads
-  std::string stlpath;    // the file the last read took
+  int stlbyteorder = 0;  // remembered between surface reads
+  std::string stlpath;   // the file the last read took
 };
 
 WarpField warpfield(const RunData &run) {
@@ -80,10 +80,9 @@ void processsurface(Reporter &rep, RunData &run, int i) {
     RawSurface raw = readstlstep(rep, run.stlpath, run.stlbyteorder);
     // The watertightness warnings name the surface by its ID in the job's list.
     const JobFiles &jf = run.files;
-    const std::string surfacename =
-        names.curstlid >= 1 && names.curstlid <= jf.stlfiles.n
-            ? rtrim(jf.stlfiles[static_cast<size_t>(names.curstlid - 1)])
-            : rtrim(run.stlpath);
+    const std::string surfacename = names.curstlid >= 1 && names.curstlid <= jf.stlfiles.n
+                                        ? rtrim(jf.stlfiles[static_cast<size_t>(names.curstlid - 1)])
+                                        : rtrim(run.stlpath);
     PreparedSurface prep = preparesurfacestep(rep, raw, st.tolerances, surfacename, run.stlpath);
     SurfaceMesh &mesh = prep.mesh;
     EdgeTable &edges = prep.edges;
@@ -95,8 +94,8 @@ void processsurface(Reporter &rep, RunData &run, int i) {
     refine.refinetolsq = st.refinetolsq();
     refine.progressbase = names.progressbase;
     refine.progressshare = names.progressshare;
-    warpstl(rep, warpfield(run), st.inpuflag, run.refminz,
-            WarpScales{run.files.stlscale, st.unitscale}, refine, mesh, edges);
+    warpstl(rep, warpfield(run), st.inpuflag, run.refminz, WarpScales{run.files.stlscale, st.unitscale}, refine, mesh,
+            edges);
     edges = EdgeTable();
 
     rep.say("Calculating surface normals");
@@ -120,8 +119,7 @@ void processsurface(Reporter &rep, RunData &run, int i) {
       rep.finishedfile(path);
       rep.say("Finished writing VTK file " + path);
     }
-    if (st.o3dmflag)
-      write3mf(rep, mesh, dispsingle(mesh, "write3mfstep, dispsingle, 1"), packagefolder(out));
+    if (st.o3dmflag) write3mf(rep, mesh, dispsingle(mesh, "write3mfstep, dispsingle, 1"), packagefolder(out));
     // The arrays of the pass are released here, before the read-back.
   }
   if (st.tsrdflag) {
@@ -145,8 +143,7 @@ void processsurface(Reporter &rep, RunData &run, int i) {
 std::string selectedsurface(const JobFiles &files, int32_t id) {
   int found = 0;
   for (int j = 1; j <= files.stlfiles.n; ++j) {
-    if (surfaceselected(files, j) && ++found == id)
-      return rtrim(files.stlfiles[static_cast<size_t>(j - 1)]);
+    if (surfaceselected(files, j) && ++found == id) return rtrim(files.stlfiles[static_cast<size_t>(j - 1)]);
   }
   return {};
 }
@@ -166,8 +163,7 @@ void splitpath(const std::string &path, std::string &folder, std::string &name, 
   }
 }
 
-void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &st, JobFiles &jf,
-             CaseInfo &caseinfo) {
+void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &st, JobFiles &jf, CaseInfo &caseinfo) {
   loadcatalogue(rep);
   rep.opensignal();
   readdeck(rep, args, st, jf);
@@ -199,8 +195,7 @@ void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &st, 
     // Kept deliberately: the displacement file is looked for under results/ of the case folder
     // also in the cloud layout, where the mesh file comes from below the cloud folder
     // (simresults/readgeo). [not pinned]
-    jf.dispfile = rtrim(findresultfile("results/" + rtrim(jf.casestem) + "00_",
-                                       jf.resultfilenumber, ".dis.ens"));
+    jf.dispfile = rtrim(findresultfile("results/" + rtrim(jf.casestem) + "00_", jf.resultfilenumber, ".dis.ens"));
   }
 }
 
@@ -257,15 +252,13 @@ int runwarpforge(Reporter &rep, const std::vector<std::string> &args) {
     readvariable(rep, run.files.dispfile, run.sim);
   }
   if (st.refgflag) {
-    run.ref = querysetstep(rep, "Processing reference geometry",
-                           st.reffiles.n > 0 ? st.reffiles[0] : std::string(), run.stlpath,
-                           run.stlbyteorder);
+    run.ref = querysetstep(rep, "Processing reference geometry", st.reffiles.n > 0 ? st.reffiles[0] : std::string(),
+                           run.stlpath, run.stlbyteorder);
     run.refminz = run.ref.bbox[2];
   }
   if (st.scngflag) {
-    run.scn = querysetstep(rep, "Processing scanned geometry",
-                           st.scnfiles.n > 0 ? st.scnfiles[0] : std::string(), run.stlpath,
-                           run.stlbyteorder);
+    run.scn = querysetstep(rep, "Processing scanned geometry", st.scnfiles.n > 0 ? st.scnfiles[0] : std::string(),
+                           run.stlpath, run.stlbyteorder);
   }
   const int n = run.files.nsurfaces;
   for (int i = 1; i <= n; ++i) processsurface(rep, run, i);

@@ -23,17 +23,17 @@ namespace wf {
 int runwarpforge(Reporter &rep, const std::vector<std::string> &args);
 
 // Everything from the catalogue to the selection of surfaces and the displacement file's name.
-void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &settings,
-             JobFiles &files, CaseInfo &caseinfo);
+void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &settings, JobFiles &files,
+             CaseInfo &caseinfo);
 
 // The names and shares of pass i (1-based) of the surface loop.
 struct SurfaceNames {
-  int32_t curstlid = 1;       // the rank of the surface among the selected ones
-  int32_t progressbase = 0;   // percent done when the surface starts
+  int32_t curstlid = 1;      // the rank of the surface among the selected ones
+  int32_t progressbase = 0;  // percent done when the surface starts
   double progressshare = 1.0;
-  std::string stlpath;        // the surface file
-  std::string outstlpath;     // the output surface file
-  std::string wrtupath;       // the text report
+  std::string stlpath;     // the surface file
+  std::string outstlpath;  // the output surface file
+  std::string wrtupath;    // the text report
 };
 // Also checks that the output would not overwrite a surface of the job (193), that it has a
 // name (196) and that the surface exists (197), prints "STL file = ", and changes to the

@@ -120,8 +120,7 @@ PreparedSurface preparesurfacestep(Reporter &rep, RawSurface &raw, const Toleran
   if (prep.check.watertight) {
     if (!prep.check.oriented) {
       rep.printwarning();
-      rep.printline("STL file " + stlpath + " has " + inttext(counts.inverted) +
-                    " inversely oriented edges.");
+      rep.printline("STL file " + stlpath + " has " + inttext(counts.inverted) + " inversely oriented edges.");
       rep.printline("Consider repairing the STL with Tessero before continuing.");
       rep.printline("");
     }
@@ -135,8 +134,7 @@ PreparedSurface preparesurfacestep(Reporter &rep, RawSurface &raw, const Toleran
   return prep;
 }
 
-QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file,
-                      std::string &stlpath, int &byteorder) {
+QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file, std::string &stlpath, int &byteorder) {
   rep.say(title);
   stlpath = rtrim(file);
   RawSurface raw = readstlstep(rep, stlpath, byteorder);
@@ -146,8 +144,7 @@ QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file,
   return makequeryset(std::move(raw.vrt), raw.ntri, box);
 }
 
-RawSurface readbackstep(Reporter &rep, const std::string &file, std::string &stlpath,
-                        int &byteorder) {
+RawSurface readbackstep(Reporter &rep, const std::string &file, std::string &stlpath, int &byteorder) {
   rep.blank();
   stlpath = rtrim(file);
   RawSurface raw = readstlstep(rep, stlpath, byteorder);
@@ -155,8 +152,8 @@ RawSurface readbackstep(Reporter &rep, const std::string &file, std::string &stl
   return raw;
 }
 
-std::string recheckstep(Reporter &rep, const std::string &outstlpath,
-                        const RecheckSettings &settings, std::string &stlpath, int &byteorder) {
+std::string recheckstep(Reporter &rep, const std::string &outstlpath, const RecheckSettings &settings,
+                        std::string &stlpath, int &byteorder) {
   std::string entry = rtrim(outstlpath);
   RawSurface raw = readbackstep(rep, entry, stlpath, byteorder);
   // The warnings on watertightness name the output as given.

@@ -31,13 +31,11 @@ PreparedSurface preparesurfacestep(Reporter &rep, RawSurface &raw, const Toleran
 // A reference or scanned geometry as a query set: the title line, the read of `file` (stlpath
 // and byteorder as for readstlstep), "Calculating surface normals", and the set. Throws what
 // the read throws.
-QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file,
-                      std::string &stlpath, int &byteorder);
+QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file, std::string &stlpath, int &byteorder);
 
 // The read-back of a written surface for its check: a blank line, the read of `file` (trailing
 // blanks cut) and the box of the read-back (recheck/readback.h).
-RawSurface readbackstep(Reporter &rep, const std::string &file, std::string &stlpath,
-                        int &byteorder);
+RawSurface readbackstep(Reporter &rep, const std::string &file, std::string &stlpath, int &byteorder);
 
 struct RecheckSettings {
   Tolerances tolerances;
@@ -51,7 +49,7 @@ struct RecheckSettings {
 // repaired file whether or not the repair succeeded: the padding is what the rest of the pass
 // compares with, so a repaired output is not converted to the plain package). stlpath and
 // byteorder are those of the reader.
-std::string recheckstep(Reporter &rep, const std::string &outstlpath,
-                        const RecheckSettings &settings, std::string &stlpath, int &byteorder);
+std::string recheckstep(Reporter &rep, const std::string &outstlpath, const RecheckSettings &settings,
+                        std::string &stlpath, int &byteorder);
 
 }  // namespace wf

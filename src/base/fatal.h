@@ -19,9 +19,9 @@
 namespace wf {
 
 struct Fatal : std::exception {
-  int code = 0;                    // message code, 0 for none
-  std::vector<std::string> vars;   // its variables (empty: one empty variable)
-  std::string iolayer;             // a failure of the I/O layer itself: its text, no message
+  int code = 0;                   // message code, 0 for none
+  std::vector<std::string> vars;  // its variables (empty: one empty variable)
+  std::string iolayer;            // a failure of the I/O layer itself: its text, no message
   Fatal() = default;
   Fatal(int c, std::vector<std::string> v) : code(c), vars(std::move(v)) {}
   const char *what() const noexcept override { return "run aborted"; }

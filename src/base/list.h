@@ -49,9 +49,7 @@ struct List {
     return 0;
   }
   // The entries in use.
-  std::vector<T> entries() const {
-    return std::vector<T>(v.begin(), v.begin() + (n > 0 ? n : 0));
-  }
+  std::vector<T> entries() const { return std::vector<T>(v.begin(), v.begin() + (n > 0 ? n : 0)); }
 };
 
 }  // namespace wf

@@ -149,8 +149,8 @@ void Reporter::post(Severity severity, int code, const std::vector<std::string> 
       list += "\"" + jsonescape(rtrim(vars[i])) + "\"";
     }
   }
-  signalline("{\"message\": {\"type\": \"" + type + "\", \"code\": " + std::to_string(code) +
-             ", \"variables\": [" + list + "], \"tag\": \"Signal tag " + tag + "\"}}");
+  signalline("{\"message\": {\"type\": \"" + type + "\", \"code\": " + std::to_string(code) + ", \"variables\": [" +
+             list + "], \"tag\": \"Signal tag " + tag + "\"}}");
   // The way point: the code as text, the event name by severity.
   const std::string value = std::to_string(code);
   std::string name = "KelSolver.Null";
@@ -178,26 +178,22 @@ void Reporter::signalline(const std::string &text) {
 void Reporter::progress(int edge, int nedges, int percent) {
   char pct[16];
   std::snprintf(pct, sizeof pct, "%3d", percent);
-  raw(std::string(" Progress = ") + pct + " % (edge " + std::to_string(edge) + " of " +
-      std::to_string(nedges) + ")");
+  raw(std::string(" Progress = ") + pct + " % (edge " + std::to_string(edge) + " of " + std::to_string(nedges) + ")");
   signalline("{\"progress\": " + numtext(percent / 100.0) + "}");
 }
 
 void Reporter::finishedfile(const std::string &name) {
-  signalline("{\"information\": {\"finished writing file\": \"" + jsonescape(rtrim(name)) +
-             "\"}}");
+  signalline("{\"information\": {\"finished writing file\": \"" + jsonescape(rtrim(name)) + "\"}}");
 }
 
 void Reporter::finish(int status) {
-  signalline(status == 1 ? "{\"information\": \"successful finish\"}"
-                         : "{\"information\": \"failed finish\"}");
+  signalline(status == 1 ? "{\"information\": \"successful finish\"}" : "{\"information\": \"failed finish\"}");
 }
 
-std::string Reporter::tempfilename(const std::string &folder, const std::string &prefix,
-                                   const std::string &suffix) {
+std::string Reporter::tempfilename(const std::string &folder, const std::string &prefix, const std::string &suffix) {
   if (!tempseeded_) {
-    tempstate_ = static_cast<uint32_t>(
-        std::chrono::system_clock::now().time_since_epoch().count() ^ (getpid() * 2654435761u));
+    tempstate_ =
+        static_cast<uint32_t>(std::chrono::system_clock::now().time_since_epoch().count() ^ (getpid() * 2654435761u));
     tempseeded_ = true;
   }
   for (;;) {
@@ -246,7 +242,11 @@ void Reporter::opensignal() {
   const uint32_t ms = static_cast<uint32_t>(
       std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000);
   tagstate_ = ((((static_cast<uint32_t>(lt.tm_mday) * 24u + static_cast<uint32_t>(lt.tm_hour)) * 60u +
-                 static_cast<uint32_t>(lt.tm_min)) * 60u + static_cast<uint32_t>(lt.tm_sec)) * 1000u + ms) *
+                 static_cast<uint32_t>(lt.tm_min)) *
+                    60u +
+                static_cast<uint32_t>(lt.tm_sec)) *
+                   1000u +
+               ms) *
               static_cast<uint32_t>(getpid());
 }
 

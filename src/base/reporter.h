@@ -96,8 +96,7 @@ class Reporter {
 
   // A file name made of folder, "/", prefix, 8 hexadecimal digits (leading zeros as blanks)
   // and suffix, at which no file exists.
-  std::string tempfilename(const std::string &folder, const std::string &prefix,
-                           const std::string &suffix);
+  std::string tempfilename(const std::string &folder, const std::string &prefix, const std::string &suffix);
 
  private:
   void line(std::string_view a, std::string_view b = {});

@@ -6,8 +6,7 @@
 
 namespace wf {
 
-int Telemetry::sendsinglewaypoint(const char *name, int namelength, const char *value,
-                                  int valuelength) {
+int Telemetry::sendsinglewaypoint(const char *name, int namelength, const char *value, int valuelength) {
   std::string n(name, static_cast<size_t>(namelength > 0 ? namelength : 0));
   std::string v(value, static_cast<size_t>(valuelength > 0 ? valuelength : 0));
   if (const char *log = std::getenv("WARPFORGE_WAYPOINT_LOG"); log && *log) {

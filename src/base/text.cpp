@@ -83,8 +83,8 @@ std::string repairedsiblingname(const std::string &path) {
 }
 
 std::string jsonescape(std::string_view text) {
-  const std::string s = nlohmann::json(std::string(text)).dump(
-      -1, ' ', false, nlohmann::json::error_handler_t::replace);
+  const std::string s =
+      nlohmann::json(std::string(text)).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
   return s.substr(1, s.size() - 2);
 }
 

@@ -129,8 +129,7 @@ bool nexttoken(std::string_view text, size_t &pos, std::string &token) {
       token.push_back(text[pos++]);
     }
   } else {
-    while (pos < n && !isblankc(text[pos]) && text[pos] != ',' && text[pos] != '/')
-      token.push_back(text[pos++]);
+    while (pos < n && !isblankc(text[pos]) && text[pos] != ',' && text[pos] != '/') token.push_back(text[pos++]);
   }
   // A separating comma behind the token belongs to it.
   size_t p = pos;

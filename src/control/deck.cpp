@@ -63,8 +63,7 @@ void readnamelist(LineReader &in, List<std::string> &list) {
   in.stepback();
 }
 
-void readidlist(LineReader &in, List<int32_t> &ids, const std::string &deckpath,
-                const std::string &keyword) {
+void readidlist(LineReader &in, List<int32_t> &ids, const std::string &deckpath, const std::string &keyword) {
   ids.start();
   std::string line = keyword;
   for (;;) {
@@ -103,84 +102,111 @@ void notezgiven(CardRead &r) { r.ztolgiven = true; }
 // places count on through the named checks across cards below (kNamedChecks), so that the two
 // lists together give the order of the validation's messages and lines.
 constexpr DeckCard kCards[] = {
-    {.keyword = "*INPU", .kind = CardKind::text, .flag = &Settings::inpuflag,
-     .text = &JobFiles::inputfile},
+    {.keyword = "*INPU", .kind = CardKind::text, .flag = &Settings::inpuflag, .text = &JobFiles::inputfile},
     {.keyword = "*STLF", .kind = CardKind::filelist, .filelist = &JobFiles::stlfiles},
-    {.keyword = "*CASE", .kind = CardKind::text, .flag = &Settings::caseflag,
-     .text = &JobFiles::casefile},
+    {.keyword = "*CASE", .kind = CardKind::text, .flag = &Settings::caseflag, .text = &JobFiles::casefile},
     {.keyword = "*TSRD", .kind = CardKind::flag, .flag = &Settings::tsrdflag},
     {.keyword = "*OVTK", .kind = CardKind::flag, .flag = &Settings::ovtkflag},
     {.keyword = "*O3DM", .kind = CardKind::flag, .flag = &Settings::o3dmflag},
     {.keyword = "*N3DM", .kind = CardKind::clearflag, .flag = &Settings::o3dmflag},
     {.keyword = "*O3MF", .kind = CardKind::flag, .flag = &Settings::o3mfflag},
     {.keyword = "*TSRE", .kind = CardKind::flag, .flag = &Settings::tsreflag},
-    {.keyword = "*TSRT", .kind = CardKind::real, .real = &Settings::repairtol,
-     .after = resetrepairtol},
-    {.keyword = "*REFG", .kind = CardKind::namelist, .flag = &Settings::refgflag,
-     .names = &Settings::reffiles},
-    {.keyword = "*SCNG", .kind = CardKind::namelist, .flag = &Settings::scngflag,
-     .names = &Settings::scnfiles},
-    {.keyword = "*OUTP", .kind = CardKind::namelist, .flag = &Settings::outpflag,
-     .names = &Settings::outfiles},
-    {.keyword = "*WARP", .kind = CardKind::real, .real = &Settings::warpscale,
+    {.keyword = "*TSRT", .kind = CardKind::real, .real = &Settings::repairtol, .after = resetrepairtol},
+    {.keyword = "*REFG", .kind = CardKind::namelist, .flag = &Settings::refgflag, .names = &Settings::reffiles},
+    {.keyword = "*SCNG", .kind = CardKind::namelist, .flag = &Settings::scngflag, .names = &Settings::scnfiles},
+    {.keyword = "*OUTP", .kind = CardKind::namelist, .flag = &Settings::outpflag, .names = &Settings::outfiles},
+    {.keyword = "*WARP",
+     .kind = CardKind::real,
+     .real = &Settings::warpscale,
      .echolabel = "Warpage scaling factor      = "},
-    {.keyword = "*UNIT", .kind = CardKind::real, .real = &Settings::unitscale,
+    {.keyword = "*UNIT",
+     .kind = CardKind::real,
+     .real = &Settings::unitscale,
      .echolabel = "Output unit scaling factor  = "},
-    {.keyword = "*NINT", .kind = CardKind::integer, .integer = &Settings::navgnodes,
+    {.keyword = "*NINT",
+     .kind = CardKind::integer,
+     .integer = &Settings::navgnodes,
      .echolabel = "# of weighted average nodes = ",
-     .checks = {{.place = 9, .code = 182,
-                 .fails = [](const Settings &s, const JobFiles &) { return s.navgnodes < 1; }},
+     .checks = {{.place = 9, .code = 182, .fails = [](const Settings &s, const JobFiles &) { return s.navgnodes < 1; }},
                 // Each thread keeps 20 bytes per averaged node: beyond this no machine holds
                 // the arrays, with a mesh to match or, in a scan job, without one.
-                {.place = 10, .code = 172,
-                 .fails = [](const Settings &s,
-                             const JobFiles &) { return s.navgnodes > kMaxAverageNodes; },
+                {.place = 10,
+                 .code = 172,
+                 .fails = [](const Settings &s, const JobFiles &) { return s.navgnodes > kMaxAverageNodes; },
                  .withvalue = true}}},
-    {.keyword = "*EINT", .kind = CardKind::real, .real = &Settings::avgexponent,
+    {.keyword = "*EINT",
+     .kind = CardKind::real,
+     .real = &Settings::avgexponent,
      .echolabel = "Weighted average exponent   = ",
-     .checks = {{.place = 11, .code = 183,
+     .checks = {{.place = 11,
+                 .code = 183,
                  .fails = [](const Settings &s, const JobFiles &) { return s.avgexponent <= 0; }}}},
-    {.keyword = "*SNAP", .kind = CardKind::real, .real = &Settings::snaptol,
+    {.keyword = "*SNAP",
+     .kind = CardKind::real,
+     .real = &Settings::snaptol,
      .echolabel = "Snapping tolerance          = ",
-     .checks = {{.place = 12, .code = 184,
+     .checks = {{.place = 12,
+                 .code = 184,
                  .fails = [](const Settings &s, const JobFiles &) { return s.snaptol <= 0; }}}},
-    {.keyword = "*MAXR", .kind = CardKind::integer, .integer = &Settings::maxrefine,
+    {.keyword = "*MAXR",
+     .kind = CardKind::integer,
+     .integer = &Settings::maxrefine,
      .echolabel = "Max refinement levels       = ",
-     .checks = {{.place = 8, .code = 181,
+     .checks = {{.place = 8,
+                 .code = 181,
                  .fails = [](const Settings &s, const JobFiles &) { return s.maxrefine < 0; }}}},
-    {.keyword = "*MINE", .kind = CardKind::real, .real = &Settings::minedge,
+    {.keyword = "*MINE",
+     .kind = CardKind::real,
+     .real = &Settings::minedge,
      .echolabel = "Min edge length             = ",
-     .checks = {{.place = 13, .code = 185,
+     .checks = {{.place = 13,
+                 .code = 185,
                  .fails = [](const Settings &s, const JobFiles &) { return s.minedge <= 0; }}}},
-    {.keyword = "*MAXE", .kind = CardKind::real, .real = &Settings::maxedge,
+    {.keyword = "*MAXE",
+     .kind = CardKind::real,
+     .real = &Settings::maxedge,
      .echolabel = "Max edge length             = "},
-    {.keyword = "*RTOL", .kind = CardKind::real, .real = &Settings::refinetol,
+    {.keyword = "*RTOL",
+     .kind = CardKind::real,
+     .real = &Settings::refinetol,
      .echolabel = "Refinement tolerance        = ",
-     .checks = {{.place = 15, .code = 187,  // zero is allowed
+     .checks = {{.place = 15,
+                 .code = 187,  // zero is allowed
                  .fails = [](const Settings &s, const JobFiles &) { return s.refinetol < 0; }}}},
-    {.keyword = "*FORM", .kind = CardKind::letter, .letter = &Settings::stlformat,
+    {.keyword = "*FORM",
+     .kind = CardKind::letter,
+     .letter = &Settings::stlformat,
      .echolabel = "STL output format           = ",
-     .checks = {{.place = 16, .code = 188,
-                 .fails = [](const Settings &s, const JobFiles &) {
-                   return s.stlformat != 'a' && s.stlformat != 'b' && s.stlformat != 'c' &&
-                          s.stlformat != 'd';
-                 }}}},
-    {.keyword = "*IOFF", .kind = CardKind::integer, .integer = &Settings::incoffset,
+     .checks = {{.place = 16,
+                 .code = 188,
+                 .fails =
+                     [](const Settings &s, const JobFiles &) {
+                       return s.stlformat != 'a' && s.stlformat != 'b' && s.stlformat != 'c' && s.stlformat != 'd';
+                     }}}},
+    {.keyword = "*IOFF",
+     .kind = CardKind::integer,
+     .integer = &Settings::incoffset,
      .echolabel = "Increment offset            = "},
-    {.keyword = "*ISTL", .kind = CardKind::idlist, .flag = &Settings::istlflag,
+    {.keyword = "*ISTL",
+     .kind = CardKind::idlist,
+     .flag = &Settings::istlflag,
      .ids = &JobFiles::stlids,
-     .checks = {{.place = 17, .code = 189,  // once for the whole list
-                 .fails = [](const Settings &s, const JobFiles &f) {
-                   if (!s.istlflag) return false;
-                   for (int i = 0; i < f.stlids.n; ++i)
-                     if (f.stlids[static_cast<size_t>(i)] < 1) return true;
-                   return false;
-                 }}}},
+     .checks = {{.place = 17,
+                 .code = 189,  // once for the whole list
+                 .fails =
+                     [](const Settings &s, const JobFiles &f) {
+                       if (!s.istlflag) return false;
+                       for (int i = 0; i < f.stlids.n; ++i)
+                         if (f.stlids[static_cast<size_t>(i)] < 1) return true;
+                       return false;
+                     }}}},
     {.keyword = "*NRLE", .kind = CardKind::flag, .flag = &Settings::norelflag},
     {.keyword = "*FIXZ", .kind = CardKind::flag, .flag = &Settings::fixzflag},
-    {.keyword = "*ZTOL", .kind = CardKind::real, .real = &Settings::ztol, .after = notezgiven,
-     .checks = {{.place = 1, .code = 176,
-                 .fails = [](const Settings &s, const JobFiles &) { return s.ztol < 0; }}}},
+    {.keyword = "*ZTOL",
+     .kind = CardKind::real,
+     .real = &Settings::ztol,
+     .after = notezgiven,
+     .checks = {{.place = 1, .code = 176, .fails = [](const Settings &s, const JobFiles &) { return s.ztol < 0; }}}},
     {.keyword = "*ASTL", .kind = CardKind::flag, .flag = &Settings::astlflag},
     {.keyword = "*SSTL", .kind = CardKind::flag, .flag = &Settings::sstlflag},
     {.keyword = "*WRTU", .kind = CardKind::flag, .flag = &Settings::wrtuflag},
@@ -243,16 +269,11 @@ void inputorscan(Validation &v) {
 void showgeometries(Validation &v, bool given, const char *label, const List<std::string> &list) {
   if (!given) return;
   v.rep.say(label);
-  for (int i = 0; i < list.n; ++i)
-    v.rep.say(kIndent + "\"" + rtrim(list[static_cast<size_t>(i)]) + "\"");
+  for (int i = 0; i < list.n; ++i) v.rep.say(kIndent + "\"" + rtrim(list[static_cast<size_t>(i)]) + "\"");
   if (list.n > 1) v.fail(180);
 }
-void showreferences(Validation &v) {
-  showgeometries(v, v.s.refgflag, "Reference geometries = ", v.s.reffiles);
-}
-void showscans(Validation &v) {
-  showgeometries(v, v.s.scngflag, "Scanned geometries = ", v.s.scnfiles);
-}
+void showreferences(Validation &v) { showgeometries(v, v.s.refgflag, "Reference geometries = ", v.s.reffiles); }
+void showscans(Validation &v) { showgeometries(v, v.s.scngflag, "Scanned geometries = ", v.s.scnfiles); }
 
 // A scan job without *INPU takes its surface from *REFG alone (198 without one).
 void scansurface(Validation &v) {
@@ -288,25 +309,39 @@ constexpr NamedCheck kNamedChecks[] = {
 constexpr bool wellformed(const DeckCard &c) {
   if (c.keyword.size() != 5 || c.keyword[0] != '*') return false;
   if (!c.echolabel.empty() && c.echolabel.size() != 30) return false;
-  const int targets = (c.real != nullptr) + (c.integer != nullptr) + (c.letter != nullptr) +
-                      (c.text != nullptr) + (c.names != nullptr) + (c.filelist != nullptr) +
-                      (c.ids != nullptr);
+  const int targets = (c.real != nullptr) + (c.integer != nullptr) + (c.letter != nullptr) + (c.text != nullptr) +
+                      (c.names != nullptr) + (c.filelist != nullptr) + (c.ids != nullptr);
   bool target = false;
   switch (c.kind) {
     case CardKind::flag:
-    case CardKind::clearflag: target = targets == 0 && c.flag != nullptr; break;
-    case CardKind::real: target = c.real != nullptr; break;
-    case CardKind::integer: target = c.integer != nullptr; break;
-    case CardKind::letter: target = c.letter != nullptr; break;
-    case CardKind::text: target = c.text != nullptr; break;
-    case CardKind::namelist: target = c.names != nullptr; break;
-    case CardKind::filelist: target = c.filelist != nullptr; break;
-    case CardKind::idlist: target = c.ids != nullptr; break;
+    case CardKind::clearflag:
+      target = targets == 0 && c.flag != nullptr;
+      break;
+    case CardKind::real:
+      target = c.real != nullptr;
+      break;
+    case CardKind::integer:
+      target = c.integer != nullptr;
+      break;
+    case CardKind::letter:
+      target = c.letter != nullptr;
+      break;
+    case CardKind::text:
+      target = c.text != nullptr;
+      break;
+    case CardKind::namelist:
+      target = c.names != nullptr;
+      break;
+    case CardKind::filelist:
+      target = c.filelist != nullptr;
+      break;
+    case CardKind::idlist:
+      target = c.ids != nullptr;
+      break;
   }
   if (!target || targets > 1) return false;
   // Only a value the echo can show has an echo line or a check that names it.
-  const bool shown = c.kind == CardKind::real || c.kind == CardKind::integer ||
-                     c.kind == CardKind::letter;
+  const bool shown = c.kind == CardKind::real || c.kind == CardKind::integer || c.kind == CardKind::letter;
   if (!c.echolabel.empty() && !shown) return false;
   for (const CardCheck &k : c.checks) {
     if ((k.place == 0) != (k.code == 0) || (k.place == 0) != (k.fails == nullptr)) return false;
@@ -352,18 +387,31 @@ void readcard(const DeckCard &card, CardRead &r) {
   if (card.flag != nullptr) s.*card.flag = card.kind != CardKind::clearflag;
   switch (card.kind) {
     case CardKind::flag:
-    case CardKind::clearflag: break;
-    case CardKind::real: r.realvalue(s.*card.real); break;
-    case CardKind::integer: r.intvalue(s.*card.integer); break;
+    case CardKind::clearflag:
+      break;
+    case CardKind::real:
+      r.realvalue(s.*card.real);
+      break;
+    case CardKind::integer:
+      r.intvalue(s.*card.integer);
+      break;
     case CardKind::letter: {
       const std::string v = r.textvalue();
       s.*card.letter = v.empty() ? ' ' : v[0];
       break;
     }
-    case CardKind::text: r.files.*card.text = r.textvalue(); break;
-    case CardKind::namelist: readnamelist(r.in, s.*card.names); break;
-    case CardKind::filelist: readstlf(r.in, r.files.*card.filelist); break;
-    case CardKind::idlist: readidlist(r.in, r.files.*card.ids, r.deckpath, r.keyline); break;
+    case CardKind::text:
+      r.files.*card.text = r.textvalue();
+      break;
+    case CardKind::namelist:
+      readnamelist(r.in, s.*card.names);
+      break;
+    case CardKind::filelist:
+      readstlf(r.in, r.files.*card.filelist);
+      break;
+    case CardKind::idlist:
+      readidlist(r.in, r.files.*card.ids, r.deckpath, r.keyline);
+      break;
   }
   if (card.after != nullptr) card.after(r);
 }
@@ -473,10 +521,14 @@ const DeckCard *findcard(std::string_view key) {
 
 std::string cardvalue(const DeckCard &card, const Settings &settings) {
   switch (card.kind) {
-    case CardKind::real: return numtext(settings.*card.real);
-    case CardKind::integer: return inttext(settings.*card.integer);
-    case CardKind::letter: return std::string(1, settings.*card.letter);
-    default: return std::string();
+    case CardKind::real:
+      return numtext(settings.*card.real);
+    case CardKind::integer:
+      return inttext(settings.*card.integer);
+    case CardKind::letter:
+      return std::string(1, settings.*card.letter);
+    default:
+      return std::string();
   }
 }
 
@@ -519,8 +571,7 @@ void readstlf(LineReader &in, List<std::string> &list) {
   in.stepback();
 }
 
-void readdeck(Reporter &rep, const std::vector<std::string> &args, Settings &settings,
-              JobFiles &files) {
+void readdeck(Reporter &rep, const std::vector<std::string> &args, Settings &settings, JobFiles &files) {
   rep.blank();
   rep.say("warpforge");
   rep.blank();

@@ -23,8 +23,7 @@ namespace wf {
 
 // args: the command-line arguments after the program name. Throws Fatal: 175, 33, 34, 30, 31,
 // 97, 32, or (code 0) after the validation has posted its messages.
-void readdeck(Reporter &rep, const std::vector<std::string> &args, Settings &settings,
-              JobFiles &files);
+void readdeck(Reporter &rep, const std::vector<std::string> &args, Settings &settings, JobFiles &files);
 
 // A file list into list, from an empty list; a list running to the end of the file keeps its
 // last name twice. Shared with the solver input file.

@@ -17,7 +17,6 @@ namespace wf {
 
 namespace {
 
-
 // The value line of *OFNS or *STLS: the first free-form token of the next line that is no
 // comment. No coded message exists for a missing line or a line without a number: the run ends
 // as a failure of the I/O layer.
@@ -66,9 +65,7 @@ int32_t surftype(const JobFiles &files, int j) {
   return j <= files.stltype.n ? files.stltype[static_cast<size_t>(j - 1)] : 1;
 }
 
-std::string nameof(const JobFiles &files, int j) {
-  return rtrim(files.stlfiles[static_cast<size_t>(j - 1)]);
-}
+std::string nameof(const JobFiles &files, int j) { return rtrim(files.stlfiles[static_cast<size_t>(j - 1)]); }
 
 }  // namespace
 
@@ -77,8 +74,7 @@ bool surfaceselected(const JobFiles &files, int j) {
   // A surface without a *STLM row counts as a job without *STLM: processed by default.
   if (surftype(files, j) == 1) return true;
   if (!files.selectbyfraction) return false;
-  const float fraction =
-      j <= files.stlfraction.n ? files.stlfraction[static_cast<size_t>(j - 1)] : 1.0f;
+  const float fraction = j <= files.stlfraction.n ? files.stlfraction[static_cast<size_t>(j - 1)] : 1.0f;
   return fraction > 0.999f;
 }
 
@@ -147,8 +143,8 @@ void selectincrement(const CaseInfo &info, int32_t incoffset, JobFiles &files) {
   const double t = info.resulttimes[static_cast<size_t>(idx - 1)];
   // The latest mesh not later than t; of equal times the first, since only a larger one replaces.
   long long best = 0;
-  const long long nmesh = std::min<long long>(
-      info.nmesh, static_cast<long long>(std::min(info.meshtimes.size(), info.meshnums.size())));
+  const long long nmesh =
+      std::min<long long>(info.nmesh, static_cast<long long>(std::min(info.meshtimes.size(), info.meshnums.size())));
   for (long long m = 1; m <= nmesh; ++m) {
     const double tm = info.meshtimes[static_cast<size_t>(m - 1)];
     if (tm <= t && (best == 0 || tm > info.meshtimes[static_cast<size_t>(best - 1)])) best = m;

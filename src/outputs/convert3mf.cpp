@@ -21,16 +21,14 @@ void line(Reporter &rep, const std::string &text) { rep.raw(text); }
 std::string hexstatus(Reporter &rep, int status) { return rep.hexstatus(status); }
 
 uint64_t tickcount() {
-  return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                   std::chrono::steady_clock::now().time_since_epoch())
-                                   .count());
+  return static_cast<uint64_t>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
+          .count());
 }
 
 }  // namespace
 
-std::string plain3mfname(const std::string &outstlpath) {
-  return outstlpath.substr(0, lastdot(outstlpath)) + "3mf";
-}
+std::string plain3mfname(const std::string &outstlpath) { return outstlpath.substr(0, lastdot(outstlpath)) + "3mf"; }
 
 int convertto3mf(Reporter &rep, const char *inputpath, const char *outputpath) {
   const std::string rule(66, '-');
@@ -58,8 +56,10 @@ int convertto3mf(Reporter &rep, const char *inputpath, const char *outputpath) {
   std::string extension = dot == std::string::npos ? std::string() : input.substr(dot);
   for (char &c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   const char *readername = nullptr;
-  if (extension == ".stl") readername = "stl";
-  else if (extension == ".3mf") readername = "3mf";
+  if (extension == ".stl")
+    readername = "stl";
+  else if (extension == ".3mf")
+    readername = "3mf";
   else {
     line(rep, "unknown input file extension:" + extension);
     return -5;

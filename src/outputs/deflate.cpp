@@ -28,8 +28,7 @@ struct ChunkDeflate::Scratch {
   std::unique_ptr<unsigned char[]> out;
 };
 
-ChunkDeflate::ChunkDeflate(const unsigned char *input, size_t n, int threads)
-    : input_(input), n_(n) {
+ChunkDeflate::ChunkDeflate(const unsigned char *input, size_t n, int threads) : input_(input), n_(n) {
   const size_t nchunks = std::max<size_t>(1, (n + deflatechunk - 1) / deflatechunk);
   try {
     pieces_.resize(nchunks);
@@ -66,8 +65,8 @@ void ChunkDeflate::compress(size_t c) {
   s.level_buf_size = static_cast<uint32_t>(ISAL_DEF_LVL3_DEFAULT);
   if (begin > 0) {
     const size_t from = begin > dictionary ? begin - dictionary : 0;
-    if (isal_deflate_set_dict(&s, const_cast<unsigned char *>(input_ + from),
-                              static_cast<uint32_t>(begin - from)) != COMP_OK) {
+    if (isal_deflate_set_dict(&s, const_cast<unsigned char *>(input_ + from), static_cast<uint32_t>(begin - from)) !=
+        COMP_OK) {
       failed_[c] = 1;
       return;
     }
@@ -80,8 +79,7 @@ void ChunkDeflate::compress(size_t c) {
   s.end_of_stream = final ? 1 : 0;
   // A piece that is not the last ends with a sync flush: on a byte boundary, no final block.
   s.flush = final ? NO_FLUSH : SYNC_FLUSH;
-  if (isal_deflate(&s) != COMP_OK || s.avail_in != 0 ||
-      (final && s.internal_state.state != ZSTATE_END)) {
+  if (isal_deflate(&s) != COMP_OK || s.avail_in != 0 || (final && s.internal_state.state != ZSTATE_END)) {
     failed_[c] = 1;
     return;
   }
@@ -114,8 +112,8 @@ bool ChunkDeflate::finish(Deflated &out) {
 
 bool deflateraw(const unsigned char *input, size_t n, Deflated &out, int threads) {
   const size_t nchunks = std::max<size_t>(1, (n + deflatechunk - 1) / deflatechunk);
-  const int nthreads = std::max(1, std::min<int>(threads > 0 ? threads : omp_get_max_threads(),
-                                                 static_cast<int>(nchunks)));
+  const int nthreads =
+      std::max(1, std::min<int>(threads > 0 ? threads : omp_get_max_threads(), static_cast<int>(nchunks)));
   ChunkDeflate job(input, n, nthreads);
   if (!job.ready()) return false;
   const long long count = static_cast<long long>(job.chunks());

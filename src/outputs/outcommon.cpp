@@ -14,9 +14,7 @@ namespace wf {
 
 namespace {
 
-[[noreturn]] void writefailed(const std::string &file, int err) {
-  fatal(200, {text256(file), std::to_string(err)});
-}
+[[noreturn]] void writefailed(const std::string &file, int err) { fatal(200, {text256(file), std::to_string(err)}); }
 
 }  // namespace
 
@@ -43,8 +41,7 @@ void closeoutput(std::FILE *f, const std::string &file) {
   if (bad) writefailed(file, errno != 0 ? errno : EIO);
 }
 
-BlockWriter::BlockWriter(std::FILE *f, const std::string &file, size_t capacity)
-    : f_(f), file_(file) {
+BlockWriter::BlockWriter(std::FILE *f, const std::string &file, size_t capacity) : f_(f), file_(file) {
   allocate(buf_, capacity, "blockwriter, buffer, 1");
 }
 

@@ -30,28 +30,32 @@ namespace {
 #define WF_OWN "http://schemas.corvanta.com"
 #define WF_OPC "http://schemas.openxmlformats.org/package/2006"
 
-constexpr std::string_view starttag =
-    "<model xmlns=\"" WF_MS "/core/2015/02\" unit=\"millimeter\" xml:lang=\"en-US\""
-    " xmlns:m=\"" WF_MS "/material/2015/02\""
-    " xmlns:p=\"" WF_MS "/production/2015/06\""
-    " xmlns:l=\"" WF_OWN "/zqm/loadcase/2016/08\""
-    " xmlns:t=\"" WF_OWN "/zqm/tetrahedron/2017/01\""
-    " xmlns:b=\"" WF_MS "/beamlattice/2017/02\""
-    " xmlns:bt=\"" WF_OWN "/zqm/beamlatticetag/2017/02\""
-    " xmlns:s=\"" WF_MS "/slice/2015/07\">";
+constexpr std::string_view starttag = "<model xmlns=\"" WF_MS
+                                      "/core/2015/02\" unit=\"millimeter\" xml:lang=\"en-US\""
+                                      " xmlns:m=\"" WF_MS
+                                      "/material/2015/02\""
+                                      " xmlns:p=\"" WF_MS
+                                      "/production/2015/06\""
+                                      " xmlns:l=\"" WF_OWN
+                                      "/zqm/loadcase/2016/08\""
+                                      " xmlns:t=\"" WF_OWN
+                                      "/zqm/tetrahedron/2017/01\""
+                                      " xmlns:b=\"" WF_MS
+                                      "/beamlattice/2017/02\""
+                                      " xmlns:bt=\"" WF_OWN
+                                      "/zqm/beamlatticetag/2017/02\""
+                                      " xmlns:s=\"" WF_MS "/slice/2015/07\">";
 static_assert(starttag.size() == 585, "the model start tag is one record of 585 characters");
 
 constexpr std::string_view relstart = "<Relationships xmlns=\"" WF_OPC "/relationships\">";
 constexpr std::string_view xmldecl = "<?xml version=\"1.0\" encoding=\"utf-8\"?>";
-
 
 // A small member: records given with their indentation depth.
 struct Record {
   int tabs;
   std::string_view text;
 };
-void writemember(const std::string &path, const std::string &modelpath,
-                 std::initializer_list<Record> records) {
+void writemember(const std::string &path, const std::string &modelpath, std::initializer_list<Record> records) {
   // Kept deliberately: every member reports a failed open (message 31) under the name of the
   // model member, also when the model was written and a later member failed.
   // [pinned: Package3mf.FolderNamesOneMagnitudeAndFailedMembers]
@@ -84,8 +88,7 @@ constexpr std::string_view vertexy = "\" y=\"";
 constexpr std::string_view vertexz = "\" z=\"";
 constexpr std::string_view rowclose = "\" />\n";
 constexpr size_t coordwidth = 16;
-constexpr size_t vertexbytes =
-    vertexopen.size() + vertexy.size() + vertexz.size() + rowclose.size() + 3 * coordwidth;
+constexpr size_t vertexbytes = vertexopen.size() + vertexy.size() + vertexz.size() + rowclose.size() + 3 * coordwidth;
 
 constexpr std::string_view triangleopen = "\t\t\t\t\t<triangle v1=\"";
 constexpr std::string_view trianglev2 = "\" v2=\"";
@@ -93,9 +96,8 @@ constexpr std::string_view trianglev3 = "\" v3=\"";
 constexpr std::string_view trianglep1 = "\" pid=\"2\" p1=\"";
 constexpr std::string_view trianglep2 = "\" p2=\"";
 constexpr std::string_view trianglep3 = "\" p3=\"";
-constexpr size_t trianglefixed = triangleopen.size() + trianglev2.size() + trianglev3.size() +
-                                 trianglep1.size() + trianglep2.size() + trianglep3.size() +
-                                 rowclose.size();
+constexpr size_t trianglefixed = triangleopen.size() + trianglev2.size() + trianglev3.size() + trianglep1.size() +
+                                 trianglep2.size() + trianglep3.size() + rowclose.size();
 // The longest triangle row: six integers of 20 characters at most (putint's widest).
 constexpr size_t trianglemost = trianglefixed + 6 * 20;
 
@@ -135,9 +137,9 @@ std::string modelhead() {
     record(head, 3, std::string_view(text, static_cast<size_t>(p - text)));
   }
   record(head, 2, "</m:colorgroup>");
-  record(head, 2, "<object id=\"1\" name=\"" + std::string(objectname) + "\" partnumber=\"" +
-                      std::string(uuid1) + "\" type=\"model\" p:UUID=\"" + std::string(uuid1) +
-                      "\" pid=\"2\" pindex=\"0\">");
+  record(head, 2,
+         "<object id=\"1\" name=\"" + std::string(objectname) + "\" partnumber=\"" + std::string(uuid1) +
+             "\" type=\"model\" p:UUID=\"" + std::string(uuid1) + "\" pid=\"2\" pindex=\"0\">");
   record(head, 3, "<mesh>");
   record(head, 4, "<vertices>");
   return head;
@@ -153,8 +155,9 @@ std::string modeltail() {
   record(tail, 1, "<build p:UUID=\"" + std::string(uuid2) + "\">");
   // Kept deliberately: the item's partnumber holds the object name, where the object's holds
   // its UUID. [pinned: regression set, the 3D/3dmodel.model of every job with a package]
-  record(tail, 2, "<item objectid=\"1\" partnumber=\"" + std::string(objectname) +
-                      "\" p:UUID=\"" + std::string(uuid3) + "\" />");
+  record(
+      tail, 2,
+      "<item objectid=\"1\" partnumber=\"" + std::string(objectname) + "\" p:UUID=\"" + std::string(uuid3) + "\" />");
   record(tail, 1, "</build>");
   record(tail, 0, "</model>");
   return tail;
@@ -200,8 +203,8 @@ struct ModelRows {
   // The length of triangle(i), to the byte.
   size_t trianglebytes(size_t i) const {
     const int32_t *c = &mesh.tri[3 * i];
-    return trianglefixed + intwidth(c[0] - 1) + intwidth(c[1] - 1) + intwidth(c[2] - 1) +
-           intwidth(colourof(c[0])) + intwidth(colourof(c[1])) + intwidth(colourof(c[2]));
+    return trianglefixed + intwidth(c[0] - 1) + intwidth(c[1] - 1) + intwidth(c[2] - 1) + intwidth(colourof(c[0])) +
+           intwidth(colourof(c[1])) + intwidth(colourof(c[2]));
   }
 };
 
@@ -271,8 +274,7 @@ std::unique_ptr<char, FreeText> textmemory(size_t bytes) {
 class ModelOut {
  public:
   ModelOut(std::FILE *f, const std::string &path, char *whole) : f_(f), path_(path), whole_(whole) {
-    if (whole_ == nullptr)
-      allocate(stripe_, stripeblocks * blockrows * trianglemost, "blockwriter, buffer, 1");
+    if (whole_ == nullptr) allocate(stripe_, stripeblocks * blockrows * trianglemost, "blockwriter, buffer, 1");
   }
   void put(std::string_view text) {
     for (size_t done = 0; done < text.size();) {
@@ -326,8 +328,8 @@ class ModelOut {
 
 }  // namespace
 
-bool writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
-                const std::string &path, const std::string &report, Deflated *packed) {
+bool writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle, const std::string &path,
+                const std::string &report, Deflated *packed) {
   std::FILE *f = openoutput(path, report);
   ModelRows rows{mesh, nullptr};
   rows.n = mesh.nvrt > 0 ? static_cast<size_t>(mesh.nvrt) : 0;
@@ -362,8 +364,7 @@ bool writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
   const std::string tail = modeltail();
   const RowSection vertices = vertexsection(rows);
   const RowSection triangles = trianglesection(rows);
-  const size_t size =
-      head.size() + vertices.bytes() + middle.size() + triangles.bytes() + tail.size();
+  const size_t size = head.size() + vertices.bytes() + middle.size() + triangles.bytes() + tail.size();
 
   std::unique_ptr<char, FreeText> whole;
   if (packed != nullptr) whole = textmemory(size);
@@ -410,8 +411,7 @@ std::string packagefolder(const std::string &outstlpath) {
   return (p >= 2 ? outstlpath.substr(0, p - 1) : std::string()) + "_color";
 }
 
-void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
-              const std::string &folder) {
+void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle, const std::string &folder) {
   // Existing folders are no error, and failures show only when a member fails to open.
   for (const char *sub : {"", "/_rels", "/3D", "/3D/_rels", "/History"}) {
     std::error_code ec;
@@ -434,7 +434,8 @@ void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &
   writemember(folder + "/3D/_rels/3dmodel.model.rels", modelpath,
               {{0, xmldecl},
                {0, rel},
-               {1, "<Relationship Type=\"" WF_OWN "/zqm/tessero/history/2018/06\" Target=\"/History/history.xml\" Id=\"rel1\" />"},
+               {1, "<Relationship Type=\"" WF_OWN
+                   "/zqm/tessero/history/2018/06\" Target=\"/History/history.xml\" Id=\"rel1\" />"},
                {0, "</Relationships>"}});
   const std::string historyopen = "<history partnumber=\"" + std::string(uuid1) + "\">";
   writemember(folder + "/History/history.xml", modelpath,
@@ -449,18 +450,20 @@ void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &
   // Kept deliberately: the content types declare image, texture and kardoimport parts that the
   // package does not hold; the list is fixed. [pinned: regression set, every job's
   // [Content_Types].xml]
-  writemember(folder + "/[Content_Types].xml", modelpath,
-              {{0, xmldecl},
-               {0, "<Types xmlns=\"" WF_OPC "/content-types\">"},
-               {1, "<Default Extension=\"jpeg\" ContentType=\"image/jpeg\" />"},
-               {1, "<Default Extension=\"jpg\" ContentType=\"image/jpeg\" />"},
-               {1, "<Default Extension=\"model\" ContentType=\"application/vnd.ms-package.3dmanufacturing-3dmodel+xml\" />"},
-               {1, "<Default Extension=\"png\" ContentType=\"image/png\" />"},
-               {1, "<Default Extension=\"rels\" ContentType=\"application/vnd.openxmlformats-package.relationships+xml\" />"},
-               {1, "<Default Extension=\"texture\" ContentType=\"application/vnd.ms-package.3dmanufacturing-3dmodeltexture\" />"},
-               {1, "<Default Extension=\"kardoimport\" ContentType=\"application/kardoimport\" />"},
-               {1, "<Default Extension=\"xml\" ContentType=\"application/xml\" />"},
-               {0, "</Types>"}});
+  writemember(
+      folder + "/[Content_Types].xml", modelpath,
+      {{0, xmldecl},
+       {0, "<Types xmlns=\"" WF_OPC "/content-types\">"},
+       {1, "<Default Extension=\"jpeg\" ContentType=\"image/jpeg\" />"},
+       {1, "<Default Extension=\"jpg\" ContentType=\"image/jpeg\" />"},
+       {1, "<Default Extension=\"model\" ContentType=\"application/vnd.ms-package.3dmanufacturing-3dmodel+xml\" />"},
+       {1, "<Default Extension=\"png\" ContentType=\"image/png\" />"},
+       {1, "<Default Extension=\"rels\" ContentType=\"application/vnd.openxmlformats-package.relationships+xml\" />"},
+       {1,
+        "<Default Extension=\"texture\" ContentType=\"application/vnd.ms-package.3dmanufacturing-3dmodeltexture\" />"},
+       {1, "<Default Extension=\"kardoimport\" ContentType=\"application/kardoimport\" />"},
+       {1, "<Default Extension=\"xml\" ContentType=\"application/xml\" />"},
+       {0, "</Types>"}});
 
   // The zip: members in the order of the package, the model last.
   std::string zipname = folder + ".3mf";

@@ -35,12 +35,10 @@ std::string packagefolder(const std::string &outstlpath);
 // text is also deflated as the zip stores it, when the memory for the whole text can be had;
 // returns true when *packed holds it. The file is opened before anything is allocated. Throws
 // Fatal 31 (naming `report`), 200, 32.
-bool writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
-                const std::string &path, const std::string &report, Deflated *packed = nullptr);
+bool writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle, const std::string &path,
+                const std::string &report, Deflated *packed = nullptr);
 
 // The step: the members, the signal events and console lines, the zip.
-void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
-              const std::string &folder);
-
+void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle, const std::string &folder);
 
 }  // namespace wf

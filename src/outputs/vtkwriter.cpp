@@ -30,9 +30,7 @@ void vtkline(BlockWriter &out, std::string_view text) {
 
 }  // namespace
 
-std::string vtkname(const std::string &outstlpath) {
-  return outstlpath.substr(0, lastdot(outstlpath)) + "vtk";
-}
+std::string vtkname(const std::string &outstlpath) { return outstlpath.substr(0, lastdot(outstlpath)) + "vtk"; }
 
 void writevtk(const SurfaceMesh &mesh, const std::vector<float> &displacement, const std::string &path) {
   std::FILE *f = openoutput(path, path);

@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <new>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -55,8 +55,7 @@ int iszip64file(Reporter &rep, const char *path, const char *prefix) {
   return size >= 0xffffffffLL ? 1 : 0;
 }
 
-int zippackage(Reporter &rep, const char *zipname, const char *folder, char *filelist,
-               const DeflatedMember *given) {
+int zippackage(Reporter &rep, const char *zipname, const char *folder, char *filelist, const DeflatedMember *given) {
   zipline(rep, "starting");
   // The list is split in place at its line feeds.
   std::vector<char *> members;
@@ -94,9 +93,9 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
 
     // The member is deflated here (on all threads), unless that was done beforehand, and handed
     // to minizip as raw data, with its CRC and size given at the close.
-    int err = zipOpenNewFileInZip3_64(zf, entry, &info, nullptr, 0, nullptr, 0, nullptr,
-                                      Z_DEFLATED, Z_DEFAULT_COMPRESSION, 1, -MAX_WBITS,
-                                      DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, zip64);
+    int err =
+        zipOpenNewFileInZip3_64(zf, entry, &info, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED, Z_DEFAULT_COMPRESSION, 1,
+                                -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, zip64);
     std::FILE *in = nullptr;
     if (err != ZIP_OK) {
       zipline(rep, "error in opening \"" + source + "\" in zipfile (" + rep.integer(err) + ")");
@@ -109,8 +108,7 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
         zipline(rep, "error in opening \"" + source + "\" for reading");
       }
     }
-    const bool prepared =
-        given != nullptr && given->packed != nullptr && given->name == members[m];
+    const bool prepared = given != nullptr && given->packed != nullptr && given->name == members[m];
     Deflated own;
     if (err == ZIP_OK && !prepared) {
       // The member in memory, read a transfer buffer at a time.
@@ -128,8 +126,7 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
           err = ZIP_INTERNALERROR;
         }
       } while (err == ZIP_OK && got > 0);
-      if (err == ZIP_OK && !deflateraw(content.data(), content.size(), own))
-        err = ZIP_INTERNALERROR;
+      if (err == ZIP_OK && !deflateraw(content.data(), content.size(), own)) err = ZIP_INTERNALERROR;
       if (err == ZIP_INTERNALERROR)
         zipline(rep, "error in writing \"" + source + "\" in the zipfile (" + rep.integer(err) + ")");
     }
@@ -139,8 +136,7 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
       for (size_t at = 0; at < packed.data.size() && err == ZIP_OK; at += piece) {
         const size_t len = std::min(piece, packed.data.size() - at);
         err = zipWriteInFileInZip(zf, packed.data.data() + at, static_cast<unsigned>(len));
-        if (err < 0)
-          zipline(rep, "error in writing \"" + source + "\" in the zipfile (" + rep.integer(err) + ")");
+        if (err < 0) zipline(rep, "error in writing \"" + source + "\" in the zipfile (" + rep.integer(err) + ")");
       }
     }
     if (in != nullptr) std::fclose(in);

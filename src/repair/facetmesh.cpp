@@ -167,7 +167,9 @@ double facetarea(const FacetMesh &m, int32_t f) {
 double facetvolume(const FacetMesh &m, int32_t f) {
   const Facet &t = m.facets[size_t(f)];
   const double *a = &m.points[3 * size_t(t[0])], *b = &m.points[3 * size_t(t[1])], *c = &m.points[3 * size_t(t[2])];
-  return (a[0] * (b[1] * c[2] - b[2] * c[1]) - a[1] * (b[0] * c[2] - b[2] * c[0]) + a[2] * (b[0] * c[1] - b[1] * c[0])) / 6.0;
+  return (a[0] * (b[1] * c[2] - b[2] * c[1]) - a[1] * (b[0] * c[2] - b[2] * c[0]) +
+          a[2] * (b[0] * c[1] - b[1] * c[0])) /
+         6.0;
 }
 
 double signedvolume(const FacetMesh &m) {

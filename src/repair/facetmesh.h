@@ -48,8 +48,7 @@ int32_t pieces(const FacetMesh &m, const SideTable &edges, std::vector<int32_t> 
 // piece given (per facet), only points with two fans in one piece. With fan given, it receives
 // per corner (3 * facet + k) the number of its fan (fans of one point have different numbers).
 std::vector<int32_t> pinchedpoints(const FacetMesh &m, const SideTable &edges,
-                                   const std::vector<int32_t> *piece = nullptr,
-                                   std::vector<int32_t> *fan = nullptr);
+                                   const std::vector<int32_t> *piece = nullptr, std::vector<int32_t> *fan = nullptr);
 
 double facetarea(const FacetMesh &m, int32_t f);
 // Signed volume enclosed by the facets (positive when a closed surface faces outwards), and the

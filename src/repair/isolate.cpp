@@ -51,8 +51,7 @@ size_t addressspace() {
   return size_t(pages) * size_t(sysconf(_SC_PAGESIZE));
 }
 
-[[noreturn]] void child(int fd, const std::vector<float> &xyz, RepairPass pass, float tolerance,
-                        size_t memlimit) {
+[[noreturn]] void child(int fd, const std::vector<float> &xyz, RepairPass pass, float tolerance, size_t memlimit) {
   int devnull = ::open("/dev/null", O_WRONLY);
   if (devnull >= 0) {  // admesh talks on stdout; the console is ours
     ::dup2(devnull, 1);
@@ -77,8 +76,7 @@ size_t addressspace() {
 
 }  // namespace
 
-int runisolated(std::vector<float> &xyz, RepairPass pass, float tolerance, std::string &error,
-                double seconds) {
+int runisolated(std::vector<float> &xyz, RepairPass pass, float tolerance, std::string &error, double seconds) {
   const int64_t n = int64_t(xyz.size() / 9);
   if (seconds <= 0) seconds = 60.0 + 50e-6 * double(n);
   size_t inuse = addressspace();
@@ -106,8 +104,8 @@ int runisolated(std::vector<float> &xyz, RepairPass pass, float tolerance, std::
 
   // Read everything the child sends, up to the deadline.
   using clock = std::chrono::steady_clock;
-  const auto deadline = clock::now() + std::chrono::duration_cast<clock::duration>(
-                                           std::chrono::duration<double>(seconds));
+  const auto deadline =
+      clock::now() + std::chrono::duration_cast<clock::duration>(std::chrono::duration<double>(seconds));
   unsigned char head[8];
   bool gothead = false;
   int64_t m = -1;
@@ -179,8 +177,8 @@ int runisolated(std::vector<float> &xyz, RepairPass pass, float tolerance, std::
     return MESHREPAIR_EREPAIR;
   }
   if (WIFSIGNALED(status)) {
-    std::snprintf(text, sizeof text, "the repair pass stopped on signal %d (%s)",
-                  WTERMSIG(status), strsignal(WTERMSIG(status)));
+    std::snprintf(text, sizeof text, "the repair pass stopped on signal %d (%s)", WTERMSIG(status),
+                  strsignal(WTERMSIG(status)));
     error = text;
     return MESHREPAIR_EREPAIR;
   }

@@ -15,7 +15,6 @@ using RepairPass = void (*)(stl_file &stl, float tolerance);
 // On success (0) xyz holds the facets the pass left, 9 floats each. Otherwise a non-zero
 // meshrepair status and the reason in error; xyz is then unchanged. seconds <= 0 picks the
 // limit from the facet count (one minute plus 50 microseconds per facet).
-int runisolated(std::vector<float> &xyz, RepairPass pass, float tolerance, std::string &error,
-                double seconds = 0);
+int runisolated(std::vector<float> &xyz, RepairPass pass, float tolerance, std::string &error, double seconds = 0);
 
 }  // namespace wf

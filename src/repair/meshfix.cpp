@@ -46,16 +46,13 @@ void setnormal(stl_facet &f) {
 
 // Bounding box, size and diameter from the current facets (the nearby check keys on the minimum).
 void refreshbox(stl_file &stl) {
-  for (int i = 0; i < stl.stats.number_of_facets; ++i)
-    stl_facet_stats(&stl, stl.facet_start[i], i == 0);
+  for (int i = 0; i < stl.stats.number_of_facets; ++i) stl_facet_stats(&stl, stl.facet_start[i], i == 0);
   if (stl.stats.number_of_facets > 0) stl_get_size(&stl);
 }
 
 int nfacets(const stl_file &stl) { return stl.stats.number_of_facets; }
 
-bool allconnected(const stl_file &stl) {
-  return stl.stats.connected_facets_3_edge >= stl.stats.number_of_facets;
-}
+bool allconnected(const stl_file &stl) { return stl.stats.connected_facets_3_edge >= stl.stats.number_of_facets; }
 
 void exact(stl_file &stl) {
   if (nfacets(stl) > 0) stl_check_facets_exact(&stl);

@@ -43,8 +43,7 @@ uint32_t be32(const unsigned char *p) {
 
 // Facets of a binary file in one byte order; the record is 12 normal bytes, 36 corner bytes and
 // 2 attribute bytes.
-void binaryfacets(const std::vector<unsigned char> &bytes, uint32_t n, bool bigendian,
-                  std::vector<float> &xyz) {
+void binaryfacets(const std::vector<unsigned char> &bytes, uint32_t n, bool bigendian, std::vector<float> &xyz) {
   xyz.resize(size_t(n) * 9);
   const unsigned char *rec = bytes.data() + 84;
   for (uint32_t t = 0; t < n; ++t, rec += 50)
@@ -56,8 +55,7 @@ void binaryfacets(const std::vector<unsigned char> &bytes, uint32_t n, bool bige
 
 // ASCII: every line whose first word is "vertex" gives one corner, three corners a facet.
 // Returns -1 when the text is no STL, else the number of corners read.
-long long asciifacets(const std::vector<unsigned char> &bytes, std::vector<float> &xyz,
-                      bool &sawsolid) {
+long long asciifacets(const std::vector<unsigned char> &bytes, std::vector<float> &xyz, bool &sawsolid) {
   xyz.clear();
   sawsolid = false;
   size_t i = 0, n = bytes.size();
@@ -112,8 +110,7 @@ MeshRepairMesh *meshrepair_loadstl(MeshRepairContext *context, const char *path)
   const std::string name(path);
   std::FILE *f = std::fopen(path, "rb");
   if (!f) {
-    fail(context, MESHREPAIR_EIO,
-         "cannot open STL file '" + name + "': " + std::strerror(errno));
+    fail(context, MESHREPAIR_EIO, "cannot open STL file '" + name + "': " + std::strerror(errno));
     return nullptr;
   }
   std::vector<unsigned char> bytes;
@@ -133,8 +130,7 @@ MeshRepairMesh *meshrepair_loadstl(MeshRepairContext *context, const char *path)
   int saved = errno;
   std::fclose(f);
   if (!readok) {
-    fail(context, MESHREPAIR_EIO,
-         "cannot read STL file '" + name + "': " + std::strerror(saved ? saved : EIO));
+    fail(context, MESHREPAIR_EIO, "cannot read STL file '" + name + "': " + std::strerror(saved ? saved : EIO));
     return nullptr;
   }
 
@@ -187,16 +183,14 @@ MeshRepairMesh *meshrepair_loadstl(MeshRepairContext *context, const char *path)
     if (!std::isfinite(xyz[k])) {
       delete mesh;
       fail(context, MESHREPAIR_EFORMAT,
-           "STL file '" + name + "' has a coordinate that is not a finite number (facet " +
-               std::to_string(k / 9 + 1) + ")");
+           "STL file '" + name + "' has a coordinate that is not a finite number (facet " + std::to_string(k / 9 + 1) +
+               ")");
       return nullptr;
     }
   return mesh;
 }
 
-int meshrepair_facecount(const MeshRepairMesh *mesh) {
-  return mesh ? int(mesh->xyz.size() / 9) : 0;
-}
+int meshrepair_facecount(const MeshRepairMesh *mesh) { return mesh ? int(mesh->xyz.size() / 9) : 0; }
 
 int meshrepair_issane(MeshRepairMesh *mesh, int *result) {
   if (result) *result = 0;
@@ -218,8 +212,7 @@ int repair(MeshRepairMesh *mesh, float tolerance, RepairPass pass, const char *w
     return fail(mesh->context, MESHREPAIR_EARG, text);
   }
   if (mesh->xyz.empty())
-    return fail(mesh->context, MESHREPAIR_EEMPTY,
-                std::string(what) + ": empty mesh, no facets left to repair");
+    return fail(mesh->context, MESHREPAIR_EEMPTY, std::string(what) + ": empty mesh, no facets left to repair");
   std::string error;
   int status = runisolated(mesh->xyz, pass, tolerance, error);
   if (status != 0) return fail(mesh->context, status, std::string(what) + ": " + error);
@@ -241,11 +234,9 @@ int meshrepair_savestl(MeshRepairMesh *mesh, const char *path, int flags) {
   if (!path || !*path) return fail(mesh->context, MESHREPAIR_EARG, "no STL file name given");
   const std::string name(path);
   if (flags != 0)
-    return fail(mesh->context, MESHREPAIR_EARG,
-                "unknown STL save form " + std::to_string(flags) + " (0 is binary)");
+    return fail(mesh->context, MESHREPAIR_EARG, "unknown STL save form " + std::to_string(flags) + " (0 is binary)");
   const size_t n = mesh->xyz.size() / 9;
-  if (n == 0)
-    return fail(mesh->context, MESHREPAIR_EEMPTY, "empty mesh: nothing to save to '" + name + "'");
+  if (n == 0) return fail(mesh->context, MESHREPAIR_EEMPTY, "empty mesh: nothing to save to '" + name + "'");
   std::vector<unsigned char> out;
   try {
     out.assign(84 + 50 * n, 0);
@@ -276,9 +267,7 @@ int meshrepair_savestl(MeshRepairMesh *mesh, const char *path, int flags) {
     for (int k = 0; k < 9; ++k) put(rec + 12 + 4 * k, c[k]);
   }
   std::FILE *f = std::fopen(path, "wb");
-  if (!f)
-    return fail(mesh->context, MESHREPAIR_EIO,
-                "cannot write STL file '" + name + "': " + std::strerror(errno));
+  if (!f) return fail(mesh->context, MESHREPAIR_EIO, "cannot write STL file '" + name + "': " + std::strerror(errno));
   bool ok = std::fwrite(out.data(), 1, out.size(), f) == out.size();
   int saved = errno;
   ok = (std::fclose(f) == 0) && ok;

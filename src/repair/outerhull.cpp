@@ -128,8 +128,7 @@ void walk(const FacetMesh &m, const SideTable &edges, int32_t seed, char seedtur
 
 }  // namespace
 
-OuterLayer outerlayer(const FacetMesh &m, const SideTable &edges, const std::vector<int32_t> &piece,
-                      int32_t npieces) {
+OuterLayer outerlayer(const FacetMesh &m, const SideTable &edges, const std::vector<int32_t> &piece, int32_t npieces) {
   const size_t n = m.facets.size();
   OuterLayer out;
   out.kept.assign(n, 0);
@@ -228,7 +227,8 @@ OuterLayer outerlayer(const FacetMesh &m, const SideTable &edges, const std::vec
 double areaoutside(const FacetMesh &given, const FacetMesh &solid, double slack) {
   using Kernel = CGAL::Exact_predicates_inexact_constructions_kernel;
   using Triangle = Kernel::Triangle_3;
-  using Tree = CGAL::AABB_tree<CGAL::AABB_traits<Kernel, CGAL::AABB_triangle_primitive<Kernel, std::vector<Triangle>::const_iterator>>>;
+  using Tree = CGAL::AABB_tree<
+      CGAL::AABB_traits<Kernel, CGAL::AABB_triangle_primitive<Kernel, std::vector<Triangle>::const_iterator>>>;
   auto point = [](const FacetMesh &m, int32_t p) {
     return Kernel::Point_3(m.points[3 * size_t(p)], m.points[3 * size_t(p) + 1], m.points[3 * size_t(p) + 2]);
   };

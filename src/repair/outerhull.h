@@ -21,14 +21,13 @@
 namespace wf {
 
 struct OuterLayer {
-  std::vector<char> kept;    // per facet: reached by the walk
-  std::vector<char> turned;  // per facet: to be turned round so that it faces outwards
-  int64_t disagreements = 0; // facets reached from two edges that wanted them turned both ways
+  std::vector<char> kept;     // per facet: reached by the walk
+  std::vector<char> turned;   // per facet: to be turned round so that it faces outwards
+  int64_t disagreements = 0;  // facets reached from two edges that wanted them turned both ways
 };
 
 // piece: per facet, its piece (0 .. npieces-1); each piece is walked from its own corner.
-OuterLayer outerlayer(const FacetMesh &m, const SideTable &edges, const std::vector<int32_t> &piece,
-                      int32_t npieces);
+OuterLayer outerlayer(const FacetMesh &m, const SideTable &edges, const std::vector<int32_t> &piece, int32_t npieces);
 
 // The area of the facets of `given` that lie outside the closed, outward-facing facets of
 // `solid`: a facet counts when its centroid is farther than `slack` from every facet of the solid

@@ -43,8 +43,8 @@ std::string lasterrortext(MeshRepairContext *context) {
 
 }  // namespace
 
-int repairsurface(Reporter &rep, const std::string &infile, const std::string &outfile,
-                  const double &tolerance, const int &extended) {
+int repairsurface(Reporter &rep, const std::string &infile, const std::string &outfile, const double &tolerance,
+                  const int &extended) {
   Handles h;
   try {
     line(rep, "Starting Tessero default repair...");
@@ -76,8 +76,7 @@ int repairsurface(Reporter &rep, const std::string &infile, const std::string &o
     std::snprintf(tol, sizeof tol, "%g", tolerance);
     line(rep, std::string("Repairing mesh with tolerance ") + tol + " ...");
     const float tolsingle = static_cast<float>(tolerance);
-    if (meshrepair_defaultrepair(h.mesh, tolsingle) != 0)
-      throw RepairFailure{lasterrortext(h.context)};
+    if (meshrepair_defaultrepair(h.mesh, tolsingle) != 0) throw RepairFailure{lasterrortext(h.context)};
     line(rep, "facecount: " + rep.integer(meshrepair_facecount(h.mesh)));
 
     sane = 0;
@@ -91,8 +90,7 @@ int repairsurface(Reporter &rep, const std::string &infile, const std::string &o
         return -3;
       }
       line(rep, "Default repair failed.  Trying extended repair...");
-      if (meshrepair_extendedrepair(h.mesh, tolsingle) != 0)
-        throw RepairFailure{lasterrortext(h.context)};
+      if (meshrepair_extendedrepair(h.mesh, tolsingle) != 0) throw RepairFailure{lasterrortext(h.context)};
       sane = 0;
       meshrepair_issane(h.mesh, &sane);
       line(rep, "Status: " + rep.integer(sane));
@@ -103,8 +101,7 @@ int repairsurface(Reporter &rep, const std::string &infile, const std::string &o
     }
 
     line(rep, "Saving repaired STL...");
-    if (meshrepair_savestl(h.mesh, outfile.c_str(), 0) != 0)
-      throw RepairFailure{lasterrortext(h.context)};
+    if (meshrepair_savestl(h.mesh, outfile.c_str(), 0) != 0) throw RepairFailure{lasterrortext(h.context)};
     meshrepair_free(h.mesh);
     h.mesh = nullptr;
     meshrepair_freecontext(h.context);

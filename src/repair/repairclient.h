@@ -18,7 +18,7 @@ namespace wf {
 // repair succeeded. A failure is critical warning 1011, and the run goes on.
 std::string sendtorepair(Reporter &rep, const std::string &file, double tolerance, bool tsre);
 // 0 success, -1 an error of the repair component, -3 the mesh stays unsound.
-int repairsurface(Reporter &rep, const std::string &infile, const std::string &outfile,
-                  const double &tolerance, const int &extended);
+int repairsurface(Reporter &rep, const std::string &infile, const std::string &outfile, const double &tolerance,
+                  const int &extended);
 
 }  // namespace wf

@@ -27,7 +27,8 @@ SolidCheck checksolid(const float *xyz, int64_t n) {
   c.shells = pieces(m, edges, piece);
   c.volume = signedvolume(m);
   // Crossings are looked for only where everything else holds (they cost the most).
-  if (c.closed && c.oriented && c.onefan && c.zeroarea == 0) c.crossing = !crossingpairs(m.points, m.facets, nullptr, 1).empty();
+  if (c.closed && c.oriented && c.onefan && c.zeroarea == 0)
+    c.crossing = !crossingpairs(m.points, m.facets, nullptr, 1).empty();
   return c;
 }
 

@@ -12,17 +12,15 @@
 namespace wf {
 
 struct SolidCheck {
-  bool told = false;        // false: there are no facets
-  bool closed = false;      // every edge on two facets
-  bool oriented = false;    // the two facets of every edge run opposite ways
-  bool onefan = false;      // every corner has one fan of facets round it
-  int64_t zeroarea = 0;     // facets whose three corners lie on one line
-  bool crossing = false;    // two facets cross or touch (told for closed, oriented surfaces only)
-  int32_t shells = 0;       // connected pieces
-  double volume = 0;        // signed enclosed volume (positive when facing outwards)
-  bool printable() const {
-    return told && closed && oriented && onefan && zeroarea == 0 && !crossing && volume > 0;
-  }
+  bool told = false;      // false: there are no facets
+  bool closed = false;    // every edge on two facets
+  bool oriented = false;  // the two facets of every edge run opposite ways
+  bool onefan = false;    // every corner has one fan of facets round it
+  int64_t zeroarea = 0;   // facets whose three corners lie on one line
+  bool crossing = false;  // two facets cross or touch (told for closed, oriented surfaces only)
+  int32_t shells = 0;     // connected pieces
+  double volume = 0;      // signed enclosed volume (positive when facing outwards)
+  bool printable() const { return told && closed && oriented && onefan && zeroarea == 0 && !crossing && volume > 0; }
 };
 
 // Checks n facets. Throws std::bad_alloc when memory runs out.

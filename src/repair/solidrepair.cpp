@@ -11,8 +11,8 @@
 #include <iterator>
 #include <new>
 #include <numeric>
-#include <thread>
 #include <queue>
+#include <thread>
 #include <tuple>
 
 #include "repair/crossings.h"
@@ -54,7 +54,8 @@ constexpr double outerslack = 1e-3;
 double diagonal(const FacetMesh &m) {
   double lo[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL}, hi[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
   for (size_t p = 0; p < m.npoints(); ++p)
-    for (int a = 0; a < 3; ++a) lo[a] = std::min(lo[a], m.points[3 * p + size_t(a)]), hi[a] = std::max(hi[a], m.points[3 * p + size_t(a)]);
+    for (int a = 0; a < 3; ++a)
+      lo[a] = std::min(lo[a], m.points[3 * p + size_t(a)]), hi[a] = std::max(hi[a], m.points[3 * p + size_t(a)]);
   double d = 0;
   for (int a = 0; a < 3; ++a) d += hi[a] > lo[a] ? (hi[a] - lo[a]) * (hi[a] - lo[a]) : 0;
   return std::sqrt(d);
@@ -70,10 +71,10 @@ double since(std::chrono::steady_clock::time_point &t) {
 // The mesh being repaired, with what is known of each facet.
 struct Work {
   FacetMesh m;
-  std::vector<char> added;     // made by the repair
-  std::vector<char> flipped;   // turned from the way it was given
-  std::vector<int32_t> piece;  // piece of the surface as given (an added facet: that of its rim)
-  std::vector<int32_t> origin; // number among the facets as given (-1: added)
+  std::vector<char> added;      // made by the repair
+  std::vector<char> flipped;    // turned from the way it was given
+  std::vector<int32_t> piece;   // piece of the surface as given (an added facet: that of its rim)
+  std::vector<int32_t> origin;  // number among the facets as given (-1: added)
 
   void keepwhere(const std::vector<char> &drop) {
     size_t k = 0;
@@ -147,7 +148,8 @@ void repeats(Work &w) {
   }
   // Regions of twins: joined across edges that only twins reach.
   std::vector<int32_t> twinof(n, -1);
-  for (size_t t = 0; t < twins.size(); ++t) twinof[size_t(twins[t].first)] = twinof[size_t(twins[t].second)] = int32_t(t);
+  for (size_t t = 0; t < twins.size(); ++t)
+    twinof[size_t(twins[t].first)] = twinof[size_t(twins[t].second)] = int32_t(t);
   std::vector<int32_t> up(twins.size());
   std::iota(up.begin(), up.end(), 0);
   auto find = [&](int32_t x) {
@@ -468,7 +470,8 @@ void orient(Work &w, std::vector<char> &conflict) {
     // The way most of the piece's given area faced wins.
     double facing = 0;
     for (const int32_t f : members)
-      if (!w.added[size_t(f)]) facing += ((w.flipped[size_t(f)] != 0) != (turn[size_t(f)] != 0) ? -1 : 1) * w.area(size_t(f));
+      if (!w.added[size_t(f)])
+        facing += ((w.flipped[size_t(f)] != 0) != (turn[size_t(f)] != 0) ? -1 : 1) * w.area(size_t(f));
     if (facing < 0)
       for (const int32_t f : members) turn[size_t(f)] ^= 1;
   }
@@ -535,7 +538,8 @@ bool nearplanar(const FacetMesh &m, const std::vector<int32_t> &corners, double 
     for (int a = 0; a < 3; ++a) c[a] += p[a] / double(k), lo[a] = std::min(lo[a], p[a]), hi[a] = std::max(hi[a], p[a]);
   }
   const double len = std::sqrt(nrm[0] * nrm[0] + nrm[1] * nrm[1] + nrm[2] * nrm[2]);
-  const double diag = std::sqrt((hi[0] - lo[0]) * (hi[0] - lo[0]) + (hi[1] - lo[1]) * (hi[1] - lo[1]) + (hi[2] - lo[2]) * (hi[2] - lo[2]));
+  const double diag = std::sqrt((hi[0] - lo[0]) * (hi[0] - lo[0]) + (hi[1] - lo[1]) * (hi[1] - lo[1]) +
+                                (hi[2] - lo[2]) * (hi[2] - lo[2]));
   threshold = share * diag;
   if (!(len > 0)) return false;
   for (size_t i = 0; i < k; ++i) {
@@ -676,7 +680,8 @@ void faceoutwards(Work &w) {
       const double *q = &w.m.points[3 * size_t(w.m.facets[size_t(members[size_t(k)][0])][0])];
       const Point p(q[0], q[1], q[2]);
       for (int32_t j = 0; j < np; ++j)
-        if (j != k && std::abs(volume[size_t(j)]) > std::abs(volume[size_t(k)]) && inside(w.m, members[size_t(j)], p)) ++depth;
+        if (j != k && std::abs(volume[size_t(j)]) > std::abs(volume[size_t(k)]) && inside(w.m, members[size_t(j)], p))
+          ++depth;
     }
     if ((volume[size_t(k)] < 0) == (depth % 2 == 0))
       for (const int32_t f : members[size_t(k)]) w.flip(size_t(f));
@@ -748,16 +753,18 @@ void carrythrough(Attempt &t, const std::vector<char> &mark, const std::vector<F
     std::vector<char> fresh(w.m.facets.size(), 0);
     std::fill(fresh.begin() + std::ptrdiff_t(before), fresh.end(), 1);
     std::vector<FacetPair> hits = crossingpairs(w.m.points, w.m.facets, &fresh);
-    hits.erase(std::remove_if(hits.begin(), hits.end(),
-                              [&](const FacetPair &p) { return w.piece[size_t(p.first)] != w.piece[size_t(p.second)]; }),
-               hits.end());
+    hits.erase(
+        std::remove_if(hits.begin(), hits.end(),
+                       [&](const FacetPair &p) { return w.piece[size_t(p.first)] != w.piece[size_t(p.second)]; }),
+        hits.end());
     seconds[3] += since(clock);
     if (hits.empty()) break;
     std::vector<char> drop(w.m.facets.size(), 0), patchhit(patchstart.size(), 0);
     for (const auto &[f, g] : hits)
       for (const int32_t h : {f, g}) {
         if (size_t(h) >= before) {
-          const size_t p = size_t(std::upper_bound(patchstart.begin(), patchstart.end(), size_t(h)) - patchstart.begin()) - 1;
+          const size_t p =
+              size_t(std::upper_bound(patchstart.begin(), patchstart.end(), size_t(h)) - patchstart.begin()) - 1;
           patchhit[p] = 1;
         } else {
           drop[size_t(h)] = 1;

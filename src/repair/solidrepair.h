@@ -38,18 +38,18 @@
 namespace wf {
 
 struct SolidRepairReport {
-  bool built = false;       // there were facets to work on
-  bool taken = false;       // the result replaced the facets
-  bool closed = false;      // every edge on two facets in the result
-  bool crossing = true;     // facets of the result still cross
-  int64_t debris = 0;       // facets removed as debris, peeled or scrapped
-  int64_t holes = 0;        // holes filled (all rounds)
-  int64_t removed = 0;      // facets removed round crossing patches
-  bool united = false;      // pieces were united
-  int32_t pieces = 0;       // pieces of the surface given (debris aside)
-  int32_t shells = 0;       // shells of the result
-  double givenarea = 0;     // area of the surface given, debris aside
-  double area = 0;          // area of the result
+  bool built = false;    // there were facets to work on
+  bool taken = false;    // the result replaced the facets
+  bool closed = false;   // every edge on two facets in the result
+  bool crossing = true;  // facets of the result still cross
+  int64_t debris = 0;    // facets removed as debris, peeled or scrapped
+  int64_t holes = 0;     // holes filled (all rounds)
+  int64_t removed = 0;   // facets removed round crossing patches
+  bool united = false;   // pieces were united
+  int32_t pieces = 0;    // pieces of the surface given (debris aside)
+  int32_t shells = 0;    // shells of the result
+  double givenarea = 0;  // area of the surface given, debris aside
+  double area = 0;       // area of the result
   // Seconds of each stage: merge (weld, repeats), debris (edges, crossings, removal), orient
   // (fans, scraps, orientation), holes (filling and the check of the patches), finish (union,
   // facets out).

@@ -6,8 +6,8 @@
 #include <CGAL/Polygon_mesh_processing/corefinement.h>
 #include <CGAL/Polygon_mesh_processing/orient_polygon_soup.h>
 #include <CGAL/Polygon_mesh_processing/orientation.h>
-#include <CGAL/Polygon_mesh_processing/repair_polygon_soup.h>
 #include <CGAL/Polygon_mesh_processing/polygon_soup_to_polygon_mesh.h>
+#include <CGAL/Polygon_mesh_processing/repair_polygon_soup.h>
 #include <CGAL/Polygon_mesh_processing/self_intersections.h>
 #include <CGAL/Surface_mesh.h>
 
@@ -39,7 +39,9 @@ bool uniteshells(std::vector<float> &xyz) {
   // Shells that touch share corners there; those are split apart again per shell.
   PMP::repair_polygon_soup(points, faces);
   PMP::orient_polygon_soup(points, faces);
-  if (!PMP::is_polygon_soup_a_polygon_mesh(faces)) { return false; }
+  if (!PMP::is_polygon_soup_a_polygon_mesh(faces)) {
+    return false;
+  }
   Mesh whole;
   PMP::polygon_soup_to_polygon_mesh(points, faces, whole);
   std::vector<Mesh> shells;
@@ -60,8 +62,9 @@ bool uniteshells(std::vector<float> &xyz) {
   for (const auto f : united.faces())
     for (const auto v : CGAL::vertices_around_face(united.halfedge(f), united)) {
       const Point &p = united.point(v);
-      result.insert(result.end(), {static_cast<float>(CGAL::to_double(p.x())), static_cast<float>(CGAL::to_double(p.y())),
-                                   static_cast<float>(CGAL::to_double(p.z()))});
+      result.insert(result.end(),
+                    {static_cast<float>(CGAL::to_double(p.x())), static_cast<float>(CGAL::to_double(p.y())),
+                     static_cast<float>(CGAL::to_double(p.z()))});
     }
   xyz.swap(result);
   return true;

@@ -19,9 +19,7 @@ namespace wf {
 
 namespace {
 
-bool startswith(const std::string &line, std::string_view word) {
-  return line.compare(0, word.size(), word) == 0;
-}
+bool startswith(const std::string &line, std::string_view word) { return line.compare(0, word.size(), word) == 0; }
 
 struct CaseReader {
   Reporter &rep;
@@ -32,8 +30,7 @@ struct CaseReader {
 
   // Reads on until the line in hand starts with word (or with word2 when given).
   void search(std::string_view word, std::string_view word2 = {}) {
-    while (!startswith(line, word) && (word2.empty() || !startswith(line, word2)))
-      checkread(in.readline(line), name);
+    while (!startswith(line, word) && (word2.empty() || !startswith(line, word2))) checkread(in.readline(line), name);
   }
 
   // A free-form integer from the line in hand behind its first skip characters. Nothing there
@@ -48,9 +45,8 @@ struct CaseReader {
   }
 
   // One time set: the count, the file numbers and the times.
-  void timeset(int32_t &count, std::vector<int32_t> &nums, std::vector<double> &times,
-               const char *countlabel, const char *kind, const char *numslabel,
-               const char *timeslabel) {
+  void timeset(int32_t &count, std::vector<int32_t> &nums, std::vector<double> &times, const char *countlabel,
+               const char *kind, const char *numslabel, const char *timeslabel) {
     search("time set:");
     search("number of steps:");
     count = intbehind(line, 16);
@@ -70,8 +66,7 @@ struct CaseReader {
       const int32_t step = intbehind(line, 19);  // the words in front are not looked at
       rep.say("Increment = " + rep.integer(step));
       uint32_t v = static_cast<uint32_t>(start);
-      for (size_t i = 0; i < nums.size(); ++i, v += static_cast<uint32_t>(step))
-        nums[i] = static_cast<int32_t>(v);
+      for (size_t i = 0; i < nums.size(); ++i, v += static_cast<uint32_t>(step)) nums[i] = static_cast<int32_t>(v);
     } else {
       rep.say(std::string("Explicit ") + kind + " indexing");
       // The numbers follow on the next lines; any on the keyword line itself are not taken.
@@ -141,8 +136,8 @@ CaseInfo readcase(Reporter &rep, const std::string &path) {
   rep.say("Reading case file " + name);
   cr.timeset(info.ninc, info.resultnums, info.resulttimes, "Number of increments = ", "result",
              "readcase, resultnums, 1", "readcase, resulttimes, 2");
-  cr.timeset(info.nmesh, info.meshnums, info.meshtimes, "Number of meshes     = ", "mesh",
-             "readcase, meshnums, 3", "readcase, meshtimes, 4");
+  cr.timeset(info.nmesh, info.meshnums, info.meshtimes, "Number of meshes     = ", "mesh", "readcase, meshnums, 3",
+             "readcase, meshtimes, 4");
   // The reader is closed here: nothing reads the case file again.
   cr.in.close();
   return info;

@@ -14,15 +14,15 @@
 namespace wf {
 
 struct CaseInfo {
-  int32_t ninc = 0;                  // result increments
-  std::vector<int32_t> resultnums;   // file number of each (ninc)
-  std::vector<double> resulttimes;   // time of each (ninc)
-  int32_t nmesh = 0;                 // meshes
+  int32_t ninc = 0;                 // result increments
+  std::vector<int32_t> resultnums;  // file number of each (ninc)
+  std::vector<double> resulttimes;  // time of each (ninc)
+  int32_t nmesh = 0;                // meshes
   std::vector<int32_t> meshnums;
   std::vector<double> meshtimes;
-  bool cloudlayout = false;          // the case was found through a cloud descriptor
-  std::string cloudprefix = ".";     // "<outputDir>/sim/" in the cloud layout
-  std::string cloudstem;             // "kelmechanical" in the cloud layout
+  bool cloudlayout = false;       // the case was found through a cloud descriptor
+  std::string cloudprefix = ".";  // "<outputDir>/sim/" in the cloud layout
+  std::string cloudstem;          // "kelmechanical" in the cloud layout
 };
 
 // Reads the case file at path (relative to the current folder) with its console lines. Throws

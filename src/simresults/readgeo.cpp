@@ -28,8 +28,7 @@ std::string numberdigits(int number, int width) {
 // ascending ids the solver writes is the last one. Ids below 1 are not indexed, and a file
 // whose ids stand far beyond its count (an index that would dwarf the mesh) has those ids left
 // out rather than an index allocated to the size of a stray value.
-void buildindex(const std::vector<int32_t> &ids, std::vector<int32_t> &index,
-                const char *label) {
+void buildindex(const std::vector<int32_t> &ids, std::vector<int32_t> &index, const char *label) {
   int32_t maxid = 0;
   for (int32_t id : ids) maxid = std::max(maxid, id);
   const long long bound = 64LL * static_cast<long long>(ids.size()) + 1000000LL;
@@ -44,8 +43,7 @@ void buildindex(const std::vector<int32_t> &ids, std::vector<int32_t> &index,
 
 }  // namespace
 
-std::string findresultfile(const std::string &prefix, int number,
-                           const std::string &suffix) {
+std::string findresultfile(const std::string &prefix, int number, const std::string &suffix) {
   const std::string p = rtrim(prefix), s = rtrim(suffix);
   std::string name = p + numberdigits(number, 0) + s;
   if (fileexists(name)) return name;
@@ -59,9 +57,8 @@ std::string findresultfile(const std::string &prefix, int number,
 
 void readgeo(Reporter &rep, const CaseInfo &info, const std::string &casestem, int meshfilenumber,
              const std::string &suffix, Simulation &sim) {
-  const std::string prefix = info.cloudlayout
-                                 ? info.cloudprefix + "results/" + rtrim(info.cloudstem) + "_"
-                                 : "results/" + rtrim(casestem) + "_";
+  const std::string prefix = info.cloudlayout ? info.cloudprefix + "results/" + rtrim(info.cloudstem) + "_"
+                                              : "results/" + rtrim(casestem) + "_";
   const std::string name = findresultfile(prefix, meshfilenumber, suffix);
   rep.say("Mesh file           =   " + name);
   readgeofile(name, sim);

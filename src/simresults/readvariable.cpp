@@ -18,8 +18,7 @@ void checkvarread(int status, const std::string &file) {
 
 }  // namespace
 
-void readvariablefile(const std::string &name, bool binary, int32_t nnodes, int ncomp,
-                      std::vector<double> &values) {
+void readvariablefile(const std::string &name, bool binary, int32_t nnodes, int ncomp, std::vector<double> &values) {
   checkexists(name);
   ResultFile file;
   checkopen(file.open(name, binary), name);

@@ -14,9 +14,9 @@ namespace wf {
 
 struct Simulation {
   int32_t nnodes = 0;
-  std::vector<double> nodexyz;      // 3 x nnodes, widened from single precision
-  std::vector<int32_t> nodeid;      // nnodes: the file's ids, or 1..nnodes
-  std::vector<int32_t> nodeindex;   // id -> position (1-based), 0 for unused ids
+  std::vector<double> nodexyz;     // 3 x nnodes, widened from single precision
+  std::vector<int32_t> nodeid;     // nnodes: the file's ids, or 1..nnodes
+  std::vector<int32_t> nodeindex;  // id -> position (1-based), 0 for unused ids
   int32_t nelems = 0;
   std::vector<int32_t> elemconn;    // 8 x nelems
   std::vector<int32_t> elemid;      // nelems

@@ -50,8 +50,8 @@ void orderbyhigher(Side *s, size_t n) {
 
 }  // namespace
 
-EdgeCounts buildedges(const SurfaceMesh &mesh, const std::vector<double> &triedgesq,
-                      EdgeTable &edges, Scratch *shared) {
+EdgeCounts buildedges(const SurfaceMesh &mesh, const std::vector<double> &triedgesq, EdgeTable &edges,
+                      Scratch *shared) {
   const size_t ntri = mesh.ntri > 0 ? static_cast<size_t>(mesh.ntri) : 0;
   const size_t nside = 3 * ntri;
   const int32_t *tri = mesh.tri.data();
@@ -63,8 +63,7 @@ EdgeCounts buildedges(const SurfaceMesh &mesh, const std::vector<double> &triedg
     vmin = std::min(vmin, tri[h]);
     vmax = std::max(vmax, tri[h]);
   }
-  const size_t nbucket =
-      nside > 0 ? static_cast<size_t>(static_cast<int64_t>(vmax) - vmin + 1) : 0;
+  const size_t nbucket = nside > 0 ? static_cast<size_t>(static_cast<int64_t>(vmax) - vmin + 1) : 0;
   auto bucketof = [vmin](int32_t v) {
     return static_cast<size_t>(static_cast<uint32_t>(v) - static_cast<uint32_t>(vmin));
   };
@@ -74,8 +73,7 @@ EdgeCounts buildedges(const SurfaceMesh &mesh, const std::vector<double> &triedg
   Scratch local;
   Scratch &scratch = shared ? *shared : local;
   char *mem = nullptr;
-  if (nside < downward)
-    mem = static_cast<char *>(scratch.get(nside * sizeof(Side) + (nbucket + 1) * sizeof(uint32_t)));
+  if (nside < downward) mem = static_cast<char *>(scratch.get(nside * sizeof(Side) + (nbucket + 1) * sizeof(uint32_t)));
   if (!mem) checkalloc(1, "equiedges, keys, 1");
   Side *side = reinterpret_cast<Side *>(mem);
   uint32_t *bound = reinterpret_cast<uint32_t *>(mem + nside * sizeof(Side));
@@ -95,8 +93,7 @@ EdgeCounts buildedges(const SurfaceMesh &mesh, const std::vector<double> &triedg
     for (int k = 0; k < 3; ++k) {
       const int32_t a = c[sidea[k]], b = c[sideb[k]];
       const uint32_t h = static_cast<uint32_t>(3 * t) + static_cast<uint32_t>(k);
-      side[bound[bucketof(std::min(a, b))]++] =
-          Side{std::max(a, b), a > b ? h | downward : h, c[sideopposite[k]]};
+      side[bound[bucketof(std::min(a, b))]++] = Side{std::max(a, b), a > b ? h | downward : h, c[sideopposite[k]]};
     }
   }
 

@@ -26,8 +26,8 @@ struct EdgeCounts {
 // vertex in one counting sort, whose buckets (one per vertex number from the lowest to the
 // highest corner) and side records (12 bytes a side) take the scratch, a local one when none
 // is given. Throws Fatal 32.
-EdgeCounts buildedges(const SurfaceMesh &mesh, const std::vector<double> &triedgesq,
-                      EdgeTable &edges, Scratch *scratch = nullptr);
+EdgeCounts buildedges(const SurfaceMesh &mesh, const std::vector<double> &triedgesq, EdgeTable &edges,
+                      Scratch *scratch = nullptr);
 // Edges whose two triangles both run along it, or both do not (a missing triangle runs along
 // no edge). Meaningful when every edge has two triangles.
 int64_t countinverted(const SurfaceMesh &mesh, const EdgeTable &edges);

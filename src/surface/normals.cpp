@@ -40,13 +40,11 @@ void eachtriangle(const double *vrt, size_t nvrt, const int32_t *tri, size_t ntr
 
 }  // namespace
 
-void facetnormals(const double *vrt, size_t nvrt, const int32_t *tri, int32_t ntri,
-                  std::vector<double> &n) {
+void facetnormals(const double *vrt, size_t nvrt, const int32_t *tri, int32_t ntri, std::vector<double> &n) {
   const size_t nt = ntri > 0 ? static_cast<size_t>(ntri) : 0;
   allocate(n, 3 * nt, "normals, nrgtri, 1");
-  eachtriangle(vrt, nvrt, tri, nt, [&](size_t t, const double *u, const double *v) {
-    crossproduct(n.data() + 3 * t, u, v);
-  });
+  eachtriangle(vrt, nvrt, tri, nt,
+               [&](size_t t, const double *u, const double *v) { crossproduct(n.data() + 3 * t, u, v); });
 }
 
 }  // namespace wf

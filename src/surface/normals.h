@@ -15,7 +15,6 @@
 namespace wf {
 
 // n: 3 x ntri.
-void facetnormals(const double *vrt, size_t nvrt, const int32_t *tri, int32_t ntri,
-                  std::vector<double> &n);
+void facetnormals(const double *vrt, size_t nvrt, const int32_t *tri, int32_t ntri, std::vector<double> &n);
 
 }  // namespace wf

@@ -59,8 +59,7 @@ SnapTolerance snaptolerance(const BBox &box, double minedgelen, const Tolerances
   SnapTolerance st;
   st.tol = rules.tolbyedge ? t1 : (rules.tolbybox ? t2 : std::min(t1, t2));
   st.intbox = integerprecision * dmax;
-  st.floor = std::max({machineprecision, integerprecision * dx, integerprecision * dy,
-                       integerprecision * dz});
+  st.floor = std::max({machineprecision, integerprecision * dx, integerprecision * dy, integerprecision * dz});
   return st;
 }
 
@@ -144,8 +143,7 @@ void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &trie
   // The soup holds three raw vertices per triangle; a soup shorter than its counts is taken as
   // far as it goes.
   int32_t ntri32 = std::max(raw.ntri, int32_t{0});
-  if (raw.vrt.size() < 9 * static_cast<size_t>(ntri32))
-    ntri32 = static_cast<int32_t>(raw.vrt.size() / 9);
+  if (raw.vrt.size() < 9 * static_cast<size_t>(ntri32)) ntri32 = static_cast<int32_t>(raw.vrt.size() / 9);
   const int32_t nraw = 3 * ntri32;
   const size_t n = static_cast<size_t>(nraw);
   const size_t ntri = static_cast<size_t>(ntri32);
@@ -235,8 +233,7 @@ void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &trie
   raw.nvrt = 0;
 }
 
-PreparedSurface preparemesh(RawSurface &raw, const Tolerances &rules,
-                            const PrepareStageFn &onstage) {
+PreparedSurface preparemesh(RawSurface &raw, const Tolerances &rules, const PrepareStageFn &onstage) {
   auto tell = [&](PrepareStage stage, const PreparedSurface &sofar) {
     if (onstage) onstage(stage, sofar);
   };

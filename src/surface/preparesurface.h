@@ -34,9 +34,9 @@ inline constexpr double machineprecision = 0x1p-52;
 double minimumedge(const RawSurface &raw);
 
 struct SnapTolerance {
-  double tol = 0;        // the tolerance chosen from the two rules
-  double intbox = 0;     // 2^-63 times the largest box size (the 64-bit lattice limit)
-  double floor = 0;      // the finest usable pitch: max(2^-52, 2^-63 * each box size)
+  double tol = 0;     // the tolerance chosen from the two rules
+  double intbox = 0;  // 2^-63 times the largest box size (the 64-bit lattice limit)
+  double floor = 0;   // the finest usable pitch: max(2^-52, 2^-63 * each box size)
   bool raised() const { return floor > tol; }
   double pitch() const { return raised() ? floor : tol; }
 };
@@ -62,9 +62,9 @@ void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &trie
                    const std::vector<uint64_t> *keys = nullptr, Scratch *scratch = nullptr);
 
 struct SurfaceCheck {
-  int status = 0;         // 0 clean, -1 some edge has other than two triangles
+  int status = 0;  // 0 clean, -1 some edge has other than two triangles
   bool watertight = true;
-  bool oriented = true;   // no inversely oriented edge (judged only when watertight)
+  bool oriented = true;  // no inversely oriented edge (judged only when watertight)
 };
 
 // What the preparation found, with the mesh and its edge table.
@@ -74,8 +74,8 @@ struct PreparedSurface {
   EdgeCounts counts;        // edges by their triangles, and the inversely oriented ones
   long long euler = 0;      // unique vertices + triangles - unique edges
   SurfaceCheck check;
-  SurfaceMesh mesh;         // unique vertices (mesh.nvrt), triangles, minedgelen
-  EdgeTable edges;          // unique edges (edges.n)
+  SurfaceMesh mesh;  // unique vertices (mesh.nvrt), triangles, minedgelen
+  EdgeTable edges;   // unique edges (edges.n)
 };
 
 // The moments of the preparation, in this order: the tolerance is chosen (snap, before the
@@ -86,7 +86,6 @@ using PrepareStageFn = std::function<void(PrepareStage stage, const PreparedSurf
 
 // The preparation of a soup whose box is set: tolerance, snap, merge (the soup is consumed),
 // edges and the checks. onstage, when given, is told each stage. Throws Fatal 32.
-PreparedSurface preparemesh(RawSurface &raw, const Tolerances &rules,
-                            const PrepareStageFn &onstage = {});
+PreparedSurface preparemesh(RawSurface &raw, const Tolerances &rules, const PrepareStageFn &onstage = {});
 
 }  // namespace wf

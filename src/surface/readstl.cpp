@@ -43,10 +43,14 @@ inline uint32_t byteswap32(uint32_t v) { return __builtin_bswap32(v); }
 
 const char *byteorderword(int order) {
   switch (order) {
-    case 1: return "native";
-    case 2: return "little_endian";
-    case 3: return "big_endian";
-    default: return "non-native";
+    case 1:
+      return "native";
+    case 2:
+      return "little_endian";
+    case 3:
+      return "big_endian";
+    default:
+      return "non-native";
   }
 }
 
@@ -146,8 +150,7 @@ int readstlbinary(const std::string &path, int order, RawSurface &raw) {
     // allocation made the status of the attempt instead of the end of the run (below).
     // [pinned: ReadStl.ShortTruncatedAndCorruptFiles (the search ends on order 4 and keeps it);
     // the hand decoding and the allocation rule: not pinned]
-    ucount = static_cast<uint32_t>(head[80]) + 256u * head[81] + 65536u * head[82] +
-             16777216u * head[83];
+    ucount = static_cast<uint32_t>(head[80]) + 256u * head[81] + 65536u * head[82] + 16777216u * head[83];
   } else {
     ucount = word;
   }
@@ -158,8 +161,7 @@ int readstlbinary(const std::string &path, int order, RawSurface &raw) {
   // A count that does not fit the file fails this order before anything is allocated.
   struct stat st {};
   const long long need = 84 + 50LL * count;
-  if (fstat(fileno(f.get()), &st) != 0 || static_cast<long long>(st.st_size) < need)
-    return IOSTAT_EOF;
+  if (fstat(fileno(f.get()), &st) != 0 || static_cast<long long>(st.st_size) < need) return IOSTAT_EOF;
 
   // The triangle block is read in one operation into the storage of the soup (50 bytes per
   // triangle fit in the 72 bytes of its three corners) and then widened in place from the last

@@ -57,7 +57,7 @@ void mergepasses(T *p, T *work, int32_t n, RightSmaller rightsmaller) {
     T *dst = (passes % 2 == 1) ? work : p;
     long long nmerge = (n + 2 * w - 1) / (2 * w);
     for (long long m = 1; m <= nmerge; ++m) {
-      long long lo = 2 * w * (m - 1);             // 0-based first position
+      long long lo = 2 * w * (m - 1);                    // 0-based first position
       long long hi = std::min<long long>(n, 2 * w * m);  // one past the last
       long long mid = std::min<long long>(n, lo + w);    // first of the right run
       long long i = lo, j = mid;
@@ -228,10 +228,17 @@ bool sorttable(const K *a, int32_t *p, int ncols, int32_t n, Smaller smaller) {
     if (weakorder && sortkeyed(a, p, ncols, n)) return true;
   }
   switch (ncols) {
-    case 1: if (sortrecords<K, 1>(a, p, n, smaller)) return true; break;
-    case 2: if (sortrecords<K, 2>(a, p, n, smaller)) return true; break;
-    case 3: if (sortrecords<K, 3>(a, p, n, smaller)) return true; break;
-    default: break;
+    case 1:
+      if (sortrecords<K, 1>(a, p, n, smaller)) return true;
+      break;
+    case 2:
+      if (sortrecords<K, 2>(a, p, n, smaller)) return true;
+      break;
+    case 3:
+      if (sortrecords<K, 3>(a, p, n, smaller)) return true;
+      break;
+    default:
+      break;
   }
   // Wide rows, or too little memory for the records: the lean form.
   return sortrows(a, p, ncols, n, smaller);
@@ -239,8 +246,8 @@ bool sorttable(const K *a, int32_t *p, int ncols, int32_t n, Smaller smaller) {
 
 // Shared run numberer; differs(i, j) tells rows p(i), p(j) apart (0-based sorted positions).
 template <class Differs>
-void numberruns(const int32_t *p, std::vector<int32_t> &longrun, int32_t n,
-                int32_t &nuniq, std::vector<int32_t> &iuniq, Differs differs) {
+void numberruns(const int32_t *p, std::vector<int32_t> &longrun, int32_t n, int32_t &nuniq, std::vector<int32_t> &iuniq,
+                Differs differs) {
   if (n < 1) {
     // Nothing to number: no runs.
     nuniq = 0;
@@ -465,8 +472,8 @@ void dvecsort(const double *a, int32_t *p, int32_t n) {
   }
 }
 
-void uniq_include(const double *a, const int32_t *p, std::vector<int32_t> &longrun,
-                  int ncols, int32_t n, int32_t &nuniq, std::vector<int32_t> &iuniq, bool flag) {
+void uniq_include(const double *a, const int32_t *p, std::vector<int32_t> &longrun, int ncols, int32_t n,
+                  int32_t &nuniq, std::vector<int32_t> &iuniq, bool flag) {
   (void)flag;  // no caller asks for the other branch
   const size_t nc = static_cast<size_t>(ncols);
   numberruns(p, longrun, n, nuniq, iuniq, [&](int32_t i, int32_t j) {
@@ -480,9 +487,8 @@ void uniq_include(const double *a, const int32_t *p, std::vector<int32_t> &longr
   });
 }
 
-void uniq_include_int(const int32_t *a, const int32_t *p,
-                      std::vector<int32_t> &longrun, int ncols, int32_t n, int32_t &nuniq,
-                      std::vector<int32_t> &iuniq, bool flag) {
+void uniq_include_int(const int32_t *a, const int32_t *p, std::vector<int32_t> &longrun, int ncols, int32_t n,
+                      int32_t &nuniq, std::vector<int32_t> &iuniq, bool flag) {
   (void)flag;
   const size_t nc = static_cast<size_t>(ncols);
   numberruns(p, longrun, n, nuniq, iuniq, [&](int32_t i, int32_t j) {

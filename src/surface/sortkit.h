@@ -40,7 +40,7 @@ class Scratch {
   size_t bytes_ = 0;
 };
 
-void dmatsort(const double *a, int32_t *p, int ncols, int32_t n);  // p given
+void dmatsort(const double *a, int32_t *p, int ncols, int32_t n);   // p given
 void imatsort(const int32_t *a, int32_t *p, int ncols, int32_t n);  // fills p = 1..n
 void dvecsort(const double *a, int32_t *p, int32_t n);              // fills p = 1..n
 // The rows 1..n in ascending order of their 64-bit keys, ties in row order (p filled). False when
@@ -65,10 +65,9 @@ inline uint32_t keyslot(uint64_t key, int bits) {
 }
 
 // longrun(i) = run number of sorted position i (1-based runs in sort order).
-void uniq_include(const double *a, const int32_t *p, std::vector<int32_t> &longrun,
-                  int ncols, int32_t n, int32_t &nuniq, std::vector<int32_t> &iuniq, bool flag);
-void uniq_include_int(const int32_t *a, const int32_t *p,
-                      std::vector<int32_t> &longrun, int ncols, int32_t n, int32_t &nuniq,
-                      std::vector<int32_t> &iuniq, bool flag);
+void uniq_include(const double *a, const int32_t *p, std::vector<int32_t> &longrun, int ncols, int32_t n,
+                  int32_t &nuniq, std::vector<int32_t> &iuniq, bool flag);
+void uniq_include_int(const int32_t *a, const int32_t *p, std::vector<int32_t> &longrun, int ncols, int32_t n,
+                      int32_t &nuniq, std::vector<int32_t> &iuniq, bool flag);
 
 }  // namespace wf

@@ -26,7 +26,6 @@ namespace wf {
 // The forms by the letters of *FORM; any other letter is message 319.
 enum class StlForm : char { ascii = 'a', binary = 'b', nonnative = 'c', asciijoined = 'd' };
 
-void writestl(const SurfaceMesh &mesh, const std::vector<double> *normals,
-              const std::string &path, StlForm form);
+void writestl(const SurfaceMesh &mesh, const std::vector<double> *normals, const std::string &path, StlForm form);
 
 }  // namespace wf

@@ -26,8 +26,8 @@ inline double clamp01(double x) { return x < 0.0 ? 0.0 : (x > 1.0 ? 1.0 : x); }
 // the same order. The linear pass calls it; the index takes triangles two at a time through
 // nearestpair, which repeats these operations lane by lane, so a triangle gets the same bits
 // whichever way it is reached.
-inline double nearest(const double *p1, const double *p2, const double *p3, double px, double py,
-                      double pz, double *x) {
+inline double nearest(const double *p1, const double *p2, const double *p3, double px, double py, double pz,
+                      double *x) {
   const double u[3] = {p2[0] - p1[0], p2[1] - p1[1], p2[2] - p1[2]};
   const double v[3] = {p3[0] - p1[0], p3[1] - p1[1], p3[2] - p1[2]};
   const double a = u[0] * u[0] + u[1] * u[1] + u[2] * u[2];
@@ -130,14 +130,16 @@ inline void nearestpair(const double *const tri[2][3], __m128d px, __m128d py, _
   const __m128d gs = _mm_cmpgt_pd(ys, xs), gt = _mm_cmpgt_pd(yt, xt), corner3 = _mm_and_pd(bn, _mm_cmple_pd(nn, zero));
   // t = 0, s = q(-d / a); s = 0, t = q(-e / c); inside; s = q(...) and t = 1 - s on the far edge
   // (from s < 0 or from neither); t = q(...) and s = 1 - t on it (from t < 0).
-  const __m128d qa = _mm_or_pd(_mm_and_pd(within, _mm_or_pd(_mm_and_pd(sneg, _mm_and_pd(tneg, dneg)), _mm_andnot_pd(sneg, tneg))),
-                               _mm_andnot_pd(gt, bt));
+  const __m128d qa =
+      _mm_or_pd(_mm_and_pd(within, _mm_or_pd(_mm_and_pd(sneg, _mm_and_pd(tneg, dneg)), _mm_andnot_pd(sneg, tneg))),
+                _mm_andnot_pd(gt, bt));
   const __m128d qc = _mm_or_pd(_mm_and_pd(within, _mm_andnot_pd(_mm_and_pd(tneg, dneg), sneg)), _mm_andnot_pd(gs, bs));
   const __m128d inside = _mm_andnot_pd(sneg, _mm_andnot_pd(tneg, within));
   const __m128d edges = _mm_or_pd(_mm_and_pd(bs, gs), _mm_andnot_pd(corner3, bn)), edget = _mm_and_pd(bt, gt);
-  const __m128d num = pick(qa, _mm_xor_pd(d, sign),
-                           pick(qc, _mm_xor_pd(e, sign),
-                                pick(inside, s, pick(_mm_and_pd(bs, gs), _mm_sub_pd(ys, xs), pick(edget, _mm_sub_pd(yt, xt), nn)))));
+  const __m128d num =
+      pick(qa, _mm_xor_pd(d, sign),
+           pick(qc, _mm_xor_pd(e, sign),
+                pick(inside, s, pick(_mm_and_pd(bs, gs), _mm_sub_pd(ys, xs), pick(edget, _mm_sub_pd(yt, xt), nn)))));
   const __m128d q0 = _mm_div_pd(num, pick(qa, a, pick(qc, c, pick(inside, det, den))));
   const __m128d q = pick(inside, q0, pick(_mm_cmplt_pd(q0, zero), zero, pick(_mm_cmpgt_pd(q0, one), one, q0)));
   const __m128d tin = _mm_div_pd(t, det), q1 = _mm_sub_pd(one, q);
@@ -177,9 +179,7 @@ constexpr int32_t blockwords(int32_t ntri, int32_t ncorners) { return headwords(
 
 // Side q of axis k of a child's box. q * step is exact (8 bits times 24), so the sum is the one
 // rounding, the same wherever it is worked out, fused or not.
-inline double side(const WideNode &n, int k, unsigned q) {
-  return double(n.origin[k]) + double(q) * double(n.step[k]);
-}
+inline double side(const WideNode &n, int k, unsigned q) { return double(n.origin[k]) + double(q) * double(n.step[k]); }
 
 // Squared distances from a point to the boxes of the four children (0 inside, not a number
 // when the node's box is not finite), two children to a register; each side is side() to the
@@ -302,8 +302,12 @@ struct Search {
   double bound[stacksize];
 
   Search(const double *query, const QuerySet &set)
-      : nodes(set.nodes.data()), fileindex(set.fileindex.data()), leaves(set.leaves.data()),
-        p{query[0], query[1], query[2]}, px(_mm_set1_pd(query[0])), py(_mm_set1_pd(query[1])),
+      : nodes(set.nodes.data()),
+        fileindex(set.fileindex.data()),
+        leaves(set.leaves.data()),
+        p{query[0], query[1], query[2]},
+        px(_mm_set1_pd(query[0])),
+        py(_mm_set1_pd(query[1])),
         pz(_mm_set1_pd(query[2])) {
     stack[top] = 0;
     bound[top++] = 0.0;
@@ -426,14 +430,14 @@ void *indexmemory(size_t bytes) {
     madvise(p, whole, MADV_HUGEPAGE);  // advice only: without huge pages nothing else changes
     return p;
   }
-  return ::operator new(bytes, std::align_val_t{64});
+  return ::operator new (bytes, std::align_val_t{64});
 }
 
 void freeindexmemory(void *p, size_t bytes) {
   if (bytes >= 2 * (size_t{2} << 20))
     std::free(p);
   else
-    ::operator delete(p, std::align_val_t{64});
+    ::operator delete (p, std::align_val_t{64});
 }
 
 QuerySet makequeryset(std::vector<double> &&corners, int32_t ntri, const double box[6]) {
@@ -800,11 +804,14 @@ void buildindex(QuerySet &set) {
     for (int p = 0; p < np; ++p) {
       try {
         NodeVec &local = built[static_cast<size_t>(p)];
-        local.reserve(static_cast<size_t>((pieces[static_cast<size_t>(p)].end - pieces[static_cast<size_t>(p)].begin) / 2 + 2));
+        local.reserve(
+            static_cast<size_t>((pieces[static_cast<size_t>(p)].end - pieces[static_cast<size_t>(p)].begin) / 2 + 2));
         local.emplace_back();
         local.emplace_back();
-        buildtree(items.data(), {0, pieces[static_cast<size_t>(p)].begin, pieces[static_cast<size_t>(p)].end,
-                                 pieces[static_cast<size_t>(p)].depth}, local);
+        buildtree(items.data(),
+                  {0, pieces[static_cast<size_t>(p)].begin, pieces[static_cast<size_t>(p)].end,
+                   pieces[static_cast<size_t>(p)].depth},
+                  local);
       } catch (const std::bad_alloc &) {
 #pragma omp atomic write
         nomemory = true;

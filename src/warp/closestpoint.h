@@ -62,11 +62,11 @@ struct LineAllocator {
 struct QuerySet {
   int32_t nvrt = 0;  // 3 * ntri
   int32_t ntri = 0;
-  std::vector<double> corners;          // 9 x ntri, file order
+  std::vector<double> corners;                           // 9 x ntri, file order
   std::vector<WideNode, LineAllocator<WideNode>> nodes;  // empty: no index
-  std::vector<double, LineAllocator<double>> leaves;   // the leaf blocks, 8 doubles a line
-  std::vector<int32_t> fileindex;       // ntri: file triangle at place k of the leaf order
-  double bbox[6] = {0, 0, 0, 0, 0, 0};  // min x, y, z, max x, y, z of the file
+  std::vector<double, LineAllocator<double>> leaves;     // the leaf blocks, 8 doubles a line
+  std::vector<int32_t> fileindex;                        // ntri: file triangle at place k of the leaf order
+  double bbox[6] = {0, 0, 0, 0, 0, 0};                   // min x, y, z, max x, y, z of the file
 };
 
 // Builds the set of ntri triangles from their corners (9 x ntri doubles, file order) and its

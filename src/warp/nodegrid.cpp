@@ -74,8 +74,7 @@ NodeGrid gridlayout(const double *xyz, int32_t nn) {
 }
 
 void filenodes(NodeGrid &g, const double *xyz, int32_t nn) {
-  const size_t nx = static_cast<size_t>(g.nx), ny = static_cast<size_t>(g.ny),
-               nz = static_cast<size_t>(g.nz);
+  const size_t nx = static_cast<size_t>(g.nx), ny = static_cast<size_t>(g.ny), nz = static_cast<size_t>(g.nz);
   // Counts of up to 2^31 each: the product fits 64 bits, and a product beyond the bound is not
   // tried at all.
   const long double cells = static_cast<long double>(nx) * ny * nz;
@@ -97,8 +96,7 @@ void filenodes(NodeGrid &g, const double *xyz, int32_t nn) {
   }
   auto cellof = [&](int32_t n) {
     const int32_t *b = nbox.data() + 3 * static_cast<size_t>(n);
-    return (static_cast<size_t>(b[2] - 1) * ny + static_cast<size_t>(b[1] - 1)) * nx +
-           static_cast<size_t>(b[0] - 1);
+    return (static_cast<size_t>(b[2] - 1) * ny + static_cast<size_t>(b[1] - 1)) * nx + static_cast<size_t>(b[0] - 1);
   };
   for (int32_t n = 0; n < nn; ++n) ++nncell[cellof(n)];
 
@@ -122,8 +120,7 @@ void filenodes(NodeGrid &g, const double *xyz, int32_t nn) {
 
 NodeGrid initgrid(Reporter &rep, const Simulation &sim) {
   NodeGrid g = gridlayout(sim.nodexyz.data(), sim.nnodes);
-  rep.say(" Number of nodal partitions = " + inttext(g.nx) + " x " + inttext(g.ny) + " x " +
-          inttext(g.nz));
+  rep.say(" Number of nodal partitions = " + inttext(g.nx) + " x " + inttext(g.ny) + " x " + inttext(g.nz));
   rep.blank();
   filenodes(g, sim.nodexyz.data(), sim.nnodes);
   return g;

@@ -20,7 +20,7 @@
 namespace wf {
 
 struct NodeGrid {
-  double origin[3] = {0, 0, 0};    // low corner of the node box
+  double origin[3] = {0, 0, 0};  // low corner of the node box
   double cellsize[3] = {0, 0, 0};
   int32_t nx = 1, ny = 1, nz = 1;  // cells along x, y, z, each at least 1
   std::vector<int32_t> cellnodes;  // nnodes node numbers (1-based)

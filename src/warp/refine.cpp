@@ -70,8 +70,8 @@ class Walk {
     e_.len.resize(ne);
     e_.level.assign(ne, 0);
     active_.assign(static_cast<size_t>(tricap_), 1);
-    inuse_ = (m_.vrt.size() + m_.prewarp.size()) * sizeof(double) + m_.tri.size() * sizeof(int32_t) +
-             active_.size() + (e_.vrt.size() + e_.tri.size() + e_.opp.size() + e_.nbr.size()) * sizeof(int32_t) +
+    inuse_ = (m_.vrt.size() + m_.prewarp.size()) * sizeof(double) + m_.tri.size() * sizeof(int32_t) + active_.size() +
+             (e_.vrt.size() + e_.tri.size() + e_.opp.size() + e_.nbr.size()) * sizeof(int32_t) +
              e_.len.size() * sizeof(double) + e_.level.size() * sizeof(int32_t);
   }
 
@@ -81,8 +81,8 @@ class Walk {
  private:
   void pushvrt(const double *before, const double *after);
   void pushtri(const int32_t *corners, int32_t t);
-  void pushedge(const int32_t *verts, const int32_t *opposites, const int32_t *triangles,
-                int32_t e, int32_t level, const int32_t *neighbours);
+  void pushedge(const int32_t *verts, const int32_t *opposites, const int32_t *triangles, int32_t e, int32_t level,
+                const int32_t *neighbours);
 
   SurfaceMesh &m_;
   EdgeTable &e_;
@@ -119,8 +119,8 @@ void Walk::pushtri(const int32_t *corners, int32_t t) {
   ++m_.ntri;
 }
 
-void Walk::pushedge(const int32_t *verts, const int32_t *opposites, const int32_t *triangles,
-                    int32_t e, int32_t level, const int32_t *neighbours) {
+void Walk::pushedge(const int32_t *verts, const int32_t *opposites, const int32_t *triangles, int32_t e, int32_t level,
+                    const int32_t *neighbours) {
   if (e_.n + 1 > e_.cap) {
     // Kept deliberately: the edge list grows from the incremented count, the vertex and
     // triangle lists from their old capacity (pushvrt, pushtri); it shows only in when an
@@ -256,8 +256,7 @@ void Walk::splitedge(int32_t e, const double *midbefore, const double *midafter,
 // same call the walk would make; the walk then takes them in its own order.
 class Midpoints {
  public:
-  Midpoints(const WarpField &field, const RefineParams &params, const SurfaceMesh &mesh,
-            const EdgeTable &edges)
+  Midpoints(const WarpField &field, const RefineParams &params, const SurfaceMesh &mesh, const EdgeTable &edges)
       : field_(field), params_(params), mesh_(mesh), edges_(edges), works_(threadwork(field)) {}
 
   // Computes the midpoints of edges first..last (1-based).
@@ -303,9 +302,7 @@ class Midpoints {
     for (int k = 0; k < 3; ++k) mid[k] = 0.5 * (pa[k] + pb[k]);
   }
   // The displaced midpoint of edge e of the current wave.
-  const double *after(int32_t e) const {
-    return after_.data() + 3 * static_cast<size_t>(e - first_);
-  }
+  const double *after(int32_t e) const { return after_.data() + 3 * static_cast<size_t>(e - first_); }
 
  private:
   const WarpField &field_;
@@ -319,8 +316,8 @@ class Midpoints {
 
 }  // namespace
 
-RefineCounts refinesurface(const WarpField &field, const RefineParams &params, SurfaceMesh &mesh,
-                           EdgeTable &edges, const ProgressFn &progress) {
+RefineCounts refinesurface(const WarpField &field, const RefineParams &params, SurfaceMesh &mesh, EdgeTable &edges,
+                           const ProgressFn &progress) {
   Walk walk(mesh, edges);
   const int32_t n0 = edges.n;
   // The initial edges in the walk's order. One that the walk will not test (not longer than

@@ -53,7 +53,7 @@ struct RefineCounts {
 // with the floating-point mode of the caller and its own work arrays); the walk's decisions,
 // numbering and result are those of a walk that displaces each midpoint when it reaches it, on
 // any number of threads.
-RefineCounts refinesurface(const WarpField &field, const RefineParams &params, SurfaceMesh &mesh,
-                           EdgeTable &edges, const ProgressFn &progress);
+RefineCounts refinesurface(const WarpField &field, const RefineParams &params, SurfaceMesh &mesh, EdgeTable &edges,
+                           const ProgressFn &progress);
 
 }  // namespace wf

@@ -112,8 +112,7 @@ void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
   const int32_t *j0 = grid.cellrange.data();
   const size_t sx = static_cast<size_t>(nx), sxy = sx * static_cast<size_t>(ny);
   auto cellbase = [&](int32_t i, int32_t j, int32_t k) {
-    return 2 * (static_cast<size_t>(k - 1) * sxy + static_cast<size_t>(j - 1) * sx +
-                static_cast<size_t>(i - 1));
+    return 2 * (static_cast<size_t>(k - 1) * sxy + static_cast<size_t>(j - 1) * sx + static_cast<size_t>(i - 1));
   };
 
   // Squared distance of the point from the grid's box, a hair short (nodes are filed by rounded

@@ -38,12 +38,12 @@ struct WarpParams {
   int32_t navg = 10;          // nodes in the average
   bool fixz = false;          // no Z displacement within ztol of the build plane
   double ztol = 1e-5;
-  bool norel = false;         // no Z displacement at all
+  bool norel = false;  // no Z displacement at all
   double buildplane = 0;
-  bool refg = false;          // pull onto the reference geometry
-  bool scng = false;          // the scan path instead of the nodes
-  bool ringbound = true;      // false: no end to the rings before the stopping rule (the
-                              // reference the bound is tested against)
+  bool refg = false;      // pull onto the reference geometry
+  bool scng = false;      // the scan path instead of the nodes
+  bool ringbound = true;  // false: no end to the rings before the stopping rule (the
+                          // reference the bound is tested against)
 };
 
 // What a point's displacement reads. sim and grid are needed on the nodal path, ref with refg,

@@ -22,8 +22,7 @@ std::vector<WarpWork> threadwork(const WarpField &field) {
   // a failed allocation is reported like any other and never meets a parallel region.
   const int32_t navg = field.params.scng ? 1 : field.params.navg;
   try {
-    return std::vector<WarpWork>(static_cast<size_t>(std::max(omp_get_max_threads(), 1)),
-                                 WarpWork(navg));
+    return std::vector<WarpWork>(static_cast<size_t>(std::max(omp_get_max_threads(), 1)), WarpWork(navg));
   } catch (const std::bad_alloc &) {
     checkalloc(1, "warpstl, work, 1");
   }
@@ -43,9 +42,8 @@ void warpvertices(const WarpField &field, SurfaceMesh &mesh) {
   }
 }
 
-void warpstl(Reporter &rep, const WarpField &given, bool nodecheck, double refminz,
-             const WarpScales &scales, const RefineParams &refine, SurfaceMesh &mesh,
-             EdgeTable &edges) {
+void warpstl(Reporter &rep, const WarpField &given, bool nodecheck, double refminz, const WarpScales &scales,
+             const RefineParams &refine, SurfaceMesh &mesh, EdgeTable &edges) {
   // The refinement does not keep the triangle-to-edge table.
   release(edges.triedge);
 
@@ -86,9 +84,7 @@ void warpstl(Reporter &rep, const WarpField &given, bool nodecheck, double refmi
   rep.blank();
   const RefineCounts counts =
       refinesurface(field, refine, mesh, edges,
-                    [&](int32_t edge, int32_t nedges, int32_t percent) {
-                      rep.progress(edge, nedges, percent);
-                    });
+                    [&](int32_t edge, int32_t nedges, int32_t percent) { rep.progress(edge, nedges, percent); });
   rep.blank();
   rep.say("Active triangles = " + inttext(counts.active));
   rep.say("Total  triangles = " + inttext(counts.total));

@@ -27,9 +27,8 @@ void warpvertices(const WarpField &field, SurfaceMesh &mesh);
 // The step, with its console lines. nodecheck (a job with a simulation file): navg above the
 // node count ends the run (174), above a tenth of it warns. The build plane is set here, from
 // `refminz` with a reference geometry, else from the lowest Z of the surface as read (unscaled).
-void warpstl(Reporter &rep, const WarpField &field, bool nodecheck, double refminz,
-             const WarpScales &scales, const RefineParams &refine, SurfaceMesh &mesh,
-             EdgeTable &edges);
+void warpstl(Reporter &rep, const WarpField &field, bool nodecheck, double refminz, const WarpScales &scales,
+             const RefineParams &refine, SurfaceMesh &mesh, EdgeTable &edges);
 
 // Flush-to-zero and denormals-are-zero on the calling thread.
 void setfpmode();

@@ -37,8 +37,7 @@ TEST(Reporter, CatalogueFailuresAreStickyAndNeverFatal) {
     out.resize(std::fread(out.data(), 1, out.size(), console));
     std::fclose(console);
     std::vector<std::string> tags;
-    const std::string messages =
-        "\n  Signal tag T\n ERROR\n  Code 404\n \n\n\n  Signal tag T\n ERROR\n  Code 5\n \n\n";
+    const std::string messages = "\n  Signal tag T\n ERROR\n  Code 404\n \n\n\n  Signal tag T\n ERROR\n  Code 5\n \n\n";
     EXPECT_TRUE(wft::contains(untag(out, tags), messages)) << out;
     EXPECT_EQ(wft::contains(out, "...success"), file[0] == '{' && file[1] == '"') << out;
   }
@@ -63,8 +62,7 @@ TEST(Reporter, HexStatusSwitchesNumbersForGood) {
 
 // Growth by 1.2 in single precision: 10 times 1.2f does not round up to 13.
 TEST(Lists, GrowthInSinglePrecision) {
-  EXPECT_EQ((std::vector{growcapacity(10), growcapacity(12), growcapacity(15), growcapacity(18),
-                         growcapacity(22)}),
+  EXPECT_EQ((std::vector{growcapacity(10), growcapacity(12), growcapacity(15), growcapacity(18), growcapacity(22)}),
             (std::vector{12, 15, 18, 22, 27}));
   EXPECT_LE(growcapacity(2000000000), 0);  // beyond the 32-bit range
   List<int32_t> l;

@@ -26,16 +26,21 @@ TEST(FreeForm, TokensEndAtBlankCommaSlashAndQuotesEnclose) {
 
 TEST(FreeForm, NumbersReadAsTheRuntimeDoes) {
   int32_t i = 0;
-  for (auto [text, ok, value] : {std::tuple{"+42", true, 42}, {"-7", true, -7}, {"1.5", false, 0},
-                                 {"3000000000", false, 0}, {"", false, 0}}) {
+  for (auto [text, ok, value] :
+       {std::tuple{"+42", true, 42}, {"-7", true, -7}, {"1.5", false, 0}, {"3000000000", false, 0}, {"", false, 0}}) {
     EXPECT_EQ(parseint(text, i), ok) << text;
     if (ok) {
       EXPECT_EQ(i, value) << text;
     }
   }
   double d = 0;
-  for (auto [text, ok, value] : {std::tuple{"1.5d3", true, 1500.0}, {"-2.5E-1", true, -0.25}, {".5", true, 0.5},
-                                 {"5.", true, 5.0}, {"1.0+2", true, 100.0}, {"7", true, 7.0}, {"abc", false, 0.0},
+  for (auto [text, ok, value] : {std::tuple{"1.5d3", true, 1500.0},
+                                 {"-2.5E-1", true, -0.25},
+                                 {".5", true, 0.5},
+                                 {"5.", true, 5.0},
+                                 {"1.0+2", true, 100.0},
+                                 {"7", true, 7.0},
+                                 {"abc", false, 0.0},
                                  {"1.5x", false, 0.0}}) {
     EXPECT_EQ(parsereal(text, d), ok) << text;
     if (ok) {
@@ -60,10 +65,14 @@ TEST(NumberForms, ShortestTextReadsBack) {
 
 TEST(NumberForms, ScientificFields) {
   const std::pair<std::string, std::string> cases[] = {
-      {scitext(12.3456), "  1.234560E+01"}, {scitext(-0.002, 16), "   -2.000000E-03"}, {scitext(0.0), "  0.000000E+00"},
+      {scitext(12.3456), "  1.234560E+01"},
+      {scitext(-0.002, 16), "   -2.000000E-03"},
+      {scitext(0.0), "  0.000000E+00"},
       {scitext(9.9999999), "  1.000000E+01"},  // rounding carries into the exponent
-      {scitext(1.5e100), "  1.500000+100"}, {scitext(-1.5e-100), " -1.500000-100"},
-      {scitext(std::numeric_limits<double>::infinity()), "      Infinity"}, {scitext(std::nan("")), "           NaN"},
+      {scitext(1.5e100), "  1.500000+100"},
+      {scitext(-1.5e-100), " -1.500000-100"},
+      {scitext(std::numeric_limits<double>::infinity()), "      Infinity"},
+      {scitext(std::nan("")), "           NaN"},
       {scitext(1.0, 5), "*****"}};
   for (const auto &[got, want] : cases) EXPECT_EQ(got, want);
 }

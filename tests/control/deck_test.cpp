@@ -56,11 +56,11 @@ std::unique_ptr<DeckRun> readdecktext(const std::string &text) {
 }  // namespace
 
 TEST(Deck, ListsStripQuotesAndEndAtAStar) {
-  auto r = readdecktext("*INPU\njob\n*OUTP\n\"a b.stl\"\n *not-a-card.stl\n# comment\nc.stl\n"
-                        "*ISTL\n1\n2\n3\n*O3MF\n*ASTL\n");
+  auto r = readdecktext(
+      "*INPU\njob\n*OUTP\n\"a b.stl\"\n *not-a-card.stl\n# comment\nc.stl\n"
+      "*ISTL\n1\n2\n3\n*O3MF\n*ASTL\n");
   ASSERT_FALSE(r->aborted) << r->out;
-  EXPECT_EQ(r->settings.outfiles.entries(),
-            (std::vector<std::string>{"a b.stl", " *not-a-card.stl", "c.stl"}));
+  EXPECT_EQ(r->settings.outfiles.entries(), (std::vector<std::string>{"a b.stl", " *not-a-card.stl", "c.stl"}));
   EXPECT_EQ(r->files.stlids.entries(), (std::vector<int32_t>{1, 2, 3}));
   EXPECT_TRUE(r->settings.o3mfflag && r->settings.o3dmflag);  // the package is on by default
   EXPECT_FALSE(r->settings.astlflag);
@@ -73,10 +73,8 @@ TEST(Deck, ListsStripQuotesAndEndAtAStar) {
 TEST(Deck, SurfaceListRunningToTheEndKeepsItsLastNameTwice) {
   auto r = readdecktext("*INPU\njob\n*STLF\n\"a b\"  \n\"\"\n\"a\"b\"\n\"open\nb.stl");
   ASSERT_FALSE(r->aborted) << r->out;
-  EXPECT_EQ(r->files.stlfiles.entries(),
-            (std::vector<std::string>{"a b", "", "a\"b", "\"open", "b.stl", "b.stl"}));
-  EXPECT_EQ(readdecktext("*STLF\na.stl\n*INPU\njob\n")->files.stlfiles.entries(),
-            std::vector<std::string>{"a.stl"});
+  EXPECT_EQ(r->files.stlfiles.entries(), (std::vector<std::string>{"a b", "", "a\"b", "\"open", "b.stl", "b.stl"}));
+  EXPECT_EQ(readdecktext("*STLF\na.stl\n*INPU\njob\n")->files.stlfiles.entries(), std::vector<std::string>{"a.stl"});
 }
 
 // A comment right behind a card is passed over; behind a blank line at keyword level it is read
@@ -110,13 +108,12 @@ TEST(Deck, FaultsPostTheirCodesAndAbort) {
       {"*INPU\njob\n*ISTL\n1\n2\n", {32}, R"("code": 32, "variables": ["push, tmp, 1"])"},
       {"*INPU\njob\n*SNAP\n0\n*MINE\n-1\n*FORM\nB\n*ZTOL\n-1\n*NINT\n0\n*EINT\n0\n*MAXR\n-1\n"
        "*RTOL\n-0.1\n",
-       {176, 181, 182, 183, 184, 185, 187, 188}, R"("code": 188, "variables": [])"},
+       {176, 181, 182, 183, 184, 185, 187, 188},
+       R"("code": 188, "variables": [])"},
       {"*INPU\njob\n*MINE\n3.5\n*MAXE\n3\n", {186}, R"("code": 186, "variables": [])"},
-      {"*INPU\njob\n*ISTL\n1\n2\n*OUTP\na.stl\nb.stl\na.stl\n", {177, 178},
-       R"("code": 178, "variables": ["3", "1"])"},
+      {"*INPU\njob\n*ISTL\n1\n2\n*OUTP\na.stl\nb.stl\na.stl\n", {177, 178}, R"("code": 178, "variables": ["3", "1"])"},
       {"*INPU\njob\n*ISTL\n0\n*WARP\n1\n", {189}, R"("code": 189, "variables": [])"},
-      {"*SCNG\na.stl\n*NINT\n268435456\n*REFG\nr.stl\n", {172},
-       R"("code": 172, "variables": ["268435456"])"},
+      {"*SCNG\na.stl\n*NINT\n268435456\n*REFG\nr.stl\n", {172}, R"("code": 172, "variables": ["268435456"])"},
       {"*SCNG\na.stl\nb.stl\n*REFG\nr.stl\n", {180}, R"("code": 180, "variables": [])"},
       {"*SCNG\nscan.stl\n", {198}, R"("code": 198, "variables": [])"},
       {"", {179}, R"("code": 179, "variables": ["Corvanta Tessero Thermo Mechanics"])"}};
@@ -132,13 +129,14 @@ TEST(Deck, FaultsPostTheirCodesAndAbort) {
 // Boundary values that pass; a non-positive repair tolerance is reset with a warning; a scan job
 // takes its surface from the reference.
 TEST(Deck, BoundaryValuesThatPassAndTheScanJob) {
-  auto r = readdecktext("*INPU\njob\n*MINE\n3\n*MAXE\n3\n*RTOL\n0\n*FORM\nd\n*O3DM\n*FIXZ\n*NRLE\n"
-                        "*TSRT\n-2\n*NINT\n100000000\n");
+  auto r = readdecktext(
+      "*INPU\njob\n*MINE\n3\n*MAXE\n3\n*RTOL\n0\n*FORM\nd\n*O3DM\n*FIXZ\n*NRLE\n"
+      "*TSRT\n-2\n*NINT\n100000000\n");
   ASSERT_FALSE(r->aborted) << r->out;
   EXPECT_EQ(r->settings.stlformat, 'd');
   EXPECT_EQ(r->settings.repairtol, 0.01);
-  EXPECT_TRUE(wft::contains(
-      r->out, " *** WARNING: 1\n Tessero repair tolerance must be positive.  Resetting to default.\n"));
+  EXPECT_TRUE(
+      wft::contains(r->out, " *** WARNING: 1\n Tessero repair tolerance must be positive.  Resetting to default.\n"));
   EXPECT_TRUE(wft::contains(r->out, " Fixing Z displacements for vertices with minimal\n Z coordinates\n"));
   EXPECT_TRUE(wft::contains(r->out, " WARNING:  no Z distortion will be applied during this warp.\n"));
 
@@ -147,8 +145,7 @@ TEST(Deck, BoundaryValuesThatPassAndTheScanJob) {
   EXPECT_EQ(scan->files.stlfiles.entries(), std::vector<std::string>{"ref part.stl"});
   EXPECT_EQ(scan->files.stltype.entries(), std::vector<int32_t>{1});
   EXPECT_TRUE(scan->files.selectbyfraction);
-  EXPECT_TRUE(wft::contains(scan->out,
-                            "Reference geometries = \n                               \"ref part.stl\"\n"));
+  EXPECT_TRUE(wft::contains(scan->out, "Reference geometries = \n                               \"ref part.stl\"\n"));
 }
 
 // Arbitrary bytes end in the orderly abort of the coded checks, with no crash on the way.
@@ -168,12 +165,9 @@ namespace {
 // message, else the start of the line.
 std::vector<std::string> validationevents(const std::string &out) {
   const std::vector<std::pair<std::string, std::string>> lines = {
-      {" Exporting all stl files", "Exporting all stl files"},
-      {" STL IDs                     = ", "STL IDs"},
-      {" Input file                  = ", "Input file"},
-      {" Output files                = ", "Output files"},
-      {" Reference geometries = ", "Reference geometries"},
-      {" Scanned geometries = ", "Scanned geometries"}};
+      {" Exporting all stl files", "Exporting all stl files"}, {" STL IDs                     = ", "STL IDs"},
+      {" Input file                  = ", "Input file"},       {" Output files                = ", "Output files"},
+      {" Reference geometries = ", "Reference geometries"},    {" Scanned geometries = ", "Scanned geometries"}};
   std::vector<std::string> events;
   for (const std::string &l : wft::splitlines(out)) {
     if (l.rfind("  Code ", 0) == 0) events.push_back("code " + l.substr(7));
@@ -195,17 +189,16 @@ TEST(Deck, SeveralFaultsAtOnceKeepTheirOrder) {
   } cases[] = {
       {"*SCNG\na.stl\nb.stl\n*ISTL\n0\n2\n*OUTP\nx.stl\n\"x.stl\"\ny.stl\n*ZTOL\n-1\n*MAXR\n-1\n"
        "*NINT\n268435456\n*EINT\n0\n*SNAP\n0\n*MINE\n5\n*MAXE\n4\n*RTOL\n-1\n*FORM\nx\n*ASTL\n",
-       {"code 176", "code 177", "code 178", "STL IDs", "Scanned geometries", "code 180",
-        "code 198", "code 181", "code 172", "code 183", "code 184", "code 186", "code 187",
-        "code 188", "code 189"}},
+       {"code 176", "code 177", "code 178", "STL IDs", "Scanned geometries", "code 180", "code 198", "code 181",
+        "code 172", "code 183", "code 184", "code 186", "code 187", "code 188", "code 189"}},
       {"*REFG\na.stl\nb.stl\n*MAXE\n-2\n*MINE\n-1\n*SNAP\n0\n*EINT\n0\n*NINT\n0\n"
        "*MAXR\n-1\n",
-       {"Exporting all stl files", "code 179", "Reference geometries", "code 180", "code 181",
-        "code 182", "code 183", "code 184", "code 185", "code 186"}},
+       {"Exporting all stl files", "code 179", "Reference geometries", "code 180", "code 181", "code 182", "code 183",
+        "code 184", "code 185", "code 186"}},
       {"*SCNG\ns1.stl\ns2.stl\n*REFG\nr1.stl\nr2.stl\n*INPU\njob\n*OUTP\no.stl\n*ISTL\n3\n"
        "*MINE\n0\n",
-       {"STL IDs", "Input file", "Output files", "Reference geometries", "code 180",
-        "Scanned geometries", "code 180", "code 185"}},
+       {"STL IDs", "Input file", "Output files", "Reference geometries", "code 180", "Scanned geometries", "code 180",
+        "code 185"}},
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.deck);
@@ -225,29 +218,24 @@ TEST(Deck, SeveralFaultsAtOnceKeepTheirOrder) {
 // The echo: one line per value, in a fixed order right after the deck has been read, each with
 // its own card's value; then the notes on cards that act together, and the validation.
 TEST(Deck, EchoShowsEachValueInItsPlace) {
-  auto r = readdecktext("*INPU\njob\n*IOFF\n7\n*FORM\nc\n*RTOL\n0.25\n*MAXE\n4.5\n*MINE\n1.5\n"
-                        "*MAXR\n3\n*SNAP\n0.125\n*EINT\n2.5\n*NINT\n12\n*UNIT\n0.5\n*WARP\n-1.5\n"
-                        "*ZTOL\n0.5\n*ISTL\n1\n*ASTL\n");
+  auto r = readdecktext(
+      "*INPU\njob\n*IOFF\n7\n*FORM\nc\n*RTOL\n0.25\n*MAXE\n4.5\n*MINE\n1.5\n"
+      "*MAXR\n3\n*SNAP\n0.125\n*EINT\n2.5\n*NINT\n12\n*UNIT\n0.5\n*WARP\n-1.5\n"
+      "*ZTOL\n0.5\n*ISTL\n1\n*ASTL\n");
   ASSERT_FALSE(r->aborted) << r->out;
   const std::vector<std::pair<std::string, std::string>> echo = {
-      {"Warpage scaling factor      = ", numtext(-1.5)},
-      {"Output unit scaling factor  = ", numtext(0.5)},
-      {"# of weighted average nodes = ", inttext(12)},
-      {"Weighted average exponent   = ", numtext(2.5)},
-      {"Snapping tolerance          = ", numtext(0.125)},
-      {"Max refinement levels       = ", inttext(3)},
-      {"Min edge length             = ", numtext(1.5)},
-      {"Max edge length             = ", numtext(4.5)},
-      {"Refinement tolerance        = ", numtext(0.25)},
-      {"STL output format           = ", "c"},
+      {"Warpage scaling factor      = ", numtext(-1.5)},  {"Output unit scaling factor  = ", numtext(0.5)},
+      {"# of weighted average nodes = ", inttext(12)},    {"Weighted average exponent   = ", numtext(2.5)},
+      {"Snapping tolerance          = ", numtext(0.125)}, {"Max refinement levels       = ", inttext(3)},
+      {"Min edge length             = ", numtext(1.5)},   {"Max edge length             = ", numtext(4.5)},
+      {"Refinement tolerance        = ", numtext(0.25)},  {"STL output format           = ", "c"},
       {"Increment offset            = ", inttext(7)}};
   const std::vector<std::string> lines = wft::splitlines(r->out);
   size_t at = 0;
   while (at < lines.size() && lines[at].rfind(" Finished reading ", 0) != 0) ++at;
   ASSERT_LT(at + 1 + echo.size() + 5, lines.size()) << r->out;
   EXPECT_EQ(lines[at + 1], "");
-  for (size_t i = 0; i < echo.size(); ++i)
-    EXPECT_EQ(lines[at + 2 + i], " " + echo[i].first + echo[i].second);
+  for (size_t i = 0; i < echo.size(); ++i) EXPECT_EQ(lines[at + 2 + i], " " + echo[i].first + echo[i].second);
   const size_t notes = at + 2 + echo.size();
   EXPECT_EQ(lines[notes], " WARNING:  *ZTOL has no effect without *FIXZ");
   EXPECT_EQ(lines[notes + 1], "");
@@ -258,7 +246,6 @@ TEST(Deck, EchoShowsEachValueInItsPlace) {
   EXPECT_FALSE(r->settings.astlflag);
   EXPECT_TRUE(readdecktext("*INPU\njob\n*ASTL\n")->settings.astlflag);
 }
-
 
 // Every card of the table is in the README's card table, and every card there is in the table.
 TEST(Deck, ReadmeListsTheCardsOfTheTable) {

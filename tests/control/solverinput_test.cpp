@@ -55,7 +55,8 @@ struct SolverInput : ::testing::Test {
 TEST_F(SolverInput, FailuresAreCodedAndNameTheFile) {
   // No number behind *OFNS or *STLS, or no line at all: no coded message exists for it, the run
   // ends as a failure of the I/O layer.
-  for (const char *text : {"*OFNS\n*STLF\na.stl\n", "*STLS\nabc\n", "*STLS\n\n", "*OFNS\n", "*STLS\n# only a comment\n"})
+  for (const char *text :
+       {"*OFNS\n*STLF\na.stl\n", "*STLS\nabc\n", "*STLS\n\n", "*OFNS\n", "*STLS\n# only a comment\n"})
     EXPECT_EQ(wft::fatalof([&] { readfrom(text); }).rfind("I/O layer: I/O error: job.in: no ", 0), 0u) << text;
   EXPECT_EQ(wft::fatalof([&] { readfrom("*OFNS\n10\n"); }), "190");
   std::filesystem::remove("job.in");
@@ -76,8 +77,8 @@ TEST_F(SolverInput, IncrementAndTheLatestMeshAtItsTime) {
     info.meshnums.resize(times.size());
   };
   meshes({0.0, 2.0, 2.0, 5.0});
-  for (auto [off, result, mesh] : {std::tuple{1, 10, 100}, {2, 20, 200}, {3, 30, 200}, {-1, 30, 200},
-                                   {-2, 20, 200}, {-3, 10, 100}}) {
+  for (auto [off, result, mesh] :
+       {std::tuple{1, 10, 100}, {2, 20, 200}, {3, 30, 200}, {-1, 30, 200}, {-2, 20, 200}, {-3, 10, 100}}) {
     selectincrement(info, off, files);
     EXPECT_EQ(std::pair(files.resultfilenumber, files.meshfilenumber), std::pair(result, mesh)) << off;
   }
@@ -104,8 +105,8 @@ TEST_F(SolverInput, SurfacesOfTheLoop) {
     int ninc, off;
     ints chosen, want;  // want empty: the run ends with `fatal`
     std::string fatal;
-    int criticals;      // 1036 and 1037 posted
-    bool byfraction;    // selection by fraction afterwards
+    int criticals;    // 1036 and 1037 posted
+    bool byfraction;  // selection by fraction afterwards
   };
   const Case cases[] = {
       {false, false, false, 3, -2, {}, {1}, "", 0, false},  // the first selected surface only
@@ -138,8 +139,7 @@ TEST_F(SolverInput, SurfacesOfTheLoop) {
   }
   files.stltype.n = files.stlfraction.n = 1;  // beyond the *STLM rows: processed by default
   files.selectbyfraction = false;
-  EXPECT_EQ((ints{surfaceselected(files, 0), surfaceselected(files, 3), surfaceselected(files, 5)}),
-            (ints{0, 1, 0}));
+  EXPECT_EQ((ints{surfaceselected(files, 0), surfaceselected(files, 3), surfaceselected(files, 5)}), (ints{0, 1, 0}));
   files.selectbyfraction = files.ssssflag = true;  // *SSTL together with *SSSS is refused
   EXPECT_EQ(wft::fatalof([&] { selectsurfaces(cap.rep, settings, 3, files); }), "371");
   surfaces({}, {});

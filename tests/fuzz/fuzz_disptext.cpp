@@ -2,6 +2,4 @@
 // The displacement file in its text form.
 #include "fuzz_displacement.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  return fuzzdisplacement(data, size, false);
-}
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) { return fuzzdisplacement(data, size, false); }

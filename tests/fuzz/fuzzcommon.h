@@ -19,8 +19,7 @@ namespace fuzz {
 // The folder of this process, made once; the current folder moves there.
 inline const std::string &folder() {
   static const std::string dir = [] {
-    const std::string d =
-        (std::filesystem::temp_directory_path() / ("wffuzz_" + std::to_string(getpid()))).string();
+    const std::string d = (std::filesystem::temp_directory_path() / ("wffuzz_" + std::to_string(getpid()))).string();
     std::filesystem::create_directories(d);
     std::filesystem::current_path(d);
     return d;

@@ -27,8 +27,8 @@
 #include "outputs/colourscale.h"
 #include "outputs/deflate.h"
 #include "outputs/outcommon.h"
-#include "outputs/packagetext.h"
 #include "outputs/package3mf.h"
+#include "outputs/packagetext.h"
 #include "outputs/zippackage.h"
 #include "reporting.h"
 #include "testutil.h"
@@ -114,7 +114,9 @@ std::string writepackage(const wf::SurfaceMesh &m, const std::string &folder) {
 // The model member formatted a record at a time into one text, the plain way.
 std::string modelrowbyrow(const wf::SurfaceMesh &mesh, const std::vector<float> &disp) {
   std::string t;
-  auto rec = [&](int tabs, const std::string &text) { t += std::string(static_cast<size_t>(tabs), '\t') + text + "\n"; };
+  auto rec = [&](int tabs, const std::string &text) {
+    t += std::string(static_cast<size_t>(tabs), '\t') + text + "\n";
+  };
   auto field = [](double v) {
     char f[16];
     wf::scifield(f, v, 16, 6);
@@ -146,7 +148,8 @@ std::string modelrowbyrow(const wf::SurfaceMesh &mesh, const std::vector<float> 
   rec(4, "</vertices>");
   std::vector<float> mag(n, 0.0f);
   for (size_t i = 0; i < n && 3 * i + 2 < disp.size(); ++i)
-    mag[i] = std::sqrt(disp[3 * i] * disp[3 * i] + disp[3 * i + 1] * disp[3 * i + 1] + disp[3 * i + 2] * disp[3 * i + 2]);
+    mag[i] =
+        std::sqrt(disp[3 * i] * disp[3 * i] + disp[3 * i + 1] * disp[3 * i + 1] + disp[3 * i + 2] * disp[3 * i + 2]);
   float lo = n ? mag[0] : 0.0f, hi = lo;
   for (float m : mag) lo = std::min(lo, m), hi = std::max(hi, m);
   auto colour = [&](int32_t v) {
@@ -213,7 +216,9 @@ std::string inflated(const std::vector<unsigned char> &stream, size_t size) {
 
 // A zip's bytes with the DOS dates and times of its entries (local and central) set to zero.
 std::string undated(std::string zip) {
-  auto u16 = [&](size_t at) { return static_cast<size_t>(static_cast<unsigned char>(zip[at]) | static_cast<unsigned char>(zip[at + 1]) << 8); };
+  auto u16 = [&](size_t at) {
+    return static_cast<size_t>(static_cast<unsigned char>(zip[at]) | static_cast<unsigned char>(zip[at + 1]) << 8);
+  };
   auto u32 = [&](size_t at) { return u16(at) | u16(at + 2) << 16; };
   const size_t end = zip.rfind("PK\x05\x06");
   if (end == std::string::npos) return "<no zip>";
@@ -257,7 +262,8 @@ TEST(Package3mf, ReadBackByUnzipAndLib3mf) {
     std::string onfile;
     for (const char *m : members) {
       std::string pattern;  // unzip takes brackets as a wildcard class
-      for (const char *ch = m; *ch; ++ch) pattern += (*ch == '[' || *ch == ']') ? std::string("\\") + *ch : std::string(1, *ch);
+      for (const char *ch = m; *ch; ++ch)
+        pattern += (*ch == '[' || *ch == ']') ? std::string("\\") + *ch : std::string(1, *ch);
       EXPECT_EQ(shell("unzip -p " + folder + ".3mf '" + pattern + "'"), wft::readfile(folder + "/" + m)) << m;
       struct stat st;
       ASSERT_EQ(stat((folder + "/" + m).c_str(), &st), 0);
@@ -276,8 +282,8 @@ TEST(Package3mf, ReadBackByUnzipAndLib3mf) {
     EXPECT_EQ(read.nt, static_cast<DWORD>(c.mesh.ntri));
   }
   EXPECT_GT(fs::file_size("sheet_color/3D/3dmodel.model"), 8u << 20);  // three chunks or more
-  EXPECT_TRUE(wft::contains(wft::readfile("empty_color/3D/3dmodel.model"),
-                            "\t\t\t\t<triangles>\n\t\t\t\t</triangles>\n"));
+  EXPECT_TRUE(
+      wft::contains(wft::readfile("empty_color/3D/3dmodel.model"), "\t\t\t\t<triangles>\n\t\t\t\t</triangles>\n"));
 }
 
 // A failed zip is reported and the run goes on; the zip64 flag starts at exactly 0xFFFFFFFF
@@ -285,18 +291,21 @@ TEST(Package3mf, ReadBackByUnzipAndLib3mf) {
 TEST(Package3mf, ZipFailureAndZip64Flag) {
   InTempDir dir("3mf_zipfail");
   fs::create_directories("p_color.3mf");  // a folder where the zip should go
-  EXPECT_TRUE(writepackage(tetra(), "p_color").ends_with("zip:  starting\nzip:  error opening \"p_color.3mf\"\n ERROR zipping\n"));
+  EXPECT_TRUE(writepackage(tetra(), "p_color")
+                  .ends_with("zip:  starting\nzip:  error opening \"p_color.3mf\"\n ERROR zipping\n"));
   EXPECT_TRUE(fs::is_directory("p_color.3mf"));
   std::FILE *f = std::fopen("big", "wb");
   const bool sparse = ftruncate(fileno(f), 0xFFFFFFFFLL) == 0;
   std::fclose(f);
   std::vector<int> flags;
   wft::CapturedReporter cap;
-  for (const char *p : {"p_color/History/history.xml", "absent", "big"}) flags.push_back(wf::iszip64file(cap.rep, p, "pre: "));
+  for (const char *p : {"p_color/History/history.xml", "absent", "big"})
+    flags.push_back(wf::iszip64file(cap.rep, p, "pre: "));
   fs::remove("big");
   if (!sparse) GTEST_SKIP() << "no sparse file";
   EXPECT_EQ(flags, std::vector<int>({0, 0, 1}));
-  EXPECT_EQ(cap.text(), "pre: file \"p_color/History/history.xml\" is 258 bytes\npre: file \"big\" is 4294967295 bytes\n");
+  EXPECT_EQ(cap.text(),
+            "pre: file \"p_color/History/history.xml\" is 258 bytes\npre: file \"big\" is 4294967295 bytes\n");
 }
 
 // The folder is cut at the last dot of the whole path, also in a folder's name; a surface of one
@@ -360,13 +369,16 @@ TEST(Package3mf, ModelBlocksAreTheRowByRowText) {
       wf::Deflated readback;
       ASSERT_TRUE(wf::deflateraw(reinterpret_cast<const unsigned char *>(want.data()), want.size(), readback));
       EXPECT_TRUE(packed.data == readback.data);
-      if (threads == 1) first = packed;
-      else EXPECT_TRUE(packed.data == first.data);
+      if (threads == 1)
+        first = packed;
+      else
+        EXPECT_TRUE(packed.data == first.data);
     }
   }
   EXPECT_TRUE(wft::contains(wft::readfile("oddities1.whole"),
                             "<vertex x=\"             NaN\" y=\"        Infinity\" z=\"       -Infinity\" />\n"));
-  EXPECT_TRUE(wft::contains(wft::readfile("oddities1.whole"), "<triangle v1=\"2147483646\" v2=\"-2147483648\" v3=\"1\" pid=\"2\" p1=\"0\" p2=\"0\""));
+  EXPECT_TRUE(wft::contains(wft::readfile("oddities1.whole"),
+                            "<triangle v1=\"2147483646\" v2=\"-2147483648\" v3=\"1\" pid=\"2\" p1=\"0\" p2=\"0\""));
   EXPECT_TRUE(wft::contains(wft::readfile("still1.whole"), "p1=\"-2147483648\" p2=\"-2147483648\" p3=\"-2147483648\""));
   EXPECT_GT(fs::file_size("sheet1.whole"), 2 * wf::deflatechunk);
 }
@@ -387,7 +399,8 @@ TEST(Package3mf, ZipFromMemoryIsTheZipReadBack) {
     for (const char *member : members)
       EXPECT_TRUE(wft::readfile(folder + "/" + member) == wft::readfile("t1_color/" + std::string(member))) << member;
     wft::CapturedReporter cap;
-    char list[] = "_rels/.rels\n3D/_rels/3dmodel.model.rels\nHistory/history.xml\n[Content_Types].xml\n3D/3dmodel.model\n";
+    char list[] =
+        "_rels/.rels\n3D/_rels/3dmodel.model.rels\nHistory/history.xml\n[Content_Types].xml\n3D/3dmodel.model\n";
     ASSERT_EQ(wf::zippackage(cap.rep, "readback.3mf", folder.c_str(), list), 0);
     EXPECT_TRUE(wft::readfile("readback.3mf") == zips[threads - 1]);
     std::string expect = lines[threads - 1];

@@ -73,26 +73,38 @@ const std::string kInput = "*INPU\njob\n";
 std::vector<JobRecipe> jobs() {
   std::vector<JobRecipe> j;
   j.push_back({"plain", {"--tris", "448"}, kInput + "*IOFF\n-1\n*MINE\n3.0\n*MAXE\n6.0\n*RTOL\n0.002\n", nullptr});
-  j.push_back({"forma_wrtu", {"--tris", "448"},
-               kInput + "*IOFF\n-1\n*FORM\na\n*WRTU\n*N3DM\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n", nullptr});
-  j.push_back({"formc_ovtk_unit", {"--tris", "448"},
+  j.push_back({"forma_wrtu",
+               {"--tris", "448"},
+               kInput + "*IOFF\n-1\n*FORM\na\n*WRTU\n*N3DM\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n",
+               nullptr});
+  j.push_back({"formc_ovtk_unit",
+               {"--tris", "448"},
                kInput + "*IOFF\n-1\n*FORM\nc\n*OVTK\n*UNIT\n2.0\n*WARP\n-2.5\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n",
                nullptr});
-  j.push_back({"formd_o3mf_ioff", {"--tris", "448", "--increments", "4"},
-               kInput + "*IOFF\n2\n*FORM\nd\n*O3MF\n*MINE\n2.5\n*MAXE\n6.0\n*RTOL\n0.01\n", nullptr});
-  j.push_back({"fixz_nint_snap", {"--tris", "448", "--nodes", "800"},
+  j.push_back({"formd_o3mf_ioff",
+               {"--tris", "448", "--increments", "4"},
+               kInput + "*IOFF\n2\n*FORM\nd\n*O3MF\n*MINE\n2.5\n*MAXE\n6.0\n*RTOL\n0.01\n",
+               nullptr});
+  j.push_back({"fixz_nint_snap",
+               {"--tris", "448", "--nodes", "800"},
                kInput + "*IOFF\n-1\n*FIXZ\n*ZTOL\n0.01\n*NINT\n4\n*EINT\n2.0\n*SNAP\n0.05\n"
                         "*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n*N3DM\n*WRTU\n",
                nullptr});
-  j.push_back({"nrle_fixz", {"--tris", "448"},
-               kInput + "*IOFF\n-1\n*NRLE\n*FIXZ\n*N3DM\n*WRTU\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n", nullptr});
-  j.push_back({"refine_limits", {"--tris", "448"},
-               kInput + "*IOFF\n-1\n*MAXR\n1\n*MINE\n0.4\n*MAXE\n1.5\n*RTOL\n0.0005\n*N3DM\n", nullptr});
+  j.push_back({"nrle_fixz",
+               {"--tris", "448"},
+               kInput + "*IOFF\n-1\n*NRLE\n*FIXZ\n*N3DM\n*WRTU\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n",
+               nullptr});
+  j.push_back({"refine_limits",
+               {"--tris", "448"},
+               kInput + "*IOFF\n-1\n*MAXR\n1\n*MINE\n0.4\n*MAXE\n1.5\n*RTOL\n0.0005\n*N3DM\n",
+               nullptr});
   j.push_back({"text_explicit_constant",
                {"--tris", "448", "--text", "--explicit", "--field", "constant"},
-               kInput + "# constant field, text results\n*IOFF\n-2\n*MINE\n2.0\n*MAXE\n4.0\n*N3DM\n*OVTK\n*WRTU\n", nullptr});
+               kInput + "# constant field, text results\n*IOFF\n-2\n*MINE\n2.0\n*MAXE\n4.0\n*N3DM\n*OVTK\n*WRTU\n",
+               nullptr});
   // Reference correction against the part grown by 0.2 % about the origin.
-  j.push_back({"refg", {"--tris", "448"},
+  j.push_back({"refg",
+               {"--tris", "448"},
                kInput + "*IOFF\n-1\n*REFG\nref.stl\n*N3DM\n*WRTU\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n",
                [](const std::string &dir) {
                  Soup s = readsoup(dir + "/part.stl");
@@ -101,7 +113,8 @@ std::vector<JobRecipe> jobs() {
                }});
   // A scan job: no simulation; the nominal surface is the reference, the scan is the part
   // sheared a little in x with height.
-  j.push_back({"scng", {"--tris", "448"},
+  j.push_back({"scng",
+               {"--tris", "448"},
                "*REFG\npart.stl\n*SCNG\nscan.stl\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n*OUTP\nscanwarp.stl\n",
                [](const std::string &dir) {
                  Soup s = readsoup(dir + "/part.stl");
@@ -110,7 +123,8 @@ std::vector<JobRecipe> jobs() {
                }});
   // An open surface, read back and repaired with the extended repair; the conversion then
   // meets the blank-padded name.
-  j.push_back({"tsrd_repair", {"--tris", "448"},
+  j.push_back({"tsrd_repair",
+               {"--tris", "448"},
                kInput + "*IOFF\n-1\n*TSRD\n*TSRE\n*TSRT\n0.02\n*O3MF\n*N3DM\n*MINE\n3.0\n*MAXE\n6.0\n*RTOL\n0.003\n",
                [](const std::string &dir) {
                  Soup s = readsoup(dir + "/part.stl");
@@ -121,7 +135,8 @@ std::vector<JobRecipe> jobs() {
                }});
   // Two surfaces with their own output names, STL scaling, a type-2 surface selected by its
   // fraction, the first increment.
-  j.push_back({"multi_sstl_outp", {"--tris", "448", "--increments", "3"},
+  j.push_back({"multi_sstl_outp",
+               {"--tris", "448", "--increments", "3"},
                kInput + "*IOFF\n1\n*ASTL\n*SSTL\n*OUTP\nfirst.stl\nsecond.stl\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n"
                         "*FORM\nb\n*WRTU\n",
                [](const std::string &dir) {
@@ -137,12 +152,12 @@ std::vector<JobRecipe> jobs() {
                                 "2, 1, 0, 0.9995\n*STLS\n1.25\n*END\n");
                }});
   // A clean surface read back: kept as it is; with *ISTL and *OUTP.
-  j.push_back({"tsrd_clean_istl", {"--tris", "448"},
+  j.push_back({"tsrd_clean_istl",
+               {"--tris", "448"},
                kInput + "*IOFF\n-1\n*TSRD\n*O3MF\n*ISTL\n1\n*OUTP\nchecked.stl\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n",
                nullptr});
   // An output named like its surface ends the run.
-  j.push_back({"abort_same_name", {"--tris", "448"},
-               kInput + "*IOFF\n-1\n*OUTP\npart.stl\n*ISTL\n1\n", nullptr, 255});
+  j.push_back({"abort_same_name", {"--tris", "448"}, kInput + "*IOFF\n-1\n*OUTP\npart.stl\n*ISTL\n1\n", nullptr, 255});
   return j;
 }
 
@@ -166,8 +181,7 @@ std::string maskrun(std::string text, const std::string &dir, const std::string 
   replaceall(dir, "<job>");
   replaceall(exedir, "<exe>");
   text = wft::maskafter(text, "Signal tag ", "0123456789ABCDEF", "Signal tag <tag>");
-  text = wft::maskafter(text, "CPU wall = ", "0123456789abcdefghijklmnopqrstuvwxyz :.",
-                        "CPU wall = <wall>");
+  text = wft::maskafter(text, "CPU wall = ", "0123456789abcdefghijklmnopqrstuvwxyz :.", "CPU wall = <wall>");
   text = wft::maskafter(text, "elapsed time: ", "0123456789", "elapsed time: <n>");
   return text;
 }
@@ -248,10 +262,9 @@ TEST_P(Regression, OutputsMatchTheRecordedFiles) {
     if (data == want) continue;
     size_t at = 0;
     while (at < data.size() && at < want.size() && data[at] == want[at]) ++at;
-    ADD_FAILURE() << recipe.name << "/" << name << " differs from byte " << at << " on (sizes "
-                  << data.size() << " and " << want.size() << ")\n  now: "
-                  << data.substr(at > 40 ? at - 40 : 0, 120) << "\n  was: "
-                  << want.substr(at > 40 ? at - 40 : 0, 120);
+    ADD_FAILURE() << recipe.name << "/" << name << " differs from byte " << at << " on (sizes " << data.size()
+                  << " and " << want.size() << ")\n  now: " << data.substr(at > 40 ? at - 40 : 0, 120)
+                  << "\n  was: " << want.substr(at > 40 ? at - 40 : 0, 120);
   }
 }
 

@@ -96,8 +96,8 @@ TEST(Repair, DefaultRepairRestoresThePart) {
   {
     SCOPED_TRACE("holes, one of them ragged");
     Facets s = intact;
-    s.erase(s.begin() + 9 * 40, s.begin() + 9 * 43);     // three neighbours on one face
-    s.erase(s.begin() + 9 * 300, s.begin() + 9 * 301);   // one on another
+    s.erase(s.begin() + 9 * 40, s.begin() + 9 * 43);    // three neighbours on one face
+    s.erase(s.begin() + 9 * 300, s.begin() + 9 * 301);  // one on another
     const Repaired r = repair(s, false);
     EXPECT_EQ(r.sanebefore, 0);
     expectintact(r, intact);
@@ -118,7 +118,8 @@ TEST(Repair, DefaultRepairRestoresThePart) {
     flip(copy, 0);
     s.insert(s.end(), copy.begin(), copy.end());
     const float *p = &s[0];  // a sliver on an edge of the first facet: three collinear corners
-    s.insert(s.end(), {p[0], p[1], p[2], p[3], p[4], p[5], 0.5f * (p[0] + p[3]), 0.5f * (p[1] + p[4]), 0.5f * (p[2] + p[5])});
+    s.insert(s.end(),
+             {p[0], p[1], p[2], p[3], p[4], p[5], 0.5f * (p[0] + p[3]), 0.5f * (p[1] + p[4]), 0.5f * (p[2] + p[5])});
     expectintact(repair(s, false), intact);
   }
   {

@@ -55,8 +55,8 @@ bool stillopen(const std::string &part, Damage d) { return part == "cube" && d =
 
 TEST_F(WarpedRepair, DamagedPartsComeOutPrintable) {
   for (const Part &p : parts)
-    for (Damage d : {Damage::onefacet, Damage::twofacets, Damage::side, Damage::sliver, Damage::fin,
-                     Damage::reversedcopy}) {
+    for (Damage d :
+         {Damage::onefacet, Damage::twofacets, Damage::side, Damage::sliver, Damage::fin, Damage::reversedcopy}) {
       SCOPED_TRACE(p.name + ": " + wft::damagename(d));
       // The first facet from the fifth on whose damage the refinement reaches.
       wft::WarpRun w;

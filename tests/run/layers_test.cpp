@@ -21,8 +21,7 @@ TEST(Sources, IncludesFollowTheLayers) {
       {"repair", {"base", "repair"}},
       {"recheck", {"base", "recheck", "surface", "repair", "warp"}},
       {"outputs", {"base", "outputs", "surface"}},
-      {"app", {"app", "base", "control", "surface", "simresults", "warp", "repair", "recheck",
-               "outputs"}}};
+      {"app", {"app", "base", "control", "surface", "simresults", "warp", "repair", "recheck", "outputs"}}};
 
   const fs::path src = fs::path(WARPFORGE_SOURCE_DIR) / "src";
   int files = 0;

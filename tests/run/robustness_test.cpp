@@ -36,8 +36,7 @@ TEST(Robustness, ShortOutputListNamesTheSurface) {
   const auto r = wft::runwarpforge("short.deck", dir);
   EXPECT_EQ(r.status, 255) << r.out;
   EXPECT_TRUE(wft::contains(r.out, "  Code 196\n")) << r.out;
-  EXPECT_TRUE(wft::contains(wft::readfile(dir + "/short.wrpsimsignal"),
-                            R"("code": 196, "variables": ["s3.stl"])"));
+  EXPECT_TRUE(wft::contains(wft::readfile(dir + "/short.wrpsimsignal"), R"("code": 196, "variables": ["s3.stl"])"));
   EXPECT_TRUE(fs::exists(dir + "/o1.stl") && fs::exists(dir + "/o2.stl"));
   // Console lines reach the file line by line: the last one before the end is there.
   EXPECT_TRUE(wft::contains(r.out, "\n ABORTING\n"));
@@ -52,8 +51,7 @@ TEST(Robustness, BinaryWriterLeavesWhatItMayNotWrite) {
   wft::writefile(dir + "/out.stl/keep", "kept");
   auto r = wft::runwarpforge("w.deck", dir);
   EXPECT_EQ(r.status, 255);
-  EXPECT_TRUE(wft::contains(wft::readfile(dir + "/w.wrpsimsignal"), R"("code": 31, "variables": ["out.stl)"))
-      << r.out;
+  EXPECT_TRUE(wft::contains(wft::readfile(dir + "/w.wrpsimsignal"), R"("code": 31, "variables": ["out.stl)")) << r.out;
   EXPECT_EQ(wft::readfile(dir + "/out.stl/keep"), "kept");
 
   if (geteuid() == 0) GTEST_SKIP() << "root may write a write-protected file";

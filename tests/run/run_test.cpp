@@ -47,7 +47,8 @@ TEST(Run, WrongArgumentsAndMissingDeckStayInTheTemporaryStream) {
   auto lines = wft::splitlines(wft::readfile(sigs[0]));
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_EQ(lines[0], R"({"schema": "simsignal-1.0"})");
-  EXPECT_EQ(lines[1].rfind(R"({"message": {"type": "error", "code": 175, "variables": [], "tag": "Signal tag )", 0), 0u);
+  EXPECT_EQ(lines[1].rfind(R"({"message": {"type": "error", "code": 175, "variables": [], "tag": "Signal tag )", 0),
+            0u);
   EXPECT_EQ(wft::readfile(log), "KelSolver.Error 175\n");
 
   auto two = wft::runprogram(WARPFORGE_EXE, {"a", "b"}, dir);

@@ -13,8 +13,10 @@ using namespace wf;
 TEST(SurfaceNames, PathsSplitIntoFolderNameAndExtension) {
   const struct {
     const char *path, *folder, *name, *ext;
-  } cases[] = {{"a/b.c/job.in", "a/b.c/", "job", ".in"}, {"job", "", "job", ""},
-               {"/abs/x.y.case", "/abs/", "x.y", ".case"}, {"dir/", "dir/", "", ""}};
+  } cases[] = {{"a/b.c/job.in", "a/b.c/", "job", ".in"},
+               {"job", "", "job", ""},
+               {"/abs/x.y.case", "/abs/", "x.y", ".case"},
+               {"dir/", "dir/", "", ""}};
   for (const auto &c : cases) {
     std::string folder, name, ext;
     splitpath(c.path, folder, name, ext);

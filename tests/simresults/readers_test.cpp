@@ -49,7 +49,9 @@ struct Records {
   }
   void i(int32_t v) { rec(&v, 4); }
   template <class T>
-  void vals(const std::vector<T> &v) { rec(v.data(), sizeof(T) * v.size()); }
+  void vals(const std::vector<T> &v) {
+    rec(v.data(), sizeof(T) * v.size());
+  }
 };
 
 // A Fatal's "code variables..." begins with want (the code, then the variables the test names).
@@ -116,15 +118,19 @@ using ReadVariable = InFolder;
 TEST_F(ReadCase, EarlyEndsAndBadNumbersNameTheFile) {
   const std::string set = "time set: 1\nnumber of steps: ", imp = set + "1\nfilename start number: ";
   for (const auto &[text, code] : std::vector<std::pair<std::string, std::string>>{
-           {"", "28"}, {imp + "1\nfilename increment: 1\ntime values:\n1\n", "28"},  // one set only
-           {set + "2\nfilename numbers:\n1\n", "28"},                               // too few numbers
-           {set + "2\nfilename numbers:\n1\ntime values:\n1\n2\n", "29"}, {set + "many\n", "29"},
-           {set + "-1\n", "28"},  // taken as it stands: the next word is not found
+           {"", "28"},
+           {imp + "1\nfilename increment: 1\ntime values:\n1\n", "28"},  // one set only
+           {set + "2\nfilename numbers:\n1\n", "28"},                    // too few numbers
+           {set + "2\nfilename numbers:\n1\ntime values:\n1\n2\n", "29"},
+           {set + "many\n", "29"},
+           {set + "-1\n", "28"},                             // taken as it stands: the next word is not found
            {set + "2000000000\nfilename numbers:\n", "28"},  // read as far as the file goes
            {set + "2000000000\nfilename numbers:\n1 2\nx\n", "29"},
-           {set + "\n", "28"}, {imp + "\nfilename increment: 1\n", "28"},  // a blank number
+           {set + "\n", "28"},
+           {imp + "\nfilename increment: 1\n", "28"},  // a blank number
            {imp + "1\nfilename increment:\n", "28"},
-           {imp + "1\n", "28"}, {imp + "x\nfilename increment: 1\n", "29"},
+           {imp + "1\n", "28"},
+           {imp + "x\nfilename increment: 1\n", "29"},
            {imp + "1\nfilename increment: 1\ntime values:\nlate\n", "29"}}) {
     SCOPED_TRACE(text);
     wft::writefile("bad.case", text);
@@ -141,8 +147,9 @@ TEST_F(ReadCase, EarlyEndsAndBadNumbersNameTheFile) {
 TEST_F(ReadCase, MissingCaseAndTheCloudDescriptor) {
   // No case file and no descriptor: the three lines, then message 30.
   EXPECT_PRED2(begins, wft::fatalof([&] { readcase(cap.rep, "job.case"); }), "30 job.case");
-  EXPECT_TRUE(wft::contains(cap.text(), " Could not find case file \"job.case\".\n"
-                                        " Checking for *.awskel file for cloud solves...\n\n"));
+  EXPECT_TRUE(wft::contains(cap.text(),
+                            " Could not find case file \"job.case\".\n"
+                            " Checking for *.awskel file for cloud solves...\n\n"));
   // With a descriptor (named by the text before the last "_mechanical"; no word: ".awskel") the
   // case is read from the cloud folder under the fixed stem, with the suffix form of the name.
   const std::string body =
@@ -158,7 +165,8 @@ TEST_F(ReadCase, MissingCaseAndTheCloudDescriptor) {
                              {"other.case", "kelmechanical.case"}}) {
     const CaseInfo c = readcase(cap.rep, given);
     EXPECT_EQ(std::tuple(c.cloudlayout, c.cloudprefix, c.cloudstem, c.resultnums[0]),
-              std::tuple(true, "cloud/run/sim/", "kelmechanical", 4)) << given;
+              std::tuple(true, "cloud/run/sim/", "kelmechanical", 4))
+        << given;
     EXPECT_TRUE(wft::contains(cap.text(), " Reading case file cloud/run/sim/" + std::string(read) + "\n"));
   }
   // A descriptor without "outputDir", or no JSON at all: an empty folder part, not found.
@@ -228,13 +236,16 @@ TEST_F(ReadGeo, BothFormsWithIdsOnAndOff) {
 TEST_F(ReadGeo, FileNamesPaddedAndCloud) {
   // The plain number first, then zero-padded widths 1 to 10, each shadowing the later ones.
   wft::writefile("results/job_00-4.geo", "");
-  for (auto [name, number] : {std::pair{"results/job_003.geo", 3}, {"results/job_03.geo", 3},
-                              {"results/job_3.geo", 3}, {"results/job_0000000012.geo", 12},
+  for (auto [name, number] : {std::pair{"results/job_003.geo", 3},
+                              {"results/job_03.geo", 3},
+                              {"results/job_3.geo", 3},
+                              {"results/job_0000000012.geo", 12},
                               {"results/job_-004.geo", -4}}) {
     wft::writefile(name, "");
     EXPECT_EQ(findresultfile("results/job_", number, ".geo"), name);
   }
-  EXPECT_PRED2(begins, wft::fatalof([&] { findresultfile("results/job_", 7, ".geo"); }), "30 results/job_0000000007.geo");
+  EXPECT_PRED2(begins, wft::fatalof([&] { findresultfile("results/job_", 7, ".geo"); }),
+               "30 results/job_0000000007.geo");
   // In the cloud layout the mesh lies below the cloud folder, under the fixed stem.
   CaseInfo info;
   info.cloudlayout = true;
@@ -293,7 +304,8 @@ TEST_F(ReadGeo, BrokenFilesEndInCodedReadErrors) {
     SCOPED_TRACE(what);
     wft::writefile("results/job_3.geo", body);
     Simulation sim;
-    EXPECT_PRED2(begins, wft::fatalof([&] { readgeofile("results/job_3.geo", sim); }), std::string(code) + " results/job_3.geo");
+    EXPECT_PRED2(begins, wft::fatalof([&] { readgeofile("results/job_3.geo", sim); }),
+                 std::string(code) + " results/job_3.geo");
   }
   // A sequential read takes what it needs of a record: a record longer than the count, or one
   // whose trailing length differs from its leading one, reads as the count has it.

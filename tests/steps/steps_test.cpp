@@ -54,8 +54,8 @@ struct Prepared {
 };
 
 // The soup as just read, then the preparation step of the surface "part.stl".
-Prepared preparecapture(const Soup &s, const wf::Tolerances &rules = {},
-                        const std::string &name = "part.stl", const std::string &path = "part.stl") {
+Prepared preparecapture(const Soup &s, const wf::Tolerances &rules = {}, const std::string &name = "part.stl",
+                        const std::string &path = "part.stl") {
   wf::RawSurface raw = rawof(s);
   Prepared p;
   CapturedReporter cap;
@@ -76,10 +76,9 @@ TEST(SurfaceSteps, ReadAsciiLines) {
   ASSERT_EQ(r.fatal, "none") << r.out;
   EXPECT_EQ(order, 0);
   const std::string lo = wf::scitext(-3.0), hi = wf::scitext(0.1 - 3.0);
-  EXPECT_EQ(splitlines(r.out), Lines({" Reading " + path, " ASCII STL file", " Bounding box:",
-                                      lo + " <= x <= " + hi, lo + " <= y <= " + hi, lo + " <= z <= " + hi,
-                                      "", " Number of vertices  = 12", " Number of triangles = 4",
-                                      " Finished reading " + path, ""}));
+  EXPECT_EQ(splitlines(r.out), Lines({" Reading " + path, " ASCII STL file", " Bounding box:", lo + " <= x <= " + hi,
+                                      lo + " <= y <= " + hi, lo + " <= z <= " + hi, "", " Number of vertices  = 12",
+                                      " Number of triangles = 4", " Finished reading " + path, ""}));
 }
 
 TEST(SurfaceSteps, ReadByteOrderLinesAndTheirMemory) {
@@ -90,9 +89,11 @@ TEST(SurfaceSteps, ReadByteOrderLinesAndTheirMemory) {
   writefile(dir + "/solid.stl", binarystl(s, false, "solid pretending to be text", -1, "tail"));
   const std::string native = " Reading in native format...", little = " Reading in little_endian format...",
                     big = " Reading in big_endian format...";
-  const std::tuple<const char *, Lines, int> steps[] = {
-      {"le", {native}, 1}, {"le", {native}, 1}, {"be", {native, native, little, big}, 3},
-      {"be", {big}, 3}, {"solid", {big, native}, 1}};
+  const std::tuple<const char *, Lines, int> steps[] = {{"le", {native}, 1},
+                                                        {"le", {native}, 1},
+                                                        {"be", {native, native, little, big}, 3},
+                                                        {"be", {big}, 3},
+                                                        {"solid", {big, native}, 1}};
   int order = 0;
   for (const auto &[file, formats, want] : steps) {
     const Read r = readcapture(dir + "/" + file + ".stl", order);
@@ -140,14 +141,13 @@ TEST(SurfaceSteps, ReadRepairedSiblingLines) {
 TEST(SurfaceSteps, CleanSurfaceLines) {
   const Prepared p = preparecapture(cube(2.0));
   EXPECT_EQ(p.prep.check.status, 0);
-  EXPECT_EQ(splitlines(p.out),
-            Lines({" Minimum edge length = " + wf::numtext(2.0),
-                   " Machine precision = " + wf::numtext(wf::machineprecision),
-                   " STL precision for 8-byte integers = " + wf::numtext(0x1p-63 * 2.0),
-                   " Absolute tolerance = " + wf::numtext(1.0e-6 * 2.0), "", " Equivalencing vertices",
-                   " Number of unique vertices = 8", " Finished vertex equivalencing", "",
-                   " Equivalencing STL edges", " Number of unique edges = 18",
-                   " Euler characteristic   = 2", " Finished edge equivalencing", ""}));
+  EXPECT_EQ(
+      splitlines(p.out),
+      Lines({" Minimum edge length = " + wf::numtext(2.0), " Machine precision = " + wf::numtext(wf::machineprecision),
+             " STL precision for 8-byte integers = " + wf::numtext(0x1p-63 * 2.0),
+             " Absolute tolerance = " + wf::numtext(1.0e-6 * 2.0), "", " Equivalencing vertices",
+             " Number of unique vertices = 8", " Finished vertex equivalencing", "", " Equivalencing STL edges",
+             " Number of unique edges = 18", " Euler characteristic   = 2", " Finished edge equivalencing", ""}));
 }
 
 TEST(SurfaceSteps, FlippedOpenAndOverloaded) {
@@ -156,31 +156,36 @@ TEST(SurfaceSteps, FlippedOpenAndOverloaded) {
   std::swap_ranges(s.begin() + 12, s.begin() + 15, s.begin() + 15);
   Prepared p = preparecapture(s, {}, "part.stl", "dir/part.stl");
   EXPECT_FALSE(p.prep.check.oriented);
-  EXPECT_TRUE(contains(p.out, "\n *** WARNING: 1\n STL file dir/part.stl has 3 inversely oriented edges.\n"
-                              " Consider repairing the STL with Tessero before continuing.\n \n"));
+  EXPECT_TRUE(contains(p.out,
+                       "\n *** WARNING: 1\n STL file dir/part.stl has 3 inversely oriented edges.\n"
+                       " Consider repairing the STL with Tessero before continuing.\n \n"));
   // A single triangle: the plain block and the numbered warning, no orientation check. The
   // watertightness warnings give the job's name of the surface, not the path read.
   p = preparecapture({0, 0, 0, 1, 0, 0, 0, 1, 0}, {}, "part.stl", "elsewhere/part_ls_repair.stl");
   EXPECT_EQ(p.prep.check.status, -1);
-  EXPECT_TRUE(contains(p.out, "\n\n WARNING\n STL file part.stl is not watertight.\n"
-                              " Edges with   1 triangle  = 3\n Edges with   2 triangles = 0\n"
-                              " Edges with > 2 triangles = 0\n\n"
-                              " Consider repairing the STL (e.g. with Tessero) before continuing.\n\n"
-                              " Euler characteristic   = 1\n"));
-  EXPECT_TRUE(contains(p.out, " *** WARNING: 1\n STL file part.stl has non-manifold edges\n \n"
-                              " Use a larger tolerance multiplier, or repair the geometry in Tessero\n \n"));
+  EXPECT_TRUE(contains(p.out,
+                       "\n\n WARNING\n STL file part.stl is not watertight.\n"
+                       " Edges with   1 triangle  = 3\n Edges with   2 triangles = 0\n"
+                       " Edges with > 2 triangles = 0\n\n"
+                       " Consider repairing the STL (e.g. with Tessero) before continuing.\n\n"
+                       " Euler characteristic   = 1\n"));
+  EXPECT_TRUE(contains(p.out,
+                       " *** WARNING: 1\n STL file part.stl has non-manifold edges\n \n"
+                       " Use a larger tolerance multiplier, or repair the geometry in Tessero\n \n"));
   EXPECT_FALSE(contains(p.out, "inversely"));
   // Three triangles on one edge.
   p = preparecapture({0, 0, 0, 4, 0, 0, 1, 3, 0, 4, 0, 0, 0, 0, 0, 1, -3, 0, 1, 0, 3, 0, 0, 0, 4, 0, 0});
-  EXPECT_TRUE(contains(p.out, " Edges with   1 triangle  = 6\n Edges with   2 triangles = 0\n"
-                              " Edges with > 2 triangles = 1\n"));
+  EXPECT_TRUE(contains(p.out,
+                       " Edges with   1 triangle  = 6\n Edges with   2 triangles = 0\n"
+                       " Edges with > 2 triangles = 1\n"));
 }
 
 TEST(SurfaceSteps, RaisedToleranceWarning) {
   // All corners equal: the tolerance rises to the machine precision, said before the merge.
   Prepared p = preparecapture({3, 3, 3, 3, 3, 3, 3, 3, 3});
-  const std::string warning = " *** WARNING: 1\n Absolute tolerance must be greater than:\n"
-                              " 2.220446049250313e-16\n \n Increasing tolerance to 2.220446049250313e-16\n \n";
+  const std::string warning =
+      " *** WARNING: 1\n Absolute tolerance must be greater than:\n"
+      " 2.220446049250313e-16\n \n Increasing tolerance to 2.220446049250313e-16\n \n";
   const size_t at = p.out.find(warning);
   ASSERT_NE(at, std::string::npos) << p.out;
   EXPECT_LT(p.out.find(" Absolute tolerance = "), at);

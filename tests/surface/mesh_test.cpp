@@ -222,9 +222,9 @@ TEST(PrepareSurface, StagesInOrder) {
   EXPECT_EQ(std::get<0>(told[1]), wf::PrepareStage::merge);
   EXPECT_EQ(std::get<0>(told[2]), wf::PrepareStage::edges);
   EXPECT_EQ(std::get<1>(told[0]), p.tolerance.tol);  // chosen before the snap
-  EXPECT_EQ(std::get<2>(told[1]), 0);                  // nothing merged before the merge
-  EXPECT_EQ(std::get<2>(told[2]), 8);                  // merged before the edges
-  EXPECT_TRUE(raw.vrt.empty());                        // the soup is consumed
+  EXPECT_EQ(std::get<2>(told[1]), 0);                // nothing merged before the merge
+  EXPECT_EQ(std::get<2>(told[2]), 8);                // merged before the edges
+  EXPECT_TRUE(raw.vrt.empty());                      // the soup is consumed
   const Prepared q = prepare(cube(2.0));
   EXPECT_EQ(q.mesh.vrt, p.mesh.vrt);
   EXPECT_EQ(q.mesh.tri, p.mesh.tri);
@@ -264,9 +264,11 @@ TEST(PrepareSurface, ToleranceAndSnap) {
   Soup c100 = cube(100.0);
   c100.insert(c100.end(), {0, 0, 0, 10, 0, 0, 0, 10, 0});
   const Soup b1e4 = {0, 0, 0, 1e4, 0, 0, 0, 1e4, 0, 0, 0, 0, 1e-4, 0, 0, 0, 1e-4, 0};
-  const std::tuple<const Soup *, bool, bool, double, double> cases[] = {  // by edge, by box
-      {&c100, false, false, 10, 1e-4}, {&c100, true, false, 10, 1.0}, {&c100, false, true, 10, 1e-4},
-      {&b1e4, false, false, 1e-4, 1e-5}};
+  const std::tuple<const Soup *, bool, bool, double, double> cases[] = {// by edge, by box
+                                                                        {&c100, false, false, 10, 1e-4},
+                                                                        {&c100, true, false, 10, 1.0},
+                                                                        {&c100, false, true, 10, 1e-4},
+                                                                        {&b1e4, false, false, 1e-4, 1e-5}};
   for (const auto &[soup, byedge, bybox, minedge, tol] : cases) {
     wf::Tolerances rules;
     rules.tolbyedge = byedge, rules.tolbybox = bybox;

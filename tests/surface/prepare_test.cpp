@@ -48,8 +48,7 @@ void checkranks(const K &keys, wf::Scratch &scratch, const std::string &what) {
   referenceranks(keys, expect, expectfirst);
   I rank(keys.size(), -7);
   wf::KeyRanks out;
-  ASSERT_TRUE(wf::rankkeys(keys.data(), static_cast<int32_t>(keys.size()), rank.data(), out, scratch))
-      << what;
+  ASSERT_TRUE(wf::rankkeys(keys.data(), static_cast<int32_t>(keys.size()), rank.data(), out, scratch)) << what;
   EXPECT_EQ(rank, expect) << what;
   ASSERT_EQ(out.nuniq, static_cast<int32_t>(expectfirst.size())) << what;
   EXPECT_EQ(I(out.first, out.first + out.nuniq), expectfirst) << what;
@@ -210,8 +209,7 @@ TEST(RankKeys, KeysThatMeetInOneSlot) {
   K meet;
   for (uint64_t k = 1; meet.size() < 40; ++k)
     if (wf::keyslot(k, 8) == 255) meet.push_back(k);
-  for (int bits = 1; bits <= 8; ++bits)
-    EXPECT_EQ(wf::keyslot(meet[0], bits), (1u << bits) - 1) << bits;
+  for (int bits = 1; bits <= 8; ++bits) EXPECT_EQ(wf::keyslot(meet[0], bits), (1u << bits) - 1) << bits;
   std::mt19937 gen(3);
   wf::Scratch scratch;
   for (size_t nother : {size_t{0}, size_t{20}, size_t{150}}) {
@@ -251,9 +249,8 @@ TEST(MergeVertices, KeysGiveTheNumbersOfTheCoordinateSort) {
   // half-way line between two points they do not, however close.
   // The third triangle makes the box centre 0, so that the lattice points are multiples of
   // the pitch.
-  const wft::Soup pairs = {0.0,   0.0,   0.0,   0.003, 0.0,  0.0,  -0.003, 0.0, 0.0,
-                           0.00499, 0.0, 0.0,   0.00501, 0.0, 0.0, 0.01,   0.0, 0.0,
-                           -0.05, -0.05, -0.05, 0.05,  0.05, 0.05, 0.0,    0.0, 0.0};
+  const wft::Soup pairs = {0.0, 0.0,  0.0, 0.003, 0.0,   0.0,   -0.003, 0.0,  0.0,  0.00499, 0.0, 0.0, 0.00501, 0.0,
+                           0.0, 0.01, 0.0, 0.0,   -0.05, -0.05, -0.05,  0.05, 0.05, 0.05,    0.0, 0.0, 0.0};
   Merged a = snapmerge(pairs, pitch, true), b = snapmerge(pairs, pitch, false);
   ASSERT_TRUE(a.keyed);
   EXPECT_EQ(a.mesh.nvrt, 4);
@@ -302,8 +299,8 @@ TEST(BuildEdges, AgainstThePlainTable) {
   I flipped = tet;
   std::swap(flipped[10], flipped[11]);
   const std::pair<I, int32_t> cases[] = {
-      {tet, 4}, {flipped, 4}, {{1, 2, 3}, 3}, {{1, 2, 3, 2, 1, 4, 1, 2, 5}, 5},
-      {{1, 1, 2}, 2}, {{2, 2, 2, 1, 2, 3}, 3}, {{}, 0}};
+      {tet, 4}, {flipped, 4}, {{1, 2, 3}, 3}, {{1, 2, 3, 2, 1, 4, 1, 2, 5}, 5}, {{1, 1, 2}, 2}, {{2, 2, 2, 1, 2, 3}, 3},
+      {{}, 0}};
   for (const auto &[tri, nvrt] : cases) {
     const wf::SurfaceMesh m = meshof(tri, nvrt, sq);
     checkedges(m, sq, "case of " + std::to_string(tri.size() / 3) + " triangles");
@@ -331,8 +328,8 @@ TEST(BuildEdges, AgainstThePlainTable) {
     for (int32_t offset : {0, -4, 1000000}) {
       I tri(3 * 500);
       for (auto &v : tri) v = 1 + offset + static_cast<int32_t>(gen() % static_cast<uint32_t>(nv));
-      checkedges(meshof(tri, nv, sq), sq,
-                 "random nv=" + std::to_string(nv) + " offset=" + std::to_string(offset), &scratch);
+      checkedges(meshof(tri, nv, sq), sq, "random nv=" + std::to_string(nv) + " offset=" + std::to_string(offset),
+                 &scratch);
     }
 }
 

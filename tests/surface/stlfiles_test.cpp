@@ -53,9 +53,12 @@ void expectsoup(const wf::RawSurface &raw, const Soup &s, bool single, bool near
   ASSERT_EQ(raw.nvrt, 3 * raw.ntri);
   ASSERT_EQ(raw.vrt.size(), s.size());
   for (size_t i = 0; i < s.size(); ++i) {
-    if (near) ASSERT_NEAR(raw.vrt[i], s[i], 1e-6 * std::fabs(s[i])) << i;
-    else if (single) ASSERT_EQ(static_cast<float>(raw.vrt[i]), static_cast<float>(s[i])) << i;
-    else ASSERT_EQ(raw.vrt[i], s[i]) << i;
+    if (near)
+      ASSERT_NEAR(raw.vrt[i], s[i], 1e-6 * std::fabs(s[i])) << i;
+    else if (single)
+      ASSERT_EQ(static_cast<float>(raw.vrt[i]), static_cast<float>(s[i])) << i;
+    else
+      ASSERT_EQ(raw.vrt[i], s[i]) << i;
   }
 }
 
@@ -144,16 +147,22 @@ TEST(ReadStl, ShortTruncatedAndCorruptFiles) {
   for (size_t p = 0; (p = tabs.find("      vertex", p)) != std::string::npos;) tabs.replace(p, 6, "\t");
   broken.replace(broken.find("vertex 5"), 8, "vertex x");
   const std::string full = binarystl(s), cut = full.substr(0, full.size() - 30);
-  const std::string cases[] = {caps, tabs, broken,
+  const std::string cases[] = {caps,
+                               tabs,
+                               broken,
                                "solid x\n facet normal 0 0 1\n  outer loop\n   vertex 0 0 0\n"
                                "   vertex 1 0 0\n   vertex 0 1 0\n   vertex 1 1 0\n  endloop\n endfacet\n",
-                               binarystl({}), std::string(50, 'x'), cut, full.substr(0, 83),
-                               binarystl(s, false, "h", 0x7FFFFFFF), binarystl(s, false, "h", 0xFFFFFFF0u)};
+                               binarystl({}),
+                               std::string(50, 'x'),
+                               cut,
+                               full.substr(0, 83),
+                               binarystl(s, false, "h", 0x7FFFFFFF),
+                               binarystl(s, false, "h", 0xFFFFFFF0u)};
   for (size_t i = 0; i < std::size(cases); ++i) {
     writefile(dir + "/bad.stl", cases[i]);
     const Read r = readof(dir + "/bad.stl", 0);
     EXPECT_EQ(r.fatal, "130") << i;
-    EXPECT_EQ(r.atform.byteorder, 4) << i;             // the search ran to its end
+    EXPECT_EQ(r.atform.byteorder, 4) << i;                            // the search ran to its end
     EXPECT_EQ(r.atform.orders, std::vector<int>({1, 2, 3, 4})) << i;  // no text, no order reads it
     ASSERT_FALSE(r.stages.empty()) << i;
     EXPECT_EQ(r.stages.back(), wf::StlStage::form) << i;  // told all the same

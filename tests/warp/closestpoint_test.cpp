@@ -87,8 +87,8 @@ TEST(ClosestPoint, IndexMatchesTheLinearPassBitForBit) {
     const Soup first(t.begin(), t.begin() + 9 * 20);
     t.insert(t.end(), first.begin(), first.end());
     for (int k = 0; k < 20; ++k)
-      addtri(t, {first[9 * k + 6], first[9 * k + 7], first[9 * k + 8], first[9 * k + 3],
-                 first[9 * k + 4], first[9 * k + 5], first[9 * k], first[9 * k + 1], first[9 * k + 2]});
+      addtri(t, {first[9 * k + 6], first[9 * k + 7], first[9 * k + 8], first[9 * k + 3], first[9 * k + 4],
+                 first[9 * k + 5], first[9 * k], first[9 * k + 1], first[9 * k + 2]});
     addtri(t, {0, 0, 0, 0, 0, 0, 1, 1, 1});
     addtri(t, {2, 2, 2, 2, 2, 2, 2, 2, 2});
     addtri(t, {std::nan(""), 0, 0, 1, 0, 0, 0, 1, 0});
@@ -100,8 +100,8 @@ TEST(ClosestPoint, IndexMatchesTheLinearPassBitForBit) {
     for (int k = 0; k < 3000; ++k) {
       const double cx = 50 * unit(rng), cy = 50 * unit(rng), cz = 50 * unit(rng);
       const double size = std::pow(10.0, 2 * unit(rng));
-      addtri(r, {cx, cy, cz, cx + size * unit(rng), cy + size * unit(rng), cz + size * unit(rng),
-                 cx + size * unit(rng), cy + size * unit(rng), cz + size * unit(rng)});
+      addtri(r, {cx, cy, cz, cx + size * unit(rng), cy + size * unit(rng), cz + size * unit(rng), cx + size * unit(rng),
+                 cy + size * unit(rng), cz + size * unit(rng)});
     }
     cases.push_back({"random soup", r});
     // The same far below single precision's normal range, where the program counts subnormal
@@ -127,14 +127,13 @@ TEST(ClosestPoint, IndexMatchesTheLinearPassBitForBit) {
       const double *p = &c.soup[9 * t];
       const double w0 = std::fabs(unit(rng)), w1 = std::fabs(unit(rng)) * (1 - w0);
       std::array<double, 3> q;
-      for (int a = 0; a < 3; ++a)
-        q[static_cast<size_t>(a)] = p[a] + w0 * (p[3 + a] - p[a]) + w1 * (p[6 + a] - p[a]);
+      for (int a = 0; a < 3; ++a) q[static_cast<size_t>(a)] = p[a] + w0 * (p[3 + a] - p[a]) + w1 * (p[6 + a] - p[a]);
       const int kind = k % 5;
-      if (kind == 0) queries.push_back(q);                       // on a triangle
-      if (kind == 1) queries.push_back({q[0] + 1e-3 * unit(rng), q[1], q[2] - 1e-3});  // near
-      if (kind == 2) queries.push_back({p[0], p[1], p[2]});      // on a corner
+      if (kind == 0) queries.push_back(q);                                                    // on a triangle
+      if (kind == 1) queries.push_back({q[0] + 1e-3 * unit(rng), q[1], q[2] - 1e-3});         // near
+      if (kind == 2) queries.push_back({p[0], p[1], p[2]});                                   // on a corner
       if (kind == 3) queries.push_back({300 * unit(rng), 300 * unit(rng), 300 * unit(rng)});  // far
-      if (kind == 4) queries.push_back({0.3 * q[0], 0.3 * q[1], 0.3 * q[2]});  // inside
+      if (kind == 4) queries.push_back({0.3 * q[0], 0.3 * q[1], 0.3 * q[2]});                 // inside
     }
     // On the grid's lines and corners points are equally far from several triangles.
     for (int i = 0; i < 200; ++i) queries.push_back({0.5 * (i % 41), 0.5 * (i / 41), 1.0});
@@ -167,12 +166,12 @@ TEST(ClosestPoint, LinearPassRegionsAndTheEmptyAnswer) {
   QuerySet set = makeset({0, 0, 0, 2, 0, 0, 0, 2, 0});
   const struct {
     double q[3], want[3];
-  } cases[] = {{{0.5, 0.5, 3}, {0.5, 0.5, 0}},   // inside, above
-               {{-1, -1, 0}, {0, 0, 0}},         // beyond corner 1
-               {{3, -1, 0}, {2, 0, 0}},          // beyond corner 2
-               {{2, 2, 0}, {1, 1, 0}},           // beyond the far side
-               {{1, -5, 1}, {1, 0, 0}},          // beyond the first side
-               {{-4, 1, 0}, {0, 1, 0}}};         // beyond the second side
+  } cases[] = {{{0.5, 0.5, 3}, {0.5, 0.5, 0}},  // inside, above
+               {{-1, -1, 0}, {0, 0, 0}},        // beyond corner 1
+               {{3, -1, 0}, {2, 0, 0}},         // beyond corner 2
+               {{2, 2, 0}, {1, 1, 0}},          // beyond the far side
+               {{1, -5, 1}, {1, 0, 0}},         // beyond the first side
+               {{-4, 1, 0}, {0, 1, 0}}};        // beyond the second side
   for (const auto &c : cases) {
     double out[3];
     closestpoint(c.q, out, set);

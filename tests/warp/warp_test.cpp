@@ -79,8 +79,8 @@ QuerySet queryset(std::vector<double> corners) {
 
 TEST(NodeGrid, CellsHoldTheirNodesInOrderAndFlatBoxesAreRefused) {
   // Box [1,4] x [-1,1] x [0,2] with 12 nodes: 3 x 2 x 2 cells of 1 (cube roots of 27 and 8).
-  const std::vector<double> xyz = {4, 1, 2,  3, 1, 2,  1, -1, 0,  1.5, -0.5, 0.5,  3, 0, 0,  2, -1, 1,
-                                   3, -1, 0, 1, 0, 1,  1.9, -0.1, 0.9,  2, 0, 0,  1, 1, 2,  3.5, -0.5, 1.5};
+  const std::vector<double> xyz = {4, 1,  2, 3, 1, 2, 1,   -1,   0,   1.5, -0.5, 0.5, 3, 0, 0, 2,   -1,   1,
+                                   3, -1, 0, 1, 0, 1, 1.9, -0.1, 0.9, 2,   0,    0,   1, 1, 2, 3.5, -0.5, 1.5};
   NodeGrid g = gridlayout(xyz.data(), 12);
   EXPECT_EQ((std::array<int32_t, 3>{g.nx, g.ny, g.nz}), (std::array<int32_t, 3>{3, 2, 2}));
   filenodes(g, xyz.data(), 12);
@@ -92,7 +92,8 @@ TEST(NodeGrid, CellsHoldTheirNodesInOrderAndFlatBoxesAreRefused) {
     for (int32_t k = first; k <= last; ++k) {
       const int32_t n = g.cellnodes[static_cast<size_t>(k - 1)];
       const double *p = &xyz[3 * static_cast<size_t>(n - 1)];
-      const int32_t i = gridcell(p[0], g.origin[0], g.cellsize[0], g.nx), j = gridcell(p[1], g.origin[1], g.cellsize[1], g.ny),
+      const int32_t i = gridcell(p[0], g.origin[0], g.cellsize[0], g.nx),
+                    j = gridcell(p[1], g.origin[1], g.cellsize[1], g.ny),
                     l = gridcell(p[2], g.origin[2], g.cellsize[2], g.nz);
       EXPECT_EQ(c, (i - 1) + g.nx * ((j - 1) + g.ny * (l - 1))) << "node " << n;
       if (k > first) {
@@ -245,7 +246,8 @@ TEST(ScanPath, ThreeOffsetsWeighNineTimesEach) {
   WarpWork w(10);
   P3 p = {0.05, -1, 1};
   warpvertex(f, p.data(), w);
-  for (int a = 0; a < 3; ++a) EXPECT_NEAR(p[static_cast<size_t>(a)], (P3{0.05 + 0.05 / 3, 0, 0})[static_cast<size_t>(a)], 1e-14);
+  for (int a = 0; a < 3; ++a)
+    EXPECT_NEAR(p[static_cast<size_t>(a)], (P3{0.05 + 0.05 / 3, 0, 0})[static_cast<size_t>(a)], 1e-14);
 }
 
 namespace {
@@ -273,8 +275,8 @@ Refined refine(const WarpField &field, RefineParams params, bool ahead, int thre
   omp_set_num_threads(threads);
   warpvertices(field, r.mesh);
   params.ahead = ahead;
-  r.counts = refinesurface(field, params, r.mesh, r.edges,
-                           [&](int32_t, int32_t, int32_t p) { r.percents.push_back(p); });
+  r.counts =
+      refinesurface(field, params, r.mesh, r.edges, [&](int32_t, int32_t, int32_t p) { r.percents.push_back(p); });
   omp_set_num_threads(2);
   return r;
 }
@@ -290,8 +292,9 @@ bool samebits(const std::vector<T> &a, const std::vector<T> &b) {
 // displaces each midpoint when it reaches it: the same splits, numbering, coordinates and
 // progress, with boundary and interior edges split over several levels.
 TEST(Refine, WavesGiveExactlyTheSerialWalk) {
-  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}),
-          [](const P3 &p) { return P3{0.02 * p[1] * p[1], 0.3 * std::sin(p[0] / 3), 0.01 * p[0] * p[2]}; });
+  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}), [](const P3 &p) {
+    return P3{0.02 * p[1] * p[1], 0.3 * std::sin(p[0] / 3), 0.01 * p[0] * p[2]};
+  });
   n.params.navg = 6;
   RefineParams params;
   params.maxrefine = 4;
@@ -340,8 +343,9 @@ TEST(Refine, WavesGiveExactlyTheSerialWalk) {
 // opposite ways, and the walk's own table holds each of its edges, and besides them only the
 // edges that were split (one for each vertex the walk made).
 TEST(Refine, ClosedSurfaceStaysClosed) {
-  Nodes n(lattice({-2, -2, -2}, {15, 15, 15}),
-          [](const P3 &p) { return P3{0.02 * p[1] * p[1], 0.3 * std::sin(p[0] / 3), 0.01 * p[0] * p[2]}; });
+  Nodes n(lattice({-2, -2, -2}, {15, 15, 15}), [](const P3 &p) {
+    return P3{0.02 * p[1] * p[1], 0.3 * std::sin(p[0] / 3), 0.01 * p[0] * p[2]};
+  });
   n.params.navg = 6;
   RefineParams params;
   params.maxrefine = 4;
@@ -364,7 +368,8 @@ TEST(Refine, ClosedSurfaceStaysClosed) {
       for (int k = 0; k < 3; ++k) {
         const double *a = &r.mesh.vrt[3 * size_t(r.mesh.tri[3 * t + size_t(sidea[k])] - 1)];
         const double *b = &r.mesh.vrt[3 * size_t(r.mesh.tri[3 * t + size_t(sideb[k])] - 1)];
-        sidesq[3 * t + size_t(k)] = (a[0] - b[0]) * (a[0] - b[0]) + (a[1] - b[1]) * (a[1] - b[1]) + (a[2] - b[2]) * (a[2] - b[2]);
+        sidesq[3 * t + size_t(k)] =
+            (a[0] - b[0]) * (a[0] - b[0]) + (a[1] - b[1]) * (a[1] - b[1]) + (a[2] - b[2]) * (a[2] - b[2]);
       }
     EdgeTable rebuilt;
     const EdgeCounts c = buildedges(r.mesh, sidesq, rebuilt);
@@ -389,8 +394,9 @@ TEST(Refine, ClosedSurfaceStaysClosed) {
 // oriented edges, where the cube alone has none (Refine.ClosedSurfaceStaysClosed) and a split
 // of an interior edge keeps the orientation.
 TEST(Refine, OpenRimChildrenComeOutReversed) {
-  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}),
-          [](const P3 &p) { return P3{0.02 * p[1] * p[1], 0.3 * std::sin(p[0] / 3), 0.01 * p[0] * p[2]}; });
+  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}), [](const P3 &p) {
+    return P3{0.02 * p[1] * p[1], 0.3 * std::sin(p[0] / 3), 0.01 * p[0] * p[2]};
+  });
   n.params.navg = 6;
   RefineParams params;
   params.maxrefine = 1;  // the edges of the surface as read only
@@ -405,7 +411,8 @@ TEST(Refine, OpenRimChildrenComeOutReversed) {
     for (int k = 0; k < 3; ++k) {
       const double *a = &r.mesh.vrt[3 * size_t(r.mesh.tri[3 * t + size_t(sidea[k])] - 1)];
       const double *b = &r.mesh.vrt[3 * size_t(r.mesh.tri[3 * t + size_t(sideb[k])] - 1)];
-      sidesq[3 * t + size_t(k)] = (a[0] - b[0]) * (a[0] - b[0]) + (a[1] - b[1]) * (a[1] - b[1]) + (a[2] - b[2]) * (a[2] - b[2]);
+      sidesq[3 * t + size_t(k)] =
+          (a[0] - b[0]) * (a[0] - b[0]) + (a[1] - b[1]) * (a[1] - b[1]) + (a[2] - b[2]) * (a[2] - b[2]);
     }
   EdgeTable rebuilt;
   const EdgeCounts c = buildedges(r.mesh, sidesq, rebuilt);
