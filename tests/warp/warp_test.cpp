@@ -281,6 +281,19 @@ Refined refine(const WarpField &field, RefineParams params, bool ahead, int thre
   return r;
 }
 
+// The edge table of a refined mesh built anew from its triangles, as the preparation builds it.
+EdgeCounts rebuildedges(const SurfaceMesh &mesh, EdgeTable &rebuilt) {
+  std::vector<double> sidesq(3 * size_t(mesh.ntri));
+  for (size_t t = 0; t < size_t(mesh.ntri); ++t)
+    for (int k = 0; k < 3; ++k) {
+      const double *a = &mesh.vrt[3 * size_t(mesh.tri[3 * t + size_t(sidea[k])] - 1)];
+      const double *b = &mesh.vrt[3 * size_t(mesh.tri[3 * t + size_t(sideb[k])] - 1)];
+      sidesq[3 * t + size_t(k)] =
+          (a[0] - b[0]) * (a[0] - b[0]) + (a[1] - b[1]) * (a[1] - b[1]) + (a[2] - b[2]) * (a[2] - b[2]);
+    }
+  return buildedges(mesh, sidesq, rebuilt);
+}
+
 template <class T>
 bool samebits(const std::vector<T> &a, const std::vector<T> &b) {
   return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0;
@@ -363,16 +376,8 @@ TEST(Refine, ClosedSurfaceStaysClosed) {
     ASSERT_GT(r.counts.active, 4 * before.ntri);
     EXPECT_EQ(*std::max_element(r.edges.level.begin(), r.edges.level.begin() + r.edges.n), params.maxrefine);
     r.mesh.ntri = r.counts.active;
-    std::vector<double> sidesq(3 * size_t(r.mesh.ntri));
-    for (size_t t = 0; t < size_t(r.mesh.ntri); ++t)
-      for (int k = 0; k < 3; ++k) {
-        const double *a = &r.mesh.vrt[3 * size_t(r.mesh.tri[3 * t + size_t(sidea[k])] - 1)];
-        const double *b = &r.mesh.vrt[3 * size_t(r.mesh.tri[3 * t + size_t(sideb[k])] - 1)];
-        sidesq[3 * t + size_t(k)] =
-            (a[0] - b[0]) * (a[0] - b[0]) + (a[1] - b[1]) * (a[1] - b[1]) + (a[2] - b[2]) * (a[2] - b[2]);
-      }
     EdgeTable rebuilt;
-    const EdgeCounts c = buildedges(r.mesh, sidesq, rebuilt);
+    const EdgeCounts c = rebuildedges(r.mesh, rebuilt);
     EXPECT_EQ(c.open, 0);
     EXPECT_EQ(c.over, 0);
     EXPECT_EQ(countinverted(r.mesh, rebuilt), 0);
@@ -406,16 +411,8 @@ TEST(Refine, OpenRimChildrenComeOutReversed) {
   Refined r = refine(n.field(), params, false, 1, true);
   ASSERT_GT(r.counts.active, 2 * 7 * 2 * 16);  // it split
   r.mesh.ntri = r.counts.active;
-  std::vector<double> sidesq(3 * size_t(r.mesh.ntri));
-  for (size_t t = 0; t < size_t(r.mesh.ntri); ++t)
-    for (int k = 0; k < 3; ++k) {
-      const double *a = &r.mesh.vrt[3 * size_t(r.mesh.tri[3 * t + size_t(sidea[k])] - 1)];
-      const double *b = &r.mesh.vrt[3 * size_t(r.mesh.tri[3 * t + size_t(sideb[k])] - 1)];
-      sidesq[3 * t + size_t(k)] =
-          (a[0] - b[0]) * (a[0] - b[0]) + (a[1] - b[1]) * (a[1] - b[1]) + (a[2] - b[2]) * (a[2] - b[2]);
-    }
   EdgeTable rebuilt;
-  const EdgeCounts c = buildedges(r.mesh, sidesq, rebuilt);
+  const EdgeCounts c = rebuildedges(r.mesh, rebuilt);
   EXPECT_GT(c.open, 0);  // the sheet's rim
   EXPECT_GT(countinverted(r.mesh, rebuilt), 0);
 }
