@@ -197,20 +197,13 @@ Facets scatteredfacets(int n, unsigned seed) {
 
 const char *damagename(Damage d) {
   switch (d) {
-    case Damage::none:
-      return "intact";
-    case Damage::onefacet:
-      return "one facet removed";
-    case Damage::twofacets:
-      return "two neighbouring facets removed";
-    case Damage::side:
-      return "a whole side removed";
-    case Damage::sliver:
-      return "a zero-area sliver added";
-    case Damage::fin:
-      return "a fin added";
-    case Damage::reversedcopy:
-      return "a reversed copy of every facet added";
+    case Damage::none: return "intact";
+    case Damage::onefacet: return "one facet removed";
+    case Damage::twofacets: return "two neighbouring facets removed";
+    case Damage::side: return "a whole side removed";
+    case Damage::sliver: return "a zero-area sliver added";
+    case Damage::fin: return "a fin added";
+    case Damage::reversedcopy: return "a reversed copy of every facet added";
   }
   return "?";
 }
@@ -220,8 +213,7 @@ Facets damage(const Facets &part, Damage d, size_t at) {
   const size_t t = at % n;
   Facets s;
   switch (d) {
-    case Damage::none:
-      return part;
+    case Damage::none: return part;
     case Damage::onefacet:
     case Damage::twofacets: {
       const size_t u = d == Damage::twofacets ? neighbour(part, t) : t;
@@ -328,16 +320,11 @@ WarpRun warpsurface(const std::string &folder, const Facets &surface, const std:
 
 const char *jobdamagename(JobDamage d) {
   switch (d) {
-    case JobDamage::farvertex:
-      return "a vertex 3e10 mm away";
-    case JobDamage::nanvertices:
-      return "every vertex not a number";
-    case JobDamage::count2e30:
-      return "triangle count 2^30";
-    case JobDamage::countneg:
-      return "triangle count -2^31";
-    case JobDamage::maxrefine:
-      return "*MAXR 268435456";
+    case JobDamage::farvertex: return "a vertex 3e10 mm away";
+    case JobDamage::nanvertices: return "every vertex not a number";
+    case JobDamage::count2e30: return "triangle count 2^30";
+    case JobDamage::countneg: return "triangle count -2^31";
+    case JobDamage::maxrefine: return "*MAXR 268435456";
   }
   return "?";
 }

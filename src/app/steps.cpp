@@ -83,9 +83,7 @@ PreparedSurface preparesurfacestep(Reporter &rep, RawSurface &raw, const Toleran
         }
         break;
       }
-      case PrepareStage::merge:
-        rep.say("Equivalencing vertices");
-        break;
+      case PrepareStage::merge: rep.say("Equivalencing vertices"); break;
       case PrepareStage::edges:
         rep.say("Number of unique vertices = " + inttext(sofar.mesh.nvrt, true));
         rep.say("Finished vertex equivalencing");

@@ -314,30 +314,14 @@ constexpr bool wellformed(const DeckCard &c) {
   bool target = false;
   switch (c.kind) {
     case CardKind::flag:
-    case CardKind::clearflag:
-      target = targets == 0 && c.flag != nullptr;
-      break;
-    case CardKind::real:
-      target = c.real != nullptr;
-      break;
-    case CardKind::integer:
-      target = c.integer != nullptr;
-      break;
-    case CardKind::letter:
-      target = c.letter != nullptr;
-      break;
-    case CardKind::text:
-      target = c.text != nullptr;
-      break;
-    case CardKind::namelist:
-      target = c.names != nullptr;
-      break;
-    case CardKind::filelist:
-      target = c.filelist != nullptr;
-      break;
-    case CardKind::idlist:
-      target = c.ids != nullptr;
-      break;
+    case CardKind::clearflag: target = targets == 0 && c.flag != nullptr; break;
+    case CardKind::real: target = c.real != nullptr; break;
+    case CardKind::integer: target = c.integer != nullptr; break;
+    case CardKind::letter: target = c.letter != nullptr; break;
+    case CardKind::text: target = c.text != nullptr; break;
+    case CardKind::namelist: target = c.names != nullptr; break;
+    case CardKind::filelist: target = c.filelist != nullptr; break;
+    case CardKind::idlist: target = c.ids != nullptr; break;
   }
   if (!target || targets > 1) return false;
   // Only a value the echo can show has an echo line or a check that names it.
@@ -387,31 +371,18 @@ void readcard(const DeckCard &card, CardRead &r) {
   if (card.flag != nullptr) s.*card.flag = card.kind != CardKind::clearflag;
   switch (card.kind) {
     case CardKind::flag:
-    case CardKind::clearflag:
-      break;
-    case CardKind::real:
-      r.realvalue(s.*card.real);
-      break;
-    case CardKind::integer:
-      r.intvalue(s.*card.integer);
-      break;
+    case CardKind::clearflag: break;
+    case CardKind::real: r.realvalue(s.*card.real); break;
+    case CardKind::integer: r.intvalue(s.*card.integer); break;
     case CardKind::letter: {
       const std::string v = r.textvalue();
       s.*card.letter = v.empty() ? ' ' : v[0];
       break;
     }
-    case CardKind::text:
-      r.files.*card.text = r.textvalue();
-      break;
-    case CardKind::namelist:
-      readnamelist(r.in, s.*card.names);
-      break;
-    case CardKind::filelist:
-      readstlf(r.in, r.files.*card.filelist);
-      break;
-    case CardKind::idlist:
-      readidlist(r.in, r.files.*card.ids, r.deckpath, r.keyline);
-      break;
+    case CardKind::text: r.files.*card.text = r.textvalue(); break;
+    case CardKind::namelist: readnamelist(r.in, s.*card.names); break;
+    case CardKind::filelist: readstlf(r.in, r.files.*card.filelist); break;
+    case CardKind::idlist: readidlist(r.in, r.files.*card.ids, r.deckpath, r.keyline); break;
   }
   if (card.after != nullptr) card.after(r);
 }
@@ -521,14 +492,10 @@ const DeckCard *findcard(std::string_view key) {
 
 std::string cardvalue(const DeckCard &card, const Settings &settings) {
   switch (card.kind) {
-    case CardKind::real:
-      return numtext(settings.*card.real);
-    case CardKind::integer:
-      return inttext(settings.*card.integer);
-    case CardKind::letter:
-      return std::string(1, settings.*card.letter);
-    default:
-      return std::string();
+    case CardKind::real: return numtext(settings.*card.real);
+    case CardKind::integer: return inttext(settings.*card.integer);
+    case CardKind::letter: return std::string(1, settings.*card.letter);
+    default: return std::string();
   }
 }
 

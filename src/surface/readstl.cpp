@@ -43,14 +43,10 @@ inline uint32_t byteswap32(uint32_t v) { return __builtin_bswap32(v); }
 
 const char *byteorderword(int order) {
   switch (order) {
-    case 1:
-      return "native";
-    case 2:
-      return "little_endian";
-    case 3:
-      return "big_endian";
-    default:
-      return "non-native";
+    case 1: return "native";
+    case 2: return "little_endian";
+    case 3: return "big_endian";
+    default: return "non-native";
   }
 }
 

@@ -237,8 +237,7 @@ bool sorttable(const K *a, int32_t *p, int ncols, int32_t n, Smaller smaller) {
     case 3:
       if (sortrecords<K, 3>(a, p, n, smaller)) return true;
       break;
-    default:
-      break;
+    default: break;
   }
   // Wide rows, or too little memory for the records: the lean form.
   return sortrows(a, p, ncols, n, smaller);

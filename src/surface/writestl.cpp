@@ -136,14 +136,10 @@ void writebinary(const SurfaceMesh &mesh, const std::string &path, bool nonnativ
 
 void writestl(const SurfaceMesh &mesh, const std::vector<double> *normals, const std::string &path, StlForm form) {
   switch (form) {
-    case StlForm::ascii:
-      return writeascii(mesh, normals, path, true);
-    case StlForm::binary:
-      return writebinary(mesh, path, false);
-    case StlForm::nonnative:
-      return writebinary(mesh, path, true);
-    case StlForm::asciijoined:
-      return writeascii(mesh, normals, path, false);
+    case StlForm::ascii: return writeascii(mesh, normals, path, true);
+    case StlForm::binary: return writebinary(mesh, path, false);
+    case StlForm::nonnative: return writebinary(mesh, path, true);
+    case StlForm::asciijoined: return writeascii(mesh, normals, path, false);
   }
   fatal(319, {std::string(1, static_cast<char>(form))});
 }
