@@ -294,6 +294,17 @@ EdgeCounts rebuildedges(const SurfaceMesh &mesh, EdgeTable &rebuilt) {
   return buildedges(mesh, sidesq, rebuilt);
 }
 
+// A displacement that bends the cube and sheet enough to split their edges over several levels.
+P3 swirl(const P3 &p) { return P3{0.02 * p[1] * p[1], 0.3 * std::sin(p[0] / 3), 0.01 * p[0] * p[2]}; }
+RefineParams splitting(int32_t maxrefine) {
+  RefineParams params;
+  params.maxrefine = maxrefine;
+  params.minedge = 0.3;
+  params.maxedge = 2.0;
+  params.refinetolsq = 1e-4;
+  return params;
+}
+
 template <class T>
 bool samebits(const std::vector<T> &a, const std::vector<T> &b) {
   return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0;
@@ -305,15 +316,9 @@ bool samebits(const std::vector<T> &a, const std::vector<T> &b) {
 // displaces each midpoint when it reaches it: the same splits, numbering, coordinates and
 // progress, with boundary and interior edges split over several levels.
 TEST(Refine, WavesGiveExactlyTheSerialWalk) {
-  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}), [](const P3 &p) {
-    return P3{0.02 * p[1] * p[1], 0.3 * std::sin(p[0] / 3), 0.01 * p[0] * p[2]};
-  });
+  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}), swirl);
   n.params.navg = 6;
-  RefineParams params;
-  params.maxrefine = 4;
-  params.minedge = 0.3;
-  params.maxedge = 2.0;
-  params.refinetolsq = 1e-4;
+  const RefineParams params = splitting(4);
   const Refined serial = refine(n.field(), params, false, 1);
   // It split down to the level limit, and every list grew well past its first capacity.
   SurfaceMesh first;
@@ -356,15 +361,9 @@ TEST(Refine, WavesGiveExactlyTheSerialWalk) {
 // opposite ways, and the walk's own table holds each of its edges, and besides them only the
 // edges that were split (one for each vertex the walk made).
 TEST(Refine, ClosedSurfaceStaysClosed) {
-  Nodes n(lattice({-2, -2, -2}, {15, 15, 15}), [](const P3 &p) {
-    return P3{0.02 * p[1] * p[1], 0.3 * std::sin(p[0] / 3), 0.01 * p[0] * p[2]};
-  });
+  Nodes n(lattice({-2, -2, -2}, {15, 15, 15}), swirl);
   n.params.navg = 6;
-  RefineParams params;
-  params.maxrefine = 4;
-  params.minedge = 0.3;
-  params.maxedge = 2.0;
-  params.refinetolsq = 1e-4;
+  const RefineParams params = splitting(4);
   SurfaceMesh before;
   EdgeTable beforeedges;
   cubeandsheet(10.0, 4, before, beforeedges, false);
@@ -399,15 +398,9 @@ TEST(Refine, ClosedSurfaceStaysClosed) {
 // oriented edges, where the cube alone has none (Refine.ClosedSurfaceStaysClosed) and a split
 // of an interior edge keeps the orientation.
 TEST(Refine, OpenRimChildrenComeOutReversed) {
-  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}), [](const P3 &p) {
-    return P3{0.02 * p[1] * p[1], 0.3 * std::sin(p[0] / 3), 0.01 * p[0] * p[2]};
-  });
+  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}), swirl);
   n.params.navg = 6;
-  RefineParams params;
-  params.maxrefine = 1;  // the edges of the surface as read only
-  params.minedge = 0.3;
-  params.maxedge = 2.0;
-  params.refinetolsq = 1e-4;
+  const RefineParams params = splitting(1);  // the edges of the surface as read only
   Refined r = refine(n.field(), params, false, 1, true);
   ASSERT_GT(r.counts.active, 2 * 7 * 2 * 16);  // it split
   r.mesh.ntri = r.counts.active;
