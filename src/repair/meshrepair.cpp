@@ -2,6 +2,10 @@
 // The mesh-repair component. A mesh is held as plain facets (9 floats each); soundness is told by
 // admesh's exact check on a scratch copy, and the repairs run through admesh in a child process
 // (isolate.h), whose result replaces the facets.
+//
+// It reads and writes STL on its own rather than through surface/: it stands for a separate
+// library that the client hands a file, which keeps single-precision facets and owes the run no
+// console lines, no repaired-sibling rule and no messages of the run's catalogue.
 #include "repair/meshrepair.h"
 
 #include <cerrno>
