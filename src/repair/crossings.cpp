@@ -6,22 +6,21 @@
 // and the pairs are sorted at the end, so the answer does not depend on the threads.
 #include "repair/crossings.h"
 
-#include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cmath>
 
+#include "repair/cgalkernel.h"
 #include "repair/workers.h"
 
 namespace wf {
 
 namespace {
 
-using Kernel = CGAL::Exact_predicates_inexact_constructions_kernel;
-using Point = Kernel::Point_3;
-using Segment = Kernel::Segment_3;
-using Triangle = Kernel::Triangle_3;
+using cgal::Kernel;
+using cgal::Point;
+using cgal::Segment;
+using cgal::Triangle;
 
 struct Box {
   double lo[3], hi[3];

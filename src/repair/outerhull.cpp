@@ -4,11 +4,12 @@
 #include <CGAL/AABB_traits.h>
 #include <CGAL/AABB_tree.h>
 #include <CGAL/AABB_triangle_primitive.h>
-#include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
 
 #include <algorithm>
 #include <cmath>
 #include <tuple>
+
+#include "repair/cgalkernel.h"
 
 namespace wf {
 
@@ -225,8 +226,8 @@ OuterLayer outerlayer(const FacetMesh &m, const SideTable &edges, const std::vec
 }
 
 double areaoutside(const FacetMesh &given, const FacetMesh &solid, double slack) {
-  using Kernel = CGAL::Exact_predicates_inexact_constructions_kernel;
-  using Triangle = Kernel::Triangle_3;
+  using cgal::Kernel;
+  using cgal::Triangle;
   using Tree = CGAL::AABB_tree<
       CGAL::AABB_traits<Kernel, CGAL::AABB_triangle_primitive<Kernel, std::vector<Triangle>::const_iterator>>>;
   auto point = [](const FacetMesh &m, int32_t p) {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "repair/solidrepair.h"
 
-#include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
 #include <CGAL/Polygon_mesh_processing/triangulate_hole.h>
 
 #include <algorithm>
@@ -15,6 +14,7 @@
 #include <thread>
 #include <tuple>
 
+#include "repair/cgalkernel.h"
 #include "repair/crossings.h"
 #include "repair/facetmesh.h"
 #include "repair/outerhull.h"
@@ -24,8 +24,8 @@ namespace wf {
 
 namespace {
 
-using Kernel = CGAL::Exact_predicates_inexact_constructions_kernel;
-using Point = Kernel::Point_3;
+using cgal::Kernel;
+using cgal::Point;
 namespace PMP = CGAL::Polygon_mesh_processing;
 
 // Rounds of filling; a round after the first refills only where a patch crossed the surface.
