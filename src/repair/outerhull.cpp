@@ -210,11 +210,19 @@ OuterLayer outerlayer(const FacetMesh &m, const SideTable &edges, const std::vec
     }
   }
   // A piece whose walk does not close and that lies within the box of a piece whose walk does
-  // is a layer of debris on that piece: nothing of it is kept.
+  // is a layer of debris on that piece: nothing of it is kept. Among very many pieces of both
+  // kinds (scattered debris) the pairs are not looked at, and every walk is kept.
+  constexpr size_t pairlimit = 50'000'000;
+  std::vector<size_t> closedpieces;
+  for (size_t j = 0; j < size_t(npieces); ++j)
+    if (closed[j]) closedpieces.push_back(j);
+  const bool lookunder = closedpieces.size() * (size_t(npieces) - closedpieces.size()) <= pairlimit;
   for (size_t k = 0; k < size_t(npieces); ++k) {
     bool under = false;
-    for (size_t j = 0; j < size_t(npieces) && !closed[k] && !under; ++j)
-      under = j != k && closed[j] && walkbox[j].holds(walkbox[k], boxslack * walkbox[j].diagonal());
+    for (size_t i = 0; lookunder && !closed[k] && !under && i < closedpieces.size(); ++i) {
+      const size_t j = closedpieces[i];
+      under = walkbox[j].holds(walkbox[k], boxslack * walkbox[j].diagonal());
+    }
     if (under) continue;
     out.disagreements += disagree[k];
     for (const auto &[f, t] : chosen[k]) {
