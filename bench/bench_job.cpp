@@ -145,7 +145,7 @@ int main(int argc, char **argv) {
     wf::marknodes(sim);
   });
   wf::NodeGrid grid;
-  const double tgrid = best(repeats, nullptr, [&] { grid = wf::initgrid(rep, sim); });
+  const double tgrid = best(repeats, nullptr, [&] { grid = wf::nodegridstep(rep, sim); });
   wf::readvariable(rep, "results/job00_" + std::to_string(info.resultnums.back()) + ".dis.ens", sim);
 
   // Surface preparation: read, snap, merge, edges.

@@ -248,7 +248,7 @@ int runwarpforge(Reporter &rep, const std::vector<std::string> &args) {
   if (!st.scngflag) {
     readgeo(rep, run.caseinfo, run.files.casestem, run.files.meshfilenumber, ".geo", run.sim);
     marknodes(run.sim);
-    run.grid = initgrid(rep, run.sim);
+    run.grid = nodegridstep(rep, run.sim);
     readvariable(rep, run.files.dispfile, run.sim);
   }
   if (st.refgflag) {

@@ -173,4 +173,12 @@ std::string recheckstep(Reporter &rep, const std::string &outstlpath, const Rech
   return entry;
 }
 
+NodeGrid nodegridstep(Reporter &rep, const Simulation &sim) {
+  NodeGrid g = gridlayout(sim.nodexyz.data(), sim.nnodes);
+  rep.say(" Number of nodal partitions = " + inttext(g.nx) + " x " + inttext(g.ny) + " x " + inttext(g.nz));
+  rep.blank();
+  filenodes(g, sim.nodexyz.data(), sim.nnodes);
+  return g;
+}
+
 }  // namespace wf

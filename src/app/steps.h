@@ -13,8 +13,13 @@
 #include "surface/preparesurface.h"
 #include "surface/readstl.h"
 #include "warp/closestpoint.h"
+#include "warp/nodegrid.h"
 
 namespace wf {
+
+// The node grid of the simulation: its layout, the line of its partitions, the nodes filed.
+// Throws what filenodes throws (32).
+NodeGrid nodegridstep(Reporter &rep, const Simulation &sim);
 
 // The read of one surface: "Reading", the repaired sibling taken, the byte orders tried, the
 // form, the box and the counts. stlpath receives the file read (the repaired sibling when

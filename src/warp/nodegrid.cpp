@@ -118,12 +118,4 @@ void filenodes(NodeGrid &g, const double *xyz, int32_t nn) {
   }
 }
 
-NodeGrid initgrid(Reporter &rep, const Simulation &sim) {
-  NodeGrid g = gridlayout(sim.nodexyz.data(), sim.nnodes);
-  rep.say(" Number of nodal partitions = " + inttext(g.nx) + " x " + inttext(g.ny) + " x " + inttext(g.nz));
-  rep.blank();
-  filenodes(g, sim.nodexyz.data(), sim.nnodes);
-  return g;
-}
-
 }  // namespace wf

@@ -14,7 +14,6 @@
 #include <cstdint>
 #include <vector>
 
-#include "base/reporter.h"
 #include "simresults/simulation.h"
 
 namespace wf {
@@ -40,8 +39,5 @@ NodeGrid gridlayout(const double *xyz, int32_t nnodes);
 void filenodes(NodeGrid &grid, const double *xyz, int32_t nnodes);
 // The most cells a grid of nnodes nodes may have.
 int64_t maxgridcells(int32_t nnodes);
-
-// The step: layout, the partition line, filing.
-NodeGrid initgrid(Reporter &rep, const Simulation &sim);
 
 }  // namespace wf
