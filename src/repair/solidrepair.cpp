@@ -47,6 +47,17 @@ constexpr size_t splitlimit = 120;
 // curved surface is not cut into flat parts.
 constexpr double splitplanarshare = 0.002;
 constexpr int splitdepth = 6;
+// Near-planar rims of up to this many corners are looked at for sides that cross.
+constexpr size_t foldlimit = 4000;
+// A rim over planes (a hole round a corner of the part): steps beside facets whose planes differ
+// by more than this angle (degrees) lie on different planes; at most this many planes.
+constexpr double planeangle = 20.0;
+constexpr size_t maxplanes = 6;
+// Three planes meet at a new corner only when they are this far from sharing a line (the
+// determinant of their unit normals), and the corner lies within this share of the rim's
+// diagonal from the rim's box.
+constexpr double mindet = 0.2;
+constexpr double apexslack = 0.25;
 // A facet given whose centre lies within this share of the box's diagonal from the outer layer
 // lies on it.
 constexpr double outerslack = 1e-3;
@@ -550,6 +561,72 @@ bool nearplanar(const FacetMesh &m, const std::vector<int32_t> &corners, double 
   return true;
 }
 
+// A closed polygon seen along the axis nearest its Newell normal: per corner, the other two
+// coordinates.
+std::vector<Kernel::Point_2> flatten(const FacetMesh &m, const std::vector<int32_t> &corners) {
+  const size_t k = corners.size();
+  double nrm[3] = {0, 0, 0};
+  for (size_t i = 0; i < k; ++i) {
+    const double *p = &m.points[3 * size_t(corners[i])], *q = &m.points[3 * size_t(corners[(i + 1) % k])];
+    nrm[0] += (p[1] - q[1]) * (p[2] + q[2]);
+    nrm[1] += (p[2] - q[2]) * (p[0] + q[0]);
+    nrm[2] += (p[0] - q[0]) * (p[1] + q[1]);
+  }
+  const int axis = std::abs(nrm[0]) >= std::abs(nrm[1]) && std::abs(nrm[0]) >= std::abs(nrm[2]) ? 0
+                   : std::abs(nrm[1]) >= std::abs(nrm[2])                                       ? 1
+                                                                                                : 2;
+  const int a = (axis + 1) % 3, b = (axis + 2) % 3;
+  std::vector<Kernel::Point_2> flat(k);
+  for (size_t i = 0; i < k; ++i) {
+    const double *p = &m.points[3 * size_t(corners[i])];
+    flat[i] = Kernel::Point_2(p[a], p[b]);
+  }
+  return flat;
+}
+
+// Whether sides i and j of a flattened polygon cross at a point inside both.
+bool sidescross(const std::vector<Kernel::Point_2> &flat, size_t i, size_t j) {
+  const size_t k = flat.size();
+  const auto &p = flat[i], &q = flat[(i + 1) % k], &r = flat[j], &s = flat[(j + 1) % k];
+  const auto o1 = CGAL::orientation(p, q, r), o2 = CGAL::orientation(p, q, s);
+  const auto o3 = CGAL::orientation(r, s, p), o4 = CGAL::orientation(r, s, q);
+  return o1 != CGAL::COLLINEAR && o2 != CGAL::COLLINEAR && o1 != o2 && o3 != CGAL::COLLINEAR && o4 != CGAL::COLLINEAR &&
+         o3 != o4;
+}
+
+// Whether the closing side of a polygon (its last corner back to its first: the chord of a split)
+// crosses another of its sides, seen along its normal.
+bool chordcrosses(const FacetMesh &m, const std::vector<int32_t> &part) {
+  const size_t k = part.size();
+  if (k < 4) return false;
+  const std::vector<Kernel::Point_2> flat = flatten(m, part);
+  for (size_t j = 1; j + 2 < k; ++j)
+    if (sidescross(flat, k - 1, j)) return true;
+  return false;
+}
+
+// Sides of a rim, each as its two corners, that cross another side seen along the rim's normal:
+// the rim winds over itself, so every patch in its plane would lie twice over part of the
+// surface. That is what a fold left at the rim looks like. Only sides that are edges of the
+// surface count (`joined`), not the chords of a split. Rims longer than `foldlimit` are not
+// looked at.
+template <class Joined>
+std::vector<std::pair<int32_t, int32_t>> crossedsides(const FacetMesh &m, const std::vector<int32_t> &corners,
+                                                      const Joined &joined) {
+  const size_t k = corners.size();
+  std::vector<std::pair<int32_t, int32_t>> out;
+  if (k < 4 || k > foldlimit) return out;
+  const std::vector<Kernel::Point_2> flat = flatten(m, corners);
+  std::vector<char> real(k), crossed(k, 0);
+  for (size_t i = 0; i < k; ++i) real[i] = joined(corners[i], corners[(i + 1) % k]);
+  for (size_t i = 0; i < k; ++i)
+    for (size_t j = i + 2; j < k; ++j)
+      if (real[i] && real[j] && !(i == 0 && j == k - 1) && sidescross(flat, i, j)) crossed[i] = crossed[j] = 1;
+  for (size_t i = 0; i < k; ++i)
+    if (crossed[i]) out.emplace_back(corners[i], corners[(i + 1) % k]);
+  return out;
+}
+
 // Triangles (as positions in `corners`, running with it) spanning a closed polygon, with the
 // corner of the facet beside each of its sides; empty when no triangulation was found.
 std::vector<std::array<int32_t, 3>> span(const FacetMesh &m, const std::vector<int32_t> &corners,
@@ -583,14 +660,264 @@ std::vector<std::array<int32_t, 3>> span(const FacetMesh &m, const std::vector<i
   return tris;
 }
 
+// What one round of filling hands back: the crossing sides of rims that wind over themselves,
+// and whether a later round can still take away a patch that crosses the surface.
+struct FillRound {
+  std::vector<std::pair<int32_t, int32_t>> folded;
+  bool last = false;
+};
+
+template <class Joined>
+bool fillrim(Work &w, const std::vector<int32_t> &corners, const std::vector<int32_t> &beside, int32_t piece,
+             const Joined &joined, int depth, FillRound &round);
+
+// Fills a rim that runs over three to six planes (a hole round a corner of the part, or round an
+// edge and both its ends) as the faces of those planes would: the rim falls into runs by the
+// plane of the facets beside it, and where three planes meet a new corner is made, so that each
+// plane gets a flat part (its run and the new corners on it). The planes are joined as a fan from
+// one of them, the first fan whose corners lie near the rim and whose parts are flat, simple and
+// cross nothing. False (and nothing added) when there is no such fan.
+template <class Joined>
+bool fillbyplanes(Work &w, const std::vector<int32_t> &corners, int32_t piece, const Joined &joined, int depth,
+                  FillRound &round) {
+  const size_t k = corners.size();
+  if (k < 6) return false;
+  auto at = [&](int32_t p) { return &w.m.points[3 * size_t(p)]; };
+  // The plane of the facet beside each step (it holds the step the other way round).
+  std::vector<std::array<double, 3>> normal(k);
+  std::vector<double> weight(k);
+  const SideTable edges = buildsidetable(w.m);
+  {
+    // Facet beside step i: the one whose side runs from corner i + 1 to corner i.
+    std::vector<std::pair<uint64_t, int32_t>> open;
+    for (size_t e = 0; e < edges.nedges(); ++e)
+      if (edges.count(int32_t(e)) == 1) {
+        const int32_t sd = edges.sides[size_t(edges.start[e])];
+        open.emplace_back(uint64_t(uint32_t(sidefrom(w.m, sd))) << 32 | uint32_t(sideto(w.m, sd)), sd / 3);
+      }
+    std::sort(open.begin(), open.end());
+    for (size_t i = 0; i < k; ++i) {
+      const uint64_t key = uint64_t(uint32_t(corners[(i + 1) % k])) << 32 | uint32_t(corners[i]);
+      auto it = std::lower_bound(open.begin(), open.end(), std::make_pair(key, INT32_MIN));
+      if (it == open.end() || it->first != key) return false;
+      const Facet &f = w.m.facets[size_t(it->second)];
+      const double *a = at(f[0]), *b = at(f[1]), *c = at(f[2]);
+      const double u[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]}, v[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
+      const double n[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
+      const double len = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+      weight[i] = len;
+      normal[i] = len > 0 ? std::array<double, 3>{n[0] / len, n[1] / len, n[2] / len} : std::array<double, 3>{0, 0, 0};
+    }
+  }
+  auto dot = [](const std::array<double, 3> &a, const std::array<double, 3> &b) {
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+  };
+  // The planes: the facets beside the rim gathered by the way they face, each plane through the
+  // corners of its steps.
+  const double samecos = std::cos(planeangle * M_PI / 180.0);
+  std::vector<std::array<double, 3>> pn;
+  std::vector<double> pd, pw;
+  std::vector<size_t> planeof(k, SIZE_MAX);
+  for (size_t i = 0; i < k; ++i) {
+    if (!(weight[i] > 0)) continue;
+    size_t j = 0;
+    while (j < pn.size() && dot(normal[i], pn[j]) < samecos) ++j;
+    if (j == pn.size()) {
+      if (pn.size() == 2 * maxplanes) return false;
+      pn.push_back(normal[i]), pd.push_back(0), pw.push_back(0);
+    }
+    planeof[i] = j;
+  }
+  double lo[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL}, hi[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
+  {
+    std::vector<std::array<double, 3>> sum(pn.size(), {0, 0, 0});
+    for (size_t i = 0; i < k; ++i)
+      if (planeof[i] != SIZE_MAX)
+        for (int c = 0; c < 3; ++c) sum[planeof[i]][size_t(c)] += weight[i] * normal[i][size_t(c)];
+    for (size_t j = 0; j < pn.size(); ++j) {
+      const double len = std::sqrt(dot(sum[j], sum[j]));
+      for (int c = 0; c < 3; ++c) pn[j][size_t(c)] = sum[j][size_t(c)] / len;
+    }
+    for (size_t i = 0; i < k; ++i) {
+      const double *q = at(corners[i]);
+      for (int c = 0; c < 3; ++c) lo[c] = std::min(lo[c], q[c]), hi[c] = std::max(hi[c], q[c]);
+      if (planeof[i] == SIZE_MAX) continue;
+      for (const int32_t p : {corners[i], corners[(i + 1) % k]}) {
+        const double *x = at(p);
+        pd[planeof[i]] += pn[planeof[i]][0] * x[0] + pn[planeof[i]][1] * x[1] + pn[planeof[i]][2] * x[2];
+        pw[planeof[i]] += 1;
+      }
+    }
+    for (size_t j = 0; j < pn.size(); ++j) pd[j] /= pw[j];
+  }
+  const double diag = std::sqrt((hi[0] - lo[0]) * (hi[0] - lo[0]) + (hi[1] - lo[1]) * (hi[1] - lo[1]) +
+                                (hi[2] - lo[2]) * (hi[2] - lo[2]));
+  // A step lies on every plane that holds both its corners (a step along an edge of the part lies
+  // on two). The rim is cut into as few runs as it can be, each on one plane: from each cut, the
+  // plane that holds most steps onwards.
+  const double onplane = splitplanarshare * diag;
+  auto holds = [&](size_t j, size_t i) {
+    for (const int32_t p : {corners[i % k], corners[(i + 1) % k]}) {
+      const double *x = at(p);
+      if (std::abs(pn[j][0] * x[0] + pn[j][1] * x[1] + pn[j][2] * x[2] - pd[j]) > onplane) return false;
+    }
+    return true;
+  };
+  // Start where the planes holding a step change, so that no run wraps round the start.
+  size_t first = 0;
+  for (; first < k; ++first) {
+    bool same = true;
+    for (size_t j = 0; j < pn.size() && same; ++j) same = holds(j, first) == holds(j, first + k - 1);
+    if (!same) break;
+  }
+  if (first == k) return false;
+  std::vector<std::vector<int32_t>> run;
+  std::vector<size_t> runplane;
+  for (size_t i = 0; i < k;) {
+    size_t best = SIZE_MAX, reach = 0;
+    for (size_t j = 0; j < pn.size(); ++j) {
+      size_t n = 0;
+      while (i + n < k && holds(j, first + i + n)) ++n;
+      if (n > reach) reach = n, best = j;
+    }
+    if (best == SIZE_MAX) return false;
+    if (!runplane.empty() && runplane.back() == best) return false;
+    runplane.push_back(best);
+    run.emplace_back();
+    for (size_t n = 0; n <= reach; ++n) run.back().push_back(corners[(first + i + n) % k]);
+    i += reach;
+  }
+  if (run.size() > 1 && runplane.back() == runplane.front()) {
+    run.back().pop_back();
+    run.front().insert(run.front().begin(), run.back().begin(), run.back().end());
+    run.pop_back(), runplane.pop_back();
+  }
+  const size_t m = run.size();
+  if (m < 3 || m > maxplanes) return false;
+  {
+    std::vector<size_t> seen = runplane;
+    std::sort(seen.begin(), seen.end());
+    if (std::adjacent_find(seen.begin(), seen.end()) != seen.end()) return false;  // a plane met twice
+  }
+  std::vector<std::array<double, 3>> rn(m);
+  std::vector<double> rd(m);
+  for (size_t r = 0; r < m; ++r) rn[r] = pn[runplane[r]], rd[r] = pd[runplane[r]];
+  pn = rn, pd = rd;
+  // Where planes a, b and c meet (as floats, like every point of the surface); false when two of
+  // them are near parallel or the point lies away from the rim.
+  auto meet = [&](size_t a, size_t b, size_t c, std::array<double, 3> &x) {
+    const auto &na = pn[a], &nb = pn[b], &nc = pn[c];
+    const std::array<double, 3> bc = {nb[1] * nc[2] - nb[2] * nc[1], nb[2] * nc[0] - nb[0] * nc[2],
+                                      nb[0] * nc[1] - nb[1] * nc[0]},
+                                ca = {nc[1] * na[2] - nc[2] * na[1], nc[2] * na[0] - nc[0] * na[2],
+                                      nc[0] * na[1] - nc[1] * na[0]},
+                                ab = {na[1] * nb[2] - na[2] * nb[1], na[2] * nb[0] - na[0] * nb[2],
+                                      na[0] * nb[1] - na[1] * nb[0]};
+    const double det = dot(na, bc);
+    if (std::abs(det) < mindet) return false;
+    for (int i = 0; i < 3; ++i) {
+      x[size_t(i)] = double(float((pd[a] * bc[size_t(i)] + pd[b] * ca[size_t(i)] + pd[c] * ab[size_t(i)]) / det));
+      const double slack = apexslack * diag;
+      if (x[size_t(i)] < lo[i] - slack || x[size_t(i)] > hi[i] + slack) return false;
+    }
+    return true;
+  };
+  const size_t before = w.m.facets.size(), npoints = w.m.npoints(), foldedbefore = round.folded.size();
+  std::vector<std::pair<int32_t, int32_t>> rimsides(k);
+  for (size_t i = 0; i < k; ++i)
+    rimsides[i] = {std::min(corners[i], corners[(i + 1) % k]), std::max(corners[i], corners[(i + 1) % k])};
+  std::sort(rimsides.begin(), rimsides.end());
+  // First a fan whose patch crosses nothing; else, unless this is the last round, the first whose
+  // parts could be filled (what its patch crosses goes in the next round, and the hole is filled
+  // again, wider).
+  for (size_t pass = 0; pass < 2 * m; ++pass) {
+    const size_t hub = pass % m;
+    // The fan from the hub: triangle t joins planes hub, hub + 1 + t and hub + 2 + t.
+    std::vector<int32_t> apex(m - 2);
+    bool ok = true;
+    for (size_t t = 0; t + 2 < m && ok; ++t) {
+      std::array<double, 3> x{};
+      ok = meet(hub, (hub + 1 + t) % m, (hub + 2 + t) % m, x);
+      apex[t] = int32_t(w.m.npoints());
+      w.m.points.insert(w.m.points.end(), x.begin(), x.end());
+    }
+    // Plane r's part: its run, then the new corners on it from the side of plane r + 1 round to
+    // the side of plane r - 1.
+    for (size_t r = 0; r < m && ok; ++r) {
+      std::vector<int32_t> part = run[r];
+      const size_t rel = (r + m - hub) % m;  // place of r in the fan
+      if (rel == 0) {
+        for (size_t t = 0; t + 2 < m; ++t) part.push_back(apex[t]);
+      } else {
+        if (rel + 1 < m) part.push_back(apex[rel - 1]);
+        if (rel >= 2) part.push_back(apex[rel - 2]);
+      }
+      // The part must be flat and simple seen along its normal (its new sides cross nothing).
+      double t = 0;
+      ok = nearplanar(w.m, part, t, splitplanarshare);
+      if (ok) {
+        const std::vector<Kernel::Point_2> flat = flatten(w.m, part);
+        for (size_t i = 0; i < part.size() && ok; ++i)
+          for (size_t j = i + 2; j < part.size() && ok; ++j)
+            if (!(i == 0 && j == part.size() - 1) && sidescross(flat, i, j)) ok = false;
+      }
+      if (ok) {
+        // A flat part is spanned in its plane, where the corner beside a side only has to lie off it.
+        std::vector<int32_t> bs(part.size());
+        for (size_t i = 0; i < part.size(); ++i) bs[i] = part[(i + 2) % part.size()];
+        ok = fillrim(w, part, bs, piece, joined, depth + 1, round);
+      }
+    }
+    // No facet of the patch may join two corners that the surface joins already, but along the rim.
+    for (size_t f = before; f < w.m.facets.size() && ok; ++f)
+      for (int c = 0; c < 3 && ok; ++c) {
+        const int32_t p = w.m.facets[f][size_t(c)], q = w.m.facets[f][size_t((c + 1) % 3)];
+        if (std::max(p, q) < int32_t(npoints) && joined(p, q) &&
+            !std::binary_search(rimsides.begin(), rimsides.end(), std::make_pair(std::min(p, q), std::max(p, q))))
+          ok = false;
+      }
+    if (ok) {
+      std::vector<char> fresh(w.m.facets.size(), 0);
+      std::fill(fresh.begin() + std::ptrdiff_t(before), fresh.end(), 1);
+      const std::vector<FacetPair> hits = crossingpairs(w.m.points, w.m.facets, &fresh, 1);
+      // What the patch crosses lies on the planes (a face of the part that was to be made
+      // whole): it gives way in the next round.
+      const bool onplanes = std::all_of(hits.begin(), hits.end(), [&](const FacetPair &h) {
+        for (const int32_t f : {h.first, h.second}) {
+          if (size_t(f) >= before) continue;
+          bool on = false;
+          for (size_t r = 0; r < m && !on; ++r) {
+            on = true;
+            for (const int32_t q : w.m.facets[size_t(f)])
+              on = on && std::abs(pn[r][0] * at(q)[0] + pn[r][1] * at(q)[1] + pn[r][2] * at(q)[2] - pd[r]) <= onplane;
+          }
+          if (!on) return false;
+        }
+        return true;
+      });
+      if (hits.empty() || (pass >= m && !round.last && onplanes)) return true;
+    }
+    w.keepwhere([&] {
+      std::vector<char> drop(w.m.facets.size(), 0);
+      std::fill(drop.begin() + std::ptrdiff_t(before), drop.end(), 1);
+      return drop;
+    }());
+    w.m.points.resize(3 * npoints);
+    round.folded.resize(foldedbefore);
+  }
+  return false;
+}
+
 // Fills one rim; the patch's facets are appended (none when no triangulation was found). A rim
 // that does not lie near one plane but falls into parts that do, split along chords between its
 // corners (a hole across an edge of the part: the chord is that edge), is filled part by part
 // in their planes, so the patch keeps the edge; `joined` tells whether two points already share
-// an edge (a chord must not).
+// an edge (a chord must not). A near-planar rim (or part) whose sides cross is not filled: its
+// crossing sides are appended to `round.folded`, and neither the rim nor the split it is part of is
+// filled this round.
 template <class Joined>
 bool fillrim(Work &w, const std::vector<int32_t> &corners, const std::vector<int32_t> &beside, int32_t piece,
-             const Joined &joined, int depth) {
+             const Joined &joined, int depth, FillRound &round) {
   const size_t k = corners.size();
   double threshold = 0;
   if (k > 3 && k <= splitlimit && depth < splitdepth && !nearplanar(w.m, corners, threshold)) {
@@ -605,7 +932,9 @@ bool fillrim(Work &w, const std::vector<int32_t> &corners, const std::vector<int
         if (i == to) break;
       }
       double t = 0;
-      return nearplanar(w.m, part, t, splitplanarshare);
+      // A chord that crosses the rim seen along the part's plane would make the part's patch
+      // fold over itself.
+      return nearplanar(w.m, part, t, splitplanarshare) && !chordcrosses(w.m, part);
     };
     for (size_t i = 0; i < k; ++i)
       for (size_t j = i + 2; j < k; ++j) {
@@ -624,8 +953,8 @@ bool fillrim(Work &w, const std::vector<int32_t> &corners, const std::vector<int
       lc.push_back(corners[bj]), lb.push_back(corners[(bj + 1) % k]);
       for (size_t i = bj; i != bi; i = (i + 1) % k) rc.push_back(corners[i]), rb.push_back(beside[i]);
       rc.push_back(corners[bi]), rb.push_back(corners[(bi + 1) % k]);
-      const size_t before = w.m.facets.size();
-      if (fillrim(w, lc, lb, piece, joined, depth + 1) && fillrim(w, rc, rb, piece, joined, depth + 1)) {
+      const size_t before = w.m.facets.size(), foldedbefore = round.folded.size();
+      if (fillrim(w, lc, lb, piece, joined, depth + 1, round) && fillrim(w, rc, rb, piece, joined, depth + 1, round)) {
         if (depth > 0) return true;
         // The parts are taken only when none of their facets crosses the surface.
         std::vector<char> fresh(w.m.facets.size(), 0);
@@ -639,10 +968,19 @@ bool fillrim(Work &w, const std::vector<int32_t> &corners, const std::vector<int
         std::fill(drop.begin() + std::ptrdiff_t(before), drop.end(), 1);
         return drop;
       }());
+      if (round.folded.size() > foldedbefore) return false;
     }
+    if (depth == 0 && fillbyplanes(w, corners, piece, joined, depth, round)) return true;
   }
   // Within a split, only near-planar parts are filled.
   if (depth > 0 && k > 3 && !nearplanar(w.m, corners, threshold, splitplanarshare)) return false;
+  if (depth > 0 || nearplanar(w.m, corners, threshold)) {
+    const auto crossed = crossedsides(w.m, corners, joined);
+    if (!crossed.empty()) {
+      round.folded.insert(round.folded.end(), crossed.begin(), crossed.end());
+      return false;
+    }
+  }
   const std::vector<std::array<int32_t, 3>> tris = span(w.m, corners, beside);
   for (const auto &t : tris) w.add({corners[size_t(t[0])], corners[size_t(t[1])], corners[size_t(t[2])]}, piece);
   return !tris.empty();
@@ -739,12 +1077,15 @@ void carrythrough(Attempt &t, const std::vector<char> &mark, const std::vector<F
       const uint64_t key = uint64_t(uint32_t(std::min(a, b))) << 32 | uint32_t(std::max(a, b));
       return std::binary_search(edgekeys.begin(), edgekeys.end(), key);
     };
+    FillRound fill;
+    fill.last = round + 1 == fillrounds;
+    std::vector<std::pair<int32_t, int32_t>> &folded = fill.folded;
     for (const Rim &rim : rims(w)) {
       patchstart.push_back(w.m.facets.size());
-      if (fillrim(w, rim.corners, rim.beside, rim.piece, joined, 0)) ++t.holes;
+      if (fillrim(w, rim.corners, rim.beside, rim.piece, joined, 0, fill)) ++t.holes;
     }
     patchstart.push_back(w.m.facets.size());
-    if (w.m.facets.size() == before) {
+    if (w.m.facets.size() == before && folded.empty()) {
       seconds[3] += since(clock);
       break;
     }
@@ -758,8 +1099,21 @@ void carrythrough(Attempt &t, const std::vector<char> &mark, const std::vector<F
                        [&](const FacetPair &p) { return w.piece[size_t(p.first)] != w.piece[size_t(p.second)]; }),
         hits.end());
     seconds[3] += since(clock);
-    if (hits.empty()) break;
+    if (hits.empty() && folded.empty()) break;
     std::vector<char> drop(w.m.facets.size(), 0), patchhit(patchstart.size(), 0);
+    // A rim that winds over itself: the facets on its crossing sides go, with their ring, and the
+    // wider hole is filled in the next round.
+    if (!folded.empty()) {
+      for (auto &[p, q] : folded)
+        if (p > q) std::swap(p, q);
+      std::sort(folded.begin(), folded.end());
+      for (size_t f = 0; f < before; ++f)
+        for (int c = 0; c < 3; ++c) {
+          const int32_t p = w.m.facets[f][size_t(c)], q = w.m.facets[f][size_t((c + 1) % 3)];
+          if (std::binary_search(folded.begin(), folded.end(), std::make_pair(std::min(p, q), std::max(p, q))))
+            drop[f] = 1;
+        }
+    }
     for (const auto &[f, g] : hits)
       for (const int32_t h : {f, g}) {
         if (size_t(h) >= before) {
