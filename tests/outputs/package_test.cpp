@@ -2,15 +2,13 @@
 // The coloured 3MF package: the zip read back by unzip and by lib3MF's reader (a model of
 // several deflate chunks, a tetrahedron, and a model without triangles), a zip that cannot be
 // made, the zip64 flag, the folder's name, the colours of a surface of one magnitude, and a
-// member that cannot be opened; the model member formatted in blocks against a plain row-by-row
-// formatting (values out of the ordinary, both ways of writing, one and two threads), its
-// stream against a deflate of the file read back, the zip from memory against the zip read
-// back, and the failures of the model member's file.
+// member that cannot be opened; the model member formatted in blocks, read back row by row
+// (values out of the ordinary, both ways of writing, one and two threads), the zip from memory
+// against the zip read back, and the failures of the model member's file.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <isa-l/igzip_lib.h>
 #include <omp.h>
 
 #include <climits>
@@ -111,67 +109,46 @@ std::string writepackage(const wf::SurfaceMesh &m, const std::string &folder) {
   return cap.text();
 }
 
-// The model member formatted a record at a time into one text, the plain way.
-std::string modelrowbyrow(const wf::SurfaceMesh &mesh, const std::vector<float> &disp) {
-  std::string t;
-  auto rec = [&](int tabs, const std::string &text) {
-    t += std::string(static_cast<size_t>(tabs), '\t') + text + "\n";
-  };
-  auto field = [](double v) {
-    char f[16];
-    wf::scifield(f, v, 16, 6);
-    return std::string(f, 16);
-  };
-  rec(0, "<?xml version=\"1.0\" encoding=\"utf-8\"?>");
-  rec(0, std::string(wf::modelstarttag()));
-  rec(1, "<resources>");
-  rec(2, "<m:colorgroup id=\"2\">");
-  for (int i = 0; i < wf::ncolours; ++i) {
-    int r, g, b;
-    wf::colourscale(i, r, g, b);
-    char hex[8];
-    std::snprintf(hex, sizeof hex, "%02X%02X%02X", r, g, b);
-    rec(3, std::string("<m:color color=\"#") + hex + "\" />");
+// The rows of a model member read back: the colour table (its four runs, by their ends), every
+// vertex row the mesh's coordinates to the six digits written, every triangle row its corners
+// less one, each vertex of one colour in every triangle, the least and most moved vertices at
+// the ends of the table. Returns the rows that do not match, "" when all do.
+std::string rowsthatdiffer(const std::string &text, const wf::SurfaceMesh &m) {
+  std::vector<std::string> table;
+  std::vector<int> colour(static_cast<size_t>(m.nvrt), -1);
+  size_t nv = 0, nt = 0;
+  std::string bad;
+  for (const std::string &l : wft::splitlines(text)) {
+    char rgb[7];
+    double x[3];
+    int v[3], p[3];
+    if (std::sscanf(l.c_str(), " <m:color color=\"#%6[0-9A-F]\" />", rgb) == 1) {
+      table.emplace_back(rgb);
+    } else if (std::sscanf(l.c_str(), " <vertex x=\"%lf\" y=\"%lf\" z=\"%lf\" />", &x[0], &x[1], &x[2]) == 3) {
+      for (size_t k = 0; k < 3 && nv < colour.size(); ++k)
+        if (!(std::fabs(x[k] - m.vrt[3 * nv + k]) <= 6e-7 * std::fabs(m.vrt[3 * nv + k]))) bad += l + "\n";
+      ++nv;
+    } else if (std::sscanf(l.c_str(),
+                           " <triangle v1=\"%d\" v2=\"%d\" v3=\"%d\" pid=\"2\" p1=\"%d\" p2=\"%d\" p3=\"%d\" />", &v[0],
+                           &v[1], &v[2], &p[0], &p[1], &p[2]) == 6) {
+      for (size_t k = 0; k < 3; ++k) {
+        const bool ok = 3 * nt + k < m.tri.size() && v[k] == m.tri[3 * nt + k] - 1 && v[k] >= 0 && v[k] < m.nvrt;
+        int &c = ok ? colour[static_cast<size_t>(v[k])] : p[k];
+        if (c < 0) c = p[k];
+        if (!ok || c != p[k]) bad += l + "\n";
+      }
+      ++nt;
+    }
   }
-  rec(2, "</m:colorgroup>");
-  const std::string uuid1(wf::uuid1), name(wf::objectname);
-  rec(2, "<object id=\"1\" name=\"" + name + "\" partnumber=\"" + uuid1 + "\" type=\"model\" p:UUID=\"" + uuid1 +
-             "\" pid=\"2\" pindex=\"0\">");
-  rec(3, "<mesh>");
-  rec(4, "<vertices>");
-  const size_t n = mesh.nvrt > 0 ? static_cast<size_t>(mesh.nvrt) : 0;
-  for (size_t i = 0; i < n; ++i) {
-    const bool has = 3 * i + 2 < mesh.vrt.size();
-    rec(5, "<vertex x=\"" + field(has ? mesh.vrt[3 * i] : 0.0) + "\" y=\"" + field(has ? mesh.vrt[3 * i + 1] : 0.0) +
-               "\" z=\"" + field(has ? mesh.vrt[3 * i + 2] : 0.0) + "\" />");
-  }
-  rec(4, "</vertices>");
-  std::vector<float> mag(n, 0.0f);
-  for (size_t i = 0; i < n && 3 * i + 2 < disp.size(); ++i)
-    mag[i] =
-        std::sqrt(disp[3 * i] * disp[3 * i] + disp[3 * i + 1] * disp[3 * i + 1] + disp[3 * i + 2] * disp[3 * i + 2]);
-  float lo = n ? mag[0] : 0.0f, hi = lo;
-  for (float m : mag) lo = std::min(lo, m), hi = std::max(hi, m);
-  auto colour = [&](int32_t v) {
-    return v >= 1 && static_cast<size_t>(v) <= n ? wf::colourindex(mag[static_cast<size_t>(v - 1)], lo, hi) : 0;
-  };
-  rec(4, "<triangles>");
-  const size_t nt = std::min(mesh.ntri > 0 ? static_cast<size_t>(mesh.ntri) : 0, mesh.tri.size() / 3);
-  for (size_t i = 0; i < nt; ++i) {
-    const int32_t *c = &mesh.tri[3 * i];
-    rec(5, "<triangle v1=\"" + std::to_string(c[0] - 1) + "\" v2=\"" + std::to_string(c[1] - 1) + "\" v3=\"" +
-               std::to_string(c[2] - 1) + "\" pid=\"2\" p1=\"" + std::to_string(colour(c[0])) + "\" p2=\"" +
-               std::to_string(colour(c[1])) + "\" p3=\"" + std::to_string(colour(c[2])) + "\" />");
-  }
-  rec(4, "</triangles>");
-  rec(3, "</mesh>");
-  rec(2, "</object>");
-  rec(1, "</resources>");
-  rec(1, "<build p:UUID=\"" + std::string(wf::uuid2) + "\">");
-  rec(2, "<item objectid=\"1\" partnumber=\"" + name + "\" p:UUID=\"" + std::string(wf::uuid3) + "\" />");
-  rec(1, "</build>");
-  rec(0, "</model>");
-  return t;
+  const auto [lo, hi] = std::minmax_element(colour.begin(), colour.end());
+  if (nv != static_cast<size_t>(m.nvrt) || nt != static_cast<size_t>(m.ntri) || *lo != 0 || *hi != 1020)
+    bad += "counts " + std::to_string(nv) + " " + std::to_string(nt) + ", colours " + std::to_string(*lo) + " to " +
+           std::to_string(*hi) + "\n";
+  if (table.size() != 1021 || table[0] != "0000FF" || table[254] != "00FEFF" || table[255] != "00FFFF" ||
+      table[509] != "00FF01" || table[510] != "00FF00" || table[764] != "FEFF00" || table[765] != "FFFF00" ||
+      table[1020] != "FF0000")
+    bad += "colour table\n";
+  return bad;
 }
 
 // A surface with what a model member meets at its edges: coordinates that are not numbers,
@@ -187,31 +164,6 @@ wf::SurfaceMesh oddities() {
   m.tri = {1, 2, 3, 0, -7, 6, INT_MAX, -INT_MAX, 2, 5, 4, 1};
   m.ntri = 6;
   return m;
-}
-
-// CRC-32 as zip stores it, bit by bit.
-uint32_t crc32bits(const std::string &s) {
-  uint32_t c = 0xFFFFFFFFu;
-  for (unsigned char b : s) {
-    c ^= b;
-    for (int k = 0; k < 8; ++k) c = (c >> 1) ^ (0xEDB88320u & (0u - (c & 1u)));
-  }
-  return ~c;
-}
-
-// A raw deflate stream inflated (ISA-L's inflate); "<failed>" when it does not end as a stream.
-std::string inflated(const std::vector<unsigned char> &stream, size_t size) {
-  std::string out(size + 1, '\0');
-  inflate_state st;
-  isal_inflate_init(&st);
-  st.crc_flag = ISAL_DEFLATE;
-  st.next_in = const_cast<unsigned char *>(stream.data());
-  st.avail_in = static_cast<uint32_t>(stream.size());
-  st.next_out = reinterpret_cast<unsigned char *>(out.data());
-  st.avail_out = static_cast<uint32_t>(out.size());
-  if (isal_inflate(&st) != ISAL_DECOMP_OK || st.block_state != ISAL_BLOCK_FINISH) return "<failed>";
-  out.resize(out.size() - st.avail_out);
-  return out;
 }
 
 // A zip's bytes with the DOS dates and times of its entries (local and central) set to zero.
@@ -337,50 +289,46 @@ TEST(Package3mf, FolderNamesOneMagnitudeAndFailedMembers) {
   EXPECT_TRUE(fs::exists("broken_color/_rels/.rels"));
 }
 
-// The model member formatted in blocks side by side is the row-by-row text to the byte, whether
-// the whole text is held (and deflated) or goes through the bounded buffer, on one and on two
-// threads; its stream is the deflate of that text (the stream of the text read back from the
-// file), inflates to it, and carries its CRC.
-TEST(Package3mf, ModelBlocksAreTheRowByRowText) {
+// The model member formatted in blocks side by side reads back row by row, and is the same text
+// to the byte whether it is held whole or goes through the bounded buffer, on one and on two
+// threads (the sheet has many blocks, more than one stripe of the buffer).
+TEST(Package3mf, ModelBlocksReadBackRowByRow) {
   InTempDir dir("3mf_blocks");
-  wf::SurfaceMesh still = sheet(20);
-  still.vrt = still.prewarp;  // one magnitude: every colour -2147483648
   const struct {
     const char *name;
     wf::SurfaceMesh mesh;
-  } cases[] = {{"tetra", tetra()}, {"sheet", sheet(300)}, {"oddities", oddities()}, {"still", still}};
+  } cases[] = {{"tetra", tetra()}, {"sheet", sheet(300)}, {"oddities", oddities()}};
   for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
     const std::vector<float> disp = wf::dispsingle(c.mesh, "test");
-    const std::string want = modelrowbyrow(c.mesh, disp);
-    wf::Deflated first;
+    std::string first;
     for (int threads : {1, 2}) {
-      SCOPED_TRACE(threads);
       Threads t(threads);
       const std::string path = std::string(c.name) + std::to_string(threads);
       wf::Deflated packed;
       ASSERT_TRUE(wf::writemodel(c.mesh, disp, path + ".whole", "report", &packed));
       EXPECT_FALSE(wf::writemodel(c.mesh, disp, path + ".bounded", "report"));
-      EXPECT_TRUE(wft::readfile(path + ".whole") == want);
-      EXPECT_TRUE(wft::readfile(path + ".bounded") == want);
-      EXPECT_EQ(packed.size, want.size());
-      EXPECT_EQ(packed.crc, crc32bits(want));
-      EXPECT_TRUE(inflated(packed.data, want.size()) == want);
-      wf::Deflated readback;
-      ASSERT_TRUE(wf::deflateraw(reinterpret_cast<const unsigned char *>(want.data()), want.size(), readback));
-      EXPECT_TRUE(packed.data == readback.data);
-      if (threads == 1)
-        first = packed;
-      else
-        EXPECT_TRUE(packed.data == first.data);
+      if (first.empty()) first = wft::readfile(path + ".whole");
+      EXPECT_TRUE(wft::readfile(path + ".whole") == first) << threads;
+      EXPECT_TRUE(wft::readfile(path + ".bounded") == first) << threads;
+      EXPECT_EQ(packed.size, first.size());
+    }
+    if (c.name != std::string("oddities")) {
+      EXPECT_EQ(rowsthatdiffer(first, c.mesh), "");
     }
   }
-  EXPECT_TRUE(wft::contains(wft::readfile("oddities1.whole"),
-                            "<vertex x=\"             NaN\" y=\"        Infinity\" z=\"       -Infinity\" />\n"));
-  EXPECT_TRUE(wft::contains(wft::readfile("oddities1.whole"),
-                            "<triangle v1=\"2147483646\" v2=\"-2147483648\" v3=\"1\" pid=\"2\" p1=\"0\" p2=\"0\""));
-  EXPECT_TRUE(wft::contains(wft::readfile("still1.whole"), "p1=\"-2147483648\" p2=\"-2147483648\" p3=\"-2147483648\""));
-  EXPECT_GT(fs::file_size("sheet1.whole"), 2 * wf::deflatechunk);
+  // Magnitudes 0, 1, 2 and 4: colours 0, 255, 510 and 1020.
+  const std::string tetra = wft::readfile("tetra1.whole");
+  EXPECT_TRUE(wft::contains(
+      tetra, "\t\t\t\t\t<vertex x=\"    1.100000E+01\" y=\"    0.000000E+00\" z=\"    0.000000E+00\" />\n"));
+  EXPECT_TRUE(wft::contains(
+      tetra, "\t\t\t\t\t<triangle v1=\"0\" v2=\"2\" v3=\"1\" pid=\"2\" p1=\"0\" p2=\"510\" p3=\"255\" />\n"));
+  EXPECT_TRUE(
+      wft::contains(tetra, "<triangle v1=\"1\" v2=\"2\" v3=\"3\" pid=\"2\" p1=\"255\" p2=\"510\" p3=\"1020\" />"));
+  const std::string odd = wft::readfile("oddities1.whole");
+  EXPECT_TRUE(wft::contains(odd, "<vertex x=\"             NaN\" y=\"        Infinity\" z=\"       -Infinity\" />\n"));
+  EXPECT_TRUE(
+      wft::contains(odd, "<triangle v1=\"2147483646\" v2=\"-2147483648\" v3=\"1\" pid=\"2\" p1=\"0\" p2=\"0\""));
 }
 
 // The zip stores the model as deflated from memory: it is the zip that reads the member back

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The linear passes of the surface preparation held to what the sorts gave before them: the
-// numbering of keys by rank against a sort of all keys (ties, keys that meet in one slot of the
-// hash table, a table that must grow), the merge by lattice keys against the merge by sorting
-// the coordinates (vertices equal only after the snap, zeros of either sign, values that are
-// not numbers), and the edge table against one built the plain way, triangle by triangle, from
-// a stable sort of the sides (inverse edges, open and overloaded edges, sides of zero length,
-// a vertex with many edges, vertex numbers outside 1..nvrt).
+// The surface preparation, from soup to checked mesh (its console lines are tests of the steps,
+// tests/steps). The sort kit against std::stable_sort; the numbering of keys by rank against
+// the same reference (ties, keys that meet in one slot of the hash table, a table that must
+// grow); the merge by lattice keys against the merge by sorting the coordinates (vertices equal
+// only after the snap, zeros of either sign, values that are not numbers); the edge table
+// against one built the plain way, triangle by triangle, from a stable sort of the sides
+// (inverse edges, open and overloaded edges, sides of zero length, a vertex with many edges,
+// vertex numbers outside 1..nvrt); tolerance and snap.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,6 +16,7 @@
 #include <limits>
 #include <numeric>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "shapes.h"
@@ -22,33 +24,53 @@
 #include "surface/preparesurface.h"
 #include "surface/sortkit.h"
 
+using namespace wft;
 using I = std::vector<int32_t>;
 using V = std::vector<double>;
 using K = std::vector<uint64_t>;
 
 namespace {
 
-// Ranks of keys by sorting them all: rank of each key among the distinct ones, and the first
-// position of each rank.
-void referenceranks(const K &keys, I &rank, I &first) {
-  K u = keys;
-  std::sort(u.begin(), u.end());
-  u.erase(std::unique(u.begin(), u.end()), u.end());
-  rank.assign(keys.size(), 0);
-  first.assign(u.size(), -1);
-  for (size_t i = 0; i < keys.size(); ++i) {
-    const size_t r = static_cast<size_t>(std::lower_bound(u.begin(), u.end(), keys[i]) - u.begin());
-    rank[i] = static_cast<int32_t>(r + 1);
-    if (first[r] < 0) first[r] = static_cast<int32_t>(i);
-  }
+const double qnan = std::numeric_limits<double>::quiet_NaN();
+
+I identity(int32_t n) {
+  I p(static_cast<size_t>(n));
+  std::iota(p.begin(), p.end(), 1);
+  return p;
 }
 
+// The stable order of the rows in p by a lexicographic less-than.
+template <class K>
+I stablereference(const std::vector<K> &a, I p, int nc) {
+  std::stable_sort(p.begin(), p.end(), [&](int32_t l, int32_t r) {
+    const K *x = a.data() + nc * (l - 1), *y = a.data() + nc * (r - 1);
+    return std::lexicographical_compare(x, x + nc, y, y + nc);
+  });
+  return p;
+}
+
+// Run numbers along sorted order p: a new run wherever a row differs from the one before.
+template <class K>
+I runsof(const std::vector<K> &a, const I &p, int nc) {
+  I r(p.size(), 1);
+  for (size_t i = 1; i < p.size(); ++i)
+    r[i] = r[i - 1] + !std::equal(&a[nc * (p[i] - 1)], &a[nc * (p[i] - 1)] + nc, &a[nc * (p[i - 1] - 1)]);
+  return r;
+}
+
+// rankkeys against the stable sort of the keys: the run number of each key, and the first
+// (lowest) position of each run.
 void checkranks(const K &keys, wf::Scratch &scratch, const std::string &what) {
-  I expect, expectfirst;
-  referenceranks(keys, expect, expectfirst);
+  const int32_t n = static_cast<int32_t>(keys.size());
+  const I order = stablereference(keys, identity(n), 1), runs = runsof(keys, order, 1);
+  I expect(keys.size()), expectfirst;
+  for (size_t i = 0; i < order.size(); ++i) {
+    expect[static_cast<size_t>(order[i] - 1)] = runs[i];
+    if (expectfirst.size() < static_cast<size_t>(runs[i])) expectfirst.push_back(order[i] - 1);
+  }
   I rank(keys.size(), -7);
   wf::KeyRanks out;
-  ASSERT_TRUE(wf::rankkeys(keys.data(), static_cast<int32_t>(keys.size()), rank.data(), out, scratch)) << what;
+  ASSERT_TRUE(wf::rankkeys(keys.data(), n, rank.data(), out, scratch)) << what;
   EXPECT_EQ(rank, expect) << what;
   ASSERT_EQ(out.nuniq, static_cast<int32_t>(expectfirst.size())) << what;
   EXPECT_EQ(I(out.first, out.first + out.nuniq), expectfirst) << what;
@@ -65,8 +87,8 @@ struct Merged {
 };
 
 // The soup snapped at pitch, then merged by its keys (keyed), or by the sort of its coordinates.
-Merged snapmerge(const wft::Soup &s, double pitch, bool bykeys, wf::Scratch *scratch = nullptr) {
-  wf::RawSurface raw = wft::rawof(s);
+Merged snapmerge(const Soup &s, double pitch, bool bykeys, wf::Scratch *scratch = nullptr) {
+  wf::RawSurface raw = rawof(s);
   K keys;
   wf::snapvertices(raw, pitch, &keys);
   Merged m;
@@ -182,6 +204,88 @@ wf::SurfaceMesh meshof(const I &tri, int32_t nvrt, V &triedgesq) {
 
 }  // namespace
 
+TEST(SortKit, AgainstReference) {
+  // n from 0 (no pass), 2 (one pass, copied back), 3 (two passes) up. Few distinct values, so
+  // that ties are common: both signs and zeros, subnormal and huge magnitudes, integer
+  // extremes. Ties keep the order of the shuffled incoming permutation.
+  const V pool = {0.0, -0.0, 1e-310, -1e-310, 1e300, -1e300, 3.5, -3.5, 1.0, 2.0, 1.0 + 0x1p-52};
+  const I ipool = {std::numeric_limits<int32_t>::min(), -5, -1, 0, 1, 7, std::numeric_limits<int32_t>::max()};
+  std::mt19937 gen(7);
+  I longrun, iuniq;
+  int32_t nuniq = 0;
+  for (int32_t n : {0, 1, 2, 3, 5, 17, 1000, 30000})
+    for (int nc : {1, 2, 3, 5}) {
+      V a(static_cast<size_t>(nc) * n);
+      I ai(a.size());
+      for (size_t i = 0; i < a.size(); ++i) a[i] = pool[gen() % pool.size()], ai[i] = ipool[gen() % ipool.size()];
+      I p = identity(n);
+      std::shuffle(p.begin(), p.end(), gen);
+      const I expect = stablereference(a, p, nc);
+      wf::dmatsort(a.data(), p.data(), nc, n);
+      ASSERT_EQ(p, expect) << "dmatsort n=" << n << " ncols=" << nc;
+      wf::uniq_include(a.data(), p.data(), longrun, nc, n, nuniq, iuniq, false);
+      EXPECT_EQ(longrun, runsof(a, p, nc));
+      EXPECT_EQ(nuniq, n ? longrun.back() : 0);
+      p.assign(p.size(), 0);  // imatsort, dvecsort and keysort fill p themselves
+      wf::imatsort(ai.data(), p.data(), nc, n);
+      ASSERT_EQ(p, stablereference(ai, identity(n), nc)) << "imatsort n=" << n << " ncols=" << nc;
+      wf::uniq_include_int(ai.data(), p.data(), longrun, nc, n, nuniq, iuniq, false);
+      EXPECT_EQ(longrun, runsof(ai, p, nc));
+      EXPECT_EQ(nuniq, n ? longrun.back() : 0);
+      p.assign(p.size(), 0);
+      wf::dvecsort(a.data(), p.data(), n);
+      EXPECT_EQ(p, stablereference(V(a.begin(), a.begin() + n), identity(n), 1)) << "dvecsort n=" << n;
+    }
+  // keysort: 64-bit keys with many ties, wide and narrow ranges, against the stable reference.
+  for (int32_t n : {0, 1, 2, 100, 70000})
+    for (uint64_t range : {uint64_t{3}, uint64_t{1} << 20, ~uint64_t{0}}) {
+      std::vector<uint64_t> keys(static_cast<size_t>(n));
+      for (auto &k : keys) k = (uint64_t{gen()} << 32 | gen()) % range;
+      I p(static_cast<size_t>(n), 0);
+      ASSERT_TRUE(wf::keysort(keys.data(), p.data(), n));
+      EXPECT_EQ(p, stablereference(keys, identity(n), 1)) << "keysort n=" << n << " range=" << range;
+    }
+}
+
+TEST(SortKit, ValuesThatAreNotNumbers) {
+  // [3, NaN, 1]: pass 1 ties 3 with NaN (left first); pass 2 takes 1 before 3, then the rest.
+  // dvecsort takes the right value unless right >= left: NaN moves ahead in pass 1, and 1
+  // beats NaN in pass 2.
+  V a = {3.0, qnan, 1.0}, rows = {qnan, 2.0, qnan, 1.0}, twonan = {qnan, qnan, 0.0};
+  I p = identity(3), longrun, iuniq;
+  wf::dmatsort(a.data(), p.data(), 1, 3);
+  EXPECT_EQ(p, I({3, 1, 2}));
+  wf::dvecsort(a.data(), p.data(), 3);
+  EXPECT_EQ(p, I({3, 2, 1}));
+  p = identity(2);  // a NaN in the first column passes the decision to the next column
+  wf::dmatsort(rows.data(), p.data(), 2, 2);
+  EXPECT_EQ(p, I({2, 1}));
+  int32_t nuniq = 0;  // a NaN never equals itself: two NaN rows are two runs
+  p = identity(3);
+  wf::uniq_include(twonan.data(), p.data(), longrun, 1, 3, nuniq, iuniq, false);
+  EXPECT_EQ(longrun, I({1, 2, 3}));
+}
+
+// The first rows of the runs (iuniq) are shifted by one run when the first run has more than one
+// row, the last entry then left at 0; with a first run of one row they are the plain first rows.
+TEST(SortKit, FirstRowsShiftedWhenTheFirstRunRepeats) {
+  I longrun, iuniq;
+  int32_t nuniq = 0;
+  const V repeated = {1.0, 1.0, 2.0, 3.0}, single = {1.0, 2.0, 2.0, 3.0};
+  const I p = identity(4);
+  wf::uniq_include(repeated.data(), p.data(), longrun, 1, 4, nuniq, iuniq, false);
+  EXPECT_EQ(longrun, I({1, 1, 2, 3}));
+  EXPECT_EQ(nuniq, 3);
+  EXPECT_EQ(iuniq, I({3, 4, 0}));  // the first rows of the runs would be 1, 3, 4
+  wf::uniq_include(single.data(), p.data(), longrun, 1, 4, nuniq, iuniq, false);
+  EXPECT_EQ(longrun, I({1, 2, 2, 3}));
+  EXPECT_EQ(iuniq, I({1, 2, 4}));
+  const I pi = identity(3);
+  const std::vector<int32_t> rows = {5, 5, 9};
+  wf::uniq_include_int(rows.data(), pi.data(), longrun, 1, 3, nuniq, iuniq, false);
+  EXPECT_EQ(iuniq, I({3, 0}));
+}
+
 TEST(RankKeys, AgainstSortingAllKeys) {
   std::mt19937_64 gen(22);
   wf::Scratch scratch;
@@ -230,7 +334,7 @@ TEST(MergeVertices, KeysGiveTheNumbersOfTheCoordinateSort) {
   const double pitch = 0.01;
   std::vector<std::array<int, 3>> points(3000);
   for (auto &p : points) p = {cell(gen), cell(gen), cell(gen)};
-  wft::Soup s;
+  Soup s;
   for (int c = 0; c < 3 * 6000; ++c) {
     const auto &p = points[gen() % points.size()];
     for (int k = 0; k < 3; ++k) s.push_back(p[k] * pitch + jitter(gen));
@@ -249,8 +353,8 @@ TEST(MergeVertices, KeysGiveTheNumbersOfTheCoordinateSort) {
   // half-way line between two points they do not, however close.
   // The third triangle makes the box centre 0, so that the lattice points are multiples of
   // the pitch.
-  const wft::Soup pairs = {0.0, 0.0,  0.0, 0.003, 0.0,   0.0,   -0.003, 0.0,  0.0,  0.00499, 0.0, 0.0, 0.00501, 0.0,
-                           0.0, 0.01, 0.0, 0.0,   -0.05, -0.05, -0.05,  0.05, 0.05, 0.05,    0.0, 0.0, 0.0};
+  const Soup pairs = {0.0, 0.0,  0.0, 0.003, 0.0,   0.0,   -0.003, 0.0,  0.0,  0.00499, 0.0, 0.0, 0.00501, 0.0,
+                      0.0, 0.01, 0.0, 0.0,   -0.05, -0.05, -0.05,  0.05, 0.05, 0.05,    0.0, 0.0, 0.0};
   Merged a = snapmerge(pairs, pitch, true), b = snapmerge(pairs, pitch, false);
   ASSERT_TRUE(a.keyed);
   EXPECT_EQ(a.mesh.nvrt, 4);
@@ -261,7 +365,7 @@ TEST(MergeVertices, KeysGiveTheNumbersOfTheCoordinateSort) {
 TEST(MergeVertices, SignedZerosAndValuesThatAreNotNumbers) {
   // Zeros of either sign snap to one lattice point, which has no negative zero: the keys hold,
   // and give what the coordinate sort gives.
-  const wft::Soup zeros = {-0.0, 0.0, -0.0, 0.0, -0.0, 0.0, 1, 1, 1, 0.0, 0.0, -0.0, -0.0, -0.0, -0.0, -1, -1, -1};
+  const Soup zeros = {-0.0, 0.0, -0.0, 0.0, -0.0, 0.0, 1, 1, 1, 0.0, 0.0, -0.0, -0.0, -0.0, -0.0, -1, -1, -1};
   Merged a = snapmerge(zeros, 1e-3, true), b = snapmerge(zeros, 1e-3, false);
   ASSERT_TRUE(a.keyed);
   EXPECT_EQ(a.mesh.nvrt, 3);
@@ -271,7 +375,7 @@ TEST(MergeVertices, SignedZerosAndValuesThatAreNotNumbers) {
 
   // Unsnapped zeros of either sign, merged without keys: one vertex, whose coordinates are
   // those of the last corner in file order.
-  wf::RawSurface raw = wft::rawof({0.0, -0.0, 0.0, -0.0, 0.0, 0.0, 1, 1, 1});
+  wf::RawSurface raw = rawof({0.0, -0.0, 0.0, -0.0, 0.0, 0.0, 1, 1, 1});
   wf::SurfaceMesh mesh;
   V sq;
   wf::mergevertices(raw, mesh, sq);
@@ -283,7 +387,7 @@ TEST(MergeVertices, SignedZerosAndValuesThatAreNotNumbers) {
   // A coordinate that is not a number ends the keys; the coordinates are sorted, the same with
   // the (empty) keys handed over as without.
   const double nan = std::numeric_limits<double>::quiet_NaN();
-  const wft::Soup withnan = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 0, nan, 0, 0, 0, 1, 0};
+  const Soup withnan = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 0, nan, 0, 0, 0, 1, 0};
   a = snapmerge(withnan, 1e-3, true), b = snapmerge(withnan, 1e-3, false);
   EXPECT_FALSE(a.keyed);
   expectsamemerge(a, b, "not a number");
@@ -333,25 +437,72 @@ TEST(BuildEdges, AgainstThePlainTable) {
     }
 }
 
-TEST(BuildEdges, ClosedMeshFromTheMerge) {
-  // Sixteen unit cubes side by side (the faces they share doubled, so edges of four triangles),
-  // then a single cube, whose every edge has two triangles in opposite senses: the merge and
-  // the edges, all on one scratch.
-  wft::Soup s;
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 4; ++j) {
-      const wft::Soup c = wft::cube(1.0, i * 1.0, j * 1.0, 0.0);
-      s.insert(s.end(), c.begin(), c.end());
-    }
-  wf::Scratch scratch;
-  Merged m = snapmerge(s, 1e-4, true, &scratch);
-  ASSERT_TRUE(m.keyed);
-  checkedges(m.mesh, m.triedgesq, "16 cubes (edges shared by four triangles)", &scratch);
-  m = snapmerge(wft::cube(2.0), 1e-4, true, &scratch);
-  checkedges(m.mesh, m.triedgesq, "cube", &scratch);
-  wf::EdgeTable e;
-  const wf::EdgeCounts c = wf::buildedges(m.mesh, m.triedgesq, e, &scratch);
-  EXPECT_TRUE(c.watertight());
-  EXPECT_EQ(c.good, 18);
-  EXPECT_EQ(c.inverted, 0);
+TEST(PrepareSurface, MergedCorners) {
+  // A tetrahedron and a triangle with two equal corners: the zero side does not count in the
+  // minimum edge and is an edge with equal ends and one triangle; the other two sides lie on
+  // one edge, which gains one triangle for both (2 + 1).
+  Soup s = tetrahedron(2.0);
+  s.insert(s.end(), {0, 0, 0, 0, 0, 0, 2, 0, 0});
+  wf::PreparedSurface p = preparedof(s);
+  EXPECT_NEAR(p.mesh.minedgelen, 2.0, 1e-15);
+  EXPECT_EQ(p.check.status, -1);
+  EXPECT_EQ(p.mesh.nvrt, 4);
+  EXPECT_EQ(p.mesh.tri[12], p.mesh.tri[13]);
+  const int32_t ez = p.edges.triedge[12] - 1;
+  EXPECT_EQ(p.edges.vrt[2 * ez], p.edges.vrt[2 * ez + 1]);
+  EXPECT_EQ(p.edges.len[ez], 0.0);
+  EXPECT_EQ(I(p.edges.tri.begin() + 2 * ez, p.edges.tri.begin() + 2 * ez + 2), I({5, 0}));
+  EXPECT_EQ(p.edges.triedge[13], p.edges.triedge[14]);
+  EXPECT_EQ(p.counts.open, 1);
+  EXPECT_EQ(p.counts.good, 5);
+  EXPECT_EQ(p.counts.over, 1);
+  // Alone, such a triangle's shared edge fills its four neighbour slots from its two sides.
+  p = preparedof({0, 0, 0, 0, 0, 0, 2, 0, 0});
+  const int32_t e = p.edges.triedge[1] - 1, z = p.edges.triedge[0];
+  EXPECT_EQ(I(p.edges.nbr.begin() + 4 * e, p.edges.nbr.begin() + 4 * e + 4), I({e + 1, z, z, e + 1}));
+}
+
+// Each stage is told before its work: no vertex is merged when the merge is told (a fatal end of
+// the merge comes after its console line), all are when the edges are.
+TEST(PrepareSurface, StagesAreToldBeforeTheirWork) {
+  wf::RawSurface raw = rawof(cube(2.0));
+  std::vector<std::pair<wf::PrepareStage, int32_t>> told;
+  wf::preparemesh(raw, {}, [&](wf::PrepareStage stage, const wf::PreparedSurface &sofar) {
+    told.emplace_back(stage, sofar.mesh.nvrt);
+  });
+  EXPECT_EQ(told, (std::vector<std::pair<wf::PrepareStage, int32_t>>{
+                      {wf::PrepareStage::snap, 0}, {wf::PrepareStage::merge, 0}, {wf::PrepareStage::edges, 8}}));
+}
+
+TEST(PrepareSurface, ToleranceAndSnap) {
+  // Cube 100 with a minimum edge 10: edge rule 1.0, box rule 1e-4. Box 1e4 with a minimum
+  // edge 1e-4: edge rule 1e-5, box rule 1e-2. Either rule can be forced.
+  Soup c100 = cube(100.0);
+  c100.insert(c100.end(), {0, 0, 0, 10, 0, 0, 0, 10, 0});
+  const Soup b1e4 = {0, 0, 0, 1e4, 0, 0, 0, 1e4, 0, 0, 0, 0, 1e-4, 0, 0, 0, 1e-4, 0};
+  const std::tuple<const Soup *, bool, bool, double, double> cases[] = {// by edge, by box
+                                                                        {&c100, false, false, 10, 1e-4},
+                                                                        {&c100, true, false, 10, 1.0},
+                                                                        {&c100, false, true, 10, 1e-4},
+                                                                        {&b1e4, false, false, 1e-4, 1e-5}};
+  for (const auto &[soup, byedge, bybox, minedge, tol] : cases) {
+    wf::Tolerances rules;
+    rules.tolbyedge = byedge, rules.tolbybox = bybox;
+    const wf::PreparedSurface p = preparedof(*soup, rules);
+    EXPECT_NEAR(p.minedgelen, minedge, 1e-12 * minedge);
+    EXPECT_NEAR(p.tolerance.tol, tol, 1e-12 * tol);
+    EXPECT_FALSE(p.tolerance.raised());
+    EXPECT_EQ(p.tolerance.pitch(), p.tolerance.tol);
+  }
+  // Box [-32, 32]^3 and a pitch of exactly 1 (box rule, 1/64 of 64): the lattice points are
+  // the integers, the box centre is 0, and halves round away from zero.
+  wf::Tolerances rules;
+  rules.tolbybox = true;
+  rules.reltolbox = 1.0 / 64.0;
+  const wf::PreparedSurface p =
+      preparedof({-32, -32, -32, 32, 32, 32, 0.5, -0.5, 2.5, -2.5, 0.49, -0.49, 1.5, 0.4, 0.6, 0.1, 0.4, 0.3}, rules);
+  EXPECT_EQ(p.tolerance.tol, 1.0);
+  EXPECT_EQ(p.mesh.vrt, V({-32, -32, -32, -3, 0, 0, 0, 0, 0, 1, -1, 3, 2, 0, 1, 32, 32, 32}));
+  EXPECT_FALSE(std::signbit(p.mesh.vrt[5]));  // -0.49 went through the integer: no -0
+  EXPECT_EQ(p.mesh.tri, I({1, 6, 4, 2, 5, 3}));
 }
