@@ -28,27 +28,30 @@ void boxline(Reporter &rep, const BBox &box, int k, const char *text) {
 
 }  // namespace
 
-RawSurface readstlstep(Reporter &rep, std::string &stlpath, int &byteorder) {
+RawSurface readstlstep(Reporter &rep, std::string &stlpath, int &byteorder, const Folder &in) {
   rep.say("Reading " + stlpath);
-  StlRead read = readstl(stlpath, byteorder, [&](StlStage stage, const StlRead &sofar) {
-    switch (stage) {
-      case StlStage::source:
-        stlpath = sofar.path;
-        if (sofar.repaired) {
-          rep.say("Detected repaired STL.");
-          rep.say("Reading " + stlpath + " instead...");
+  StlRead read = readstl(
+      stlpath, byteorder,
+      [&](StlStage stage, const StlRead &sofar) {
+        switch (stage) {
+          case StlStage::source:
+            stlpath = sofar.path;
+            if (sofar.repaired) {
+              rep.say("Detected repaired STL.");
+              rep.say("Reading " + stlpath + " instead...");
+            }
+            break;
+          case StlStage::attempt:
+            byteorder = sofar.byteorder;
+            rep.say(std::string("Reading in ") + byteorderword(sofar.orders.back()) + " format...");
+            break;
+          case StlStage::form:
+            byteorder = sofar.byteorder;
+            rep.say(sofar.ascii ? "ASCII STL file" : "Binary STL file");
+            break;
         }
-        break;
-      case StlStage::attempt:
-        byteorder = sofar.byteorder;
-        rep.say(std::string("Reading in ") + byteorderword(sofar.orders.back()) + " format...");
-        break;
-      case StlStage::form:
-        byteorder = sofar.byteorder;
-        rep.say(sofar.ascii ? "ASCII STL file" : "Binary STL file");
-        break;
-    }
-  });
+      },
+      in);
   const RawSurface &raw = read.raw;
   rep.say("Bounding box:");
   boxline(rep, raw.box, 0, " <= x <= ");
@@ -132,28 +135,30 @@ PreparedSurface preparesurfacestep(Reporter &rep, RawSurface &raw, const Toleran
   return prep;
 }
 
-QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file, std::string &stlpath, int &byteorder) {
+QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file, std::string &stlpath, int &byteorder,
+                      const Folder &in) {
   rep.say(title);
   stlpath = rtrim(file);
-  RawSurface raw = readstlstep(rep, stlpath, byteorder);
+  RawSurface raw = readstlstep(rep, stlpath, byteorder, in);
   rep.say("Calculating surface normals");
   const double box[6] = {raw.box.min[0], raw.box.min[1], raw.box.min[2],
                          raw.box.max[0], raw.box.max[1], raw.box.max[2]};
   return makequeryset(std::move(raw.vrt), raw.ntri, box);
 }
 
-RawSurface readbackstep(Reporter &rep, const std::string &file, std::string &stlpath, int &byteorder) {
+RawSurface readbackstep(Reporter &rep, const std::string &file, std::string &stlpath, int &byteorder,
+                        const Folder &in) {
   rep.blank();
   stlpath = rtrim(file);
-  RawSurface raw = readstlstep(rep, stlpath, byteorder);
+  RawSurface raw = readstlstep(rep, stlpath, byteorder, in);
   readbackbox(raw);
   return raw;
 }
 
 std::string recheckstep(Reporter &rep, const std::string &outstlpath, const RecheckSettings &settings,
-                        std::string &stlpath, int &byteorder) {
+                        std::string &stlpath, int &byteorder, const Folder &in) {
   std::string entry = rtrim(outstlpath);
-  RawSurface raw = readbackstep(rep, entry, stlpath, byteorder);
+  RawSurface raw = readbackstep(rep, entry, stlpath, byteorder, in);
   // The warnings on watertightness name the output as given.
   PreparedSurface prep = preparesurfacestep(rep, raw, settings.tolerances, entry, stlpath);
   if (prep.check.status == 0) {
@@ -163,7 +168,7 @@ std::string recheckstep(Reporter &rep, const std::string &outstlpath, const Rech
     // The preparation has printed the warning on the non-manifold edges; its arrays go before
     // the repair.
     prep = PreparedSurface();
-    entry = sendtorepair(rep, entry, settings.repairtol, settings.tsre);
+    entry = sendtorepair(rep, entry, settings.repairtol, settings.tsre, in);
   }
   // Kept deliberately: the name comes back as a blank-padded field of 8192 characters, and the
   // pass hands it to the plain 3MF conversion as it stands: its extension carries the blanks,

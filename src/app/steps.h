@@ -23,9 +23,10 @@ NodeGrid nodegridstep(Reporter &rep, const Simulation &sim);
 
 // The read of one surface: "Reading", the repaired sibling taken, the byte orders tried, the
 // form, the box and the counts. stlpath receives the file read (the repaired sibling when
-// there is one) and byteorder the order to remember, each as soon as the read knows it.
+// there is one) and byteorder the order to remember, each as soon as the read knows it. The
+// file is looked for in `in` and named as given.
 // Throws what readstl throws (130, 131 and the attempts' messages).
-RawSurface readstlstep(Reporter &rep, std::string &stlpath, int &byteorder);
+RawSurface readstlstep(Reporter &rep, std::string &stlpath, int &byteorder, const Folder &in = Folder());
 
 // The preparation of a soup with its console lines: the tolerance (and its warning when
 // raised), the merge, the edges with the warnings on watertightness (naming `surfacename`)
@@ -34,13 +35,15 @@ PreparedSurface preparesurfacestep(Reporter &rep, RawSurface &raw, const Toleran
                                    const std::string &surfacename, const std::string &stlpath);
 
 // A reference or scanned geometry as a query set: the title line, the read of `file` (stlpath
-// and byteorder as for readstlstep), "Calculating surface normals", and the set. Throws what
-// the read throws.
-QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file, std::string &stlpath, int &byteorder);
+// and byteorder as for readstlstep, the file relative to `in`), "Calculating surface normals",
+// and the set. Throws what the read throws.
+QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file, std::string &stlpath, int &byteorder,
+                      const Folder &in = Folder());
 
 // The read-back of a written surface for its check: a blank line, the read of `file` (trailing
-// blanks cut) and the box of the read-back (recheck/readback.h).
-RawSurface readbackstep(Reporter &rep, const std::string &file, std::string &stlpath, int &byteorder);
+// blanks cut, relative to `in`) and the box of the read-back (recheck/readback.h).
+RawSurface readbackstep(Reporter &rep, const std::string &file, std::string &stlpath, int &byteorder,
+                        const Folder &in = Folder());
 
 struct RecheckSettings {
   Tolerances tolerances;
@@ -53,8 +56,8 @@ struct RecheckSettings {
 // for the output afterwards as a blank-padded field of 8192 characters (the output, or the
 // repaired file whether or not the repair succeeded: the padding is what the rest of the pass
 // compares with, so a repaired output is not converted to the plain package). stlpath and
-// byteorder are those of the reader.
+// byteorder are those of the reader; the output and its repair are relative to `in`.
 std::string recheckstep(Reporter &rep, const std::string &outstlpath, const RecheckSettings &settings,
-                        std::string &stlpath, int &byteorder);
+                        std::string &stlpath, int &byteorder, const Folder &in = Folder());
 
 }  // namespace wf
