@@ -40,8 +40,7 @@ struct RunData {
   NodeGrid grid;
   QuerySet ref, scn;
   double refminz = 0;
-  int stlbyteorder = 0;  // remembered between surface reads
-  std::string stlpath;   // the file the last read took
+  StlMemory stl;  // carried from read to read
 };
 
 WarpField warpfield(const RunData &run) {
@@ -68,16 +67,15 @@ void processsurface(Reporter &rep, RunData &run, int i) {
   const Settings &st = run.settings;
   const SurfaceNames names = surfacenames(rep, st, run.files, run.folders, i);
   const Folder &in = run.folders.surfaces;
-  run.stlpath = names.stlpath;
   std::string outstlpath = names.outstlpath;
   {
-    RawSurface raw = readstlstep(rep, run.stlpath, run.stlbyteorder, in);
+    RawSurface raw = readstlstep(rep, names.stlpath, run.stl, in);
     // The watertightness warnings name the surface by its ID in the job's list.
     const JobFiles &jf = run.files;
     const std::string surfacename = names.curstlid >= 1 && names.curstlid <= jf.stlfiles.n
                                         ? rtrim(jf.stlfiles[static_cast<size_t>(names.curstlid - 1)])
-                                        : rtrim(run.stlpath);
-    PreparedSurface prep = preparesurfacestep(rep, raw, st.tolerances, surfacename, run.stlpath);
+                                        : rtrim(run.stl.path);
+    PreparedSurface prep = preparesurfacestep(rep, raw, st.tolerances, surfacename, run.stl.path);
     SurfaceMesh &mesh = prep.mesh;
     EdgeTable &edges = prep.edges;
 
@@ -118,7 +116,7 @@ void processsurface(Reporter &rep, RunData &run, int i) {
   }
   if (st.tsrdflag) {
     const RecheckSettings settings{st.tolerances, st.repairtol, st.tsreflag};
-    outstlpath = recheckstep(rep, outstlpath, settings, run.stlpath, run.stlbyteorder, in);
+    outstlpath = recheckstep(rep, outstlpath, settings, run.stl, in);
   }
   if (st.o3mfflag) {
     // The path is passed as it stands, blanks and all (the padding of recheckstep, kept
@@ -254,12 +252,12 @@ int runwarpforge(Reporter &rep, const std::vector<std::string> &args) {
   // not yet entered the folder of the solver input file.
   if (st.refgflag) {
     run.ref = querysetstep(rep, "Processing reference geometry", st.reffiles.n > 0 ? st.reffiles[0] : std::string(),
-                           run.stlpath, run.stlbyteorder, run.folders.here());
+                           run.stl, run.folders.here());
     run.refminz = run.ref.bbox[2];
   }
   if (st.scngflag) {
     run.scn = querysetstep(rep, "Processing scanned geometry", st.scnfiles.n > 0 ? st.scnfiles[0] : std::string(),
-                           run.stlpath, run.stlbyteorder, run.folders.here());
+                           run.stl, run.folders.here());
   }
   const int n = run.files.nsurfaces;
   for (int i = 1; i <= n; ++i) processsurface(rep, run, i);

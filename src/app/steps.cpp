@@ -28,30 +28,25 @@ void boxline(Reporter &rep, const BBox &box, int k, const char *text) {
 
 }  // namespace
 
-RawSurface readstlstep(Reporter &rep, std::string &stlpath, int &byteorder, const Folder &in) {
-  rep.say("Reading " + stlpath);
-  StlRead read = readstl(
-      stlpath, byteorder,
-      [&](StlStage stage, const StlRead &sofar) {
-        switch (stage) {
-          case StlStage::source:
-            stlpath = sofar.path;
-            if (sofar.repaired) {
-              rep.say("Detected repaired STL.");
-              rep.say("Reading " + stlpath + " instead...");
-            }
-            break;
-          case StlStage::attempt:
-            byteorder = sofar.byteorder;
-            rep.say(std::string("Reading in ") + byteorderword(sofar.orders.back()) + " format...");
-            break;
-          case StlStage::form:
-            byteorder = sofar.byteorder;
-            rep.say(sofar.ascii ? "ASCII STL file" : "Binary STL file");
-            break;
+RawSurface readstlstep(Reporter &rep, const std::string &file, StlMemory &memory, const Folder &in) {
+  memory.path = file;
+  rep.say("Reading " + file);
+  const auto onstage = [&](StlStage stage, const StlRead &sofar) {
+    memory.remember(sofar);
+    switch (stage) {
+      case StlStage::source:
+        if (sofar.repaired) {
+          rep.say("Detected repaired STL.");
+          rep.say("Reading " + sofar.path + " instead...");
         }
-      },
-      in);
+        break;
+      case StlStage::attempt:
+        rep.say(std::string("Reading in ") + byteorderword(sofar.orders.back()) + " format...");
+        break;
+      case StlStage::form: rep.say(sofar.ascii ? "ASCII STL file" : "Binary STL file"); break;
+    }
+  };
+  StlRead read = readstl(file, memory.byteorder, onstage, in);
   const RawSurface &raw = read.raw;
   rep.say("Bounding box:");
   boxline(rep, raw.box, 0, " <= x <= ");
@@ -60,7 +55,7 @@ RawSurface readstlstep(Reporter &rep, std::string &stlpath, int &byteorder, cons
   rep.blank();
   rep.say("Number of vertices  = " + inttext(raw.nvrt, true));
   rep.say("Number of triangles = " + inttext(raw.ntri, true));
-  rep.say("Finished reading " + stlpath);
+  rep.say("Finished reading " + read.path);
   rep.blank();
   return std::move(read.raw);
 }
@@ -135,32 +130,28 @@ PreparedSurface preparesurfacestep(Reporter &rep, RawSurface &raw, const Toleran
   return prep;
 }
 
-QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file, std::string &stlpath, int &byteorder,
-                      const Folder &in) {
+QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file, StlMemory &memory, const Folder &in) {
   rep.say(title);
-  stlpath = rtrim(file);
-  RawSurface raw = readstlstep(rep, stlpath, byteorder, in);
+  RawSurface raw = readstlstep(rep, rtrim(file), memory, in);
   rep.say("Calculating surface normals");
   const double box[6] = {raw.box.min[0], raw.box.min[1], raw.box.min[2],
                          raw.box.max[0], raw.box.max[1], raw.box.max[2]};
   return makequeryset(std::move(raw.vrt), raw.ntri, box);
 }
 
-RawSurface readbackstep(Reporter &rep, const std::string &file, std::string &stlpath, int &byteorder,
-                        const Folder &in) {
+RawSurface readbackstep(Reporter &rep, const std::string &file, StlMemory &memory, const Folder &in) {
   rep.blank();
-  stlpath = rtrim(file);
-  RawSurface raw = readstlstep(rep, stlpath, byteorder, in);
+  RawSurface raw = readstlstep(rep, rtrim(file), memory, in);
   readbackbox(raw);
   return raw;
 }
 
 std::string recheckstep(Reporter &rep, const std::string &outstlpath, const RecheckSettings &settings,
-                        std::string &stlpath, int &byteorder, const Folder &in) {
+                        StlMemory &memory, const Folder &in) {
   std::string entry = rtrim(outstlpath);
-  RawSurface raw = readbackstep(rep, entry, stlpath, byteorder, in);
+  RawSurface raw = readbackstep(rep, entry, memory, in);
   // The warnings on watertightness name the output as given.
-  PreparedSurface prep = preparesurfacestep(rep, raw, settings.tolerances, entry, stlpath);
+  PreparedSurface prep = preparesurfacestep(rep, raw, settings.tolerances, entry, memory.path);
   if (prep.check.status == 0) {
     // The line stays; the normals themselves would have no reader.
     rep.say("Calculating surface normals");

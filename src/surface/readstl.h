@@ -45,6 +45,19 @@ struct StlRead {
 enum class StlStage { source, attempt, form };
 using StlStageFn = std::function<void(StlStage stage, const StlRead &sofar)>;
 
+// What the reads of a run carry from one file to the next: the byte order to try first (the one
+// that read the last binary file; 0 before any) and the file the last read took (the repaired
+// sibling when there was one), which the warnings on the surface name.
+struct StlMemory {
+  std::string path;
+  int byteorder = 0;
+  // Takes what a read has found by any of its stages.
+  void remember(const StlRead &sofar) {
+    path = sofar.path;
+    byteorder = sofar.byteorder;
+  }
+};
+
 // The read of one surface: the repaired sibling of `path` when there is one, then the text
 // attempt, then the binary attempts (the remembered `byteorder` first when not 0, then orders
 // 1 to 4 until one reads), then the box. onstage, when given, is told each stage. Throws Fatal:

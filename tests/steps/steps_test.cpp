@@ -26,12 +26,13 @@ struct Read {
   std::string out, fatal, path;
 };
 
-// One read as a step of the run; byteorder is carried from read to read as the run does.
-Read readcapture(const std::string &path, int &byteorder) {
+// One read as a step of the run; the memory is carried from read to read as the run does, and
+// r.path is the file it names afterwards.
+Read readcapture(const std::string &path, wf::StlMemory &memory) {
   Read r;
-  r.path = path;
   CapturedReporter cap;
-  r.fatal = fatalof([&] { r.raw = wf::readstlstep(cap.rep, r.path, byteorder); });
+  r.fatal = fatalof([&] { r.raw = wf::readstlstep(cap.rep, path, memory); });
+  r.path = memory.path;
   r.out = cap.text();
   return r;
 }
@@ -71,10 +72,10 @@ TEST(SurfaceSteps, ReadAsciiLines) {
   Soup s = tetrahedron(0.1);
   for (double &x : s) x -= 3.0;
   writefile(path, asciistl(s));
-  int order = 0;
-  const Read r = readcapture(path, order);
+  wf::StlMemory memory;
+  const Read r = readcapture(path, memory);
   ASSERT_EQ(r.fatal, "none") << r.out;
-  EXPECT_EQ(order, 0);
+  EXPECT_EQ(memory.byteorder, 0);
   const std::string lo = wf::scitext(-3.0), hi = wf::scitext(0.1 - 3.0);
   EXPECT_EQ(splitlines(r.out), Lines({" Reading " + path, " ASCII STL file", " Bounding box:", lo + " <= x <= " + hi,
                                       lo + " <= y <= " + hi, lo + " <= z <= " + hi, "", " Number of vertices  = 12",
@@ -94,12 +95,12 @@ TEST(SurfaceSteps, ReadByteOrderLinesAndTheirMemory) {
                                                         {"be", {native, native, little, big}, 3},
                                                         {"be", {big}, 3},
                                                         {"solid", {big, native}, 1}};
-  int order = 0;
+  wf::StlMemory memory;
   for (const auto &[file, formats, want] : steps) {
-    const Read r = readcapture(dir + "/" + file + ".stl", order);
+    const Read r = readcapture(dir + "/" + file + ".stl", memory);
     ASSERT_EQ(r.fatal, "none") << r.out;
     EXPECT_EQ(formatlines(r.out), formats) << file;
-    EXPECT_EQ(order, want) << file;
+    EXPECT_EQ(memory.byteorder, want) << file;
     EXPECT_TRUE(hasline(r.out, " Binary STL file") && hasline(r.out, " Number of triangles = 12"));
   }
 }
@@ -111,10 +112,10 @@ TEST(SurfaceSteps, ReadOfAFileNoByteOrderReads) {
   const std::string full = binarystl(tetrahedron(5.0));
   for (const std::string &bad : {std::string(50, 'x'), full.substr(0, full.size() - 30)}) {
     writefile(dir + "/bad.stl", bad);
-    int order = 0;
-    const Read r = readcapture(dir + "/bad.stl", order);
+    wf::StlMemory memory;
+    const Read r = readcapture(dir + "/bad.stl", memory);
     EXPECT_EQ(r.fatal, "130") << r.out;
-    EXPECT_EQ(order, 4);
+    EXPECT_EQ(memory.byteorder, 4);
     const Lines lines = splitlines(r.out);
     ASSERT_EQ(lines.size(), 6u) << r.out;
     EXPECT_EQ(lines[4], " Reading in non-native format...");
@@ -126,8 +127,8 @@ TEST(SurfaceSteps, ReadRepairedSiblingLines) {
   const std::string dir = tempdir("steprepair");
   writefile(dir + "/part.v2.stl", binarystl(tetrahedron(1.0)));
   writefile(dir + "/part.v2_ls_repair.stl", binarystl(cube(2.0)));
-  int order = 0;
-  const Read r = readcapture(dir + "/part.v2.stl", order);
+  wf::StlMemory memory;
+  const Read r = readcapture(dir + "/part.v2.stl", memory);
   EXPECT_EQ(r.path, dir + "/part.v2_ls_repair.stl");
   const Lines lines = splitlines(r.out);
   ASSERT_GE(lines.size(), 4u);
@@ -198,15 +199,15 @@ TEST(SurfaceSteps, ReadBackAndQuerySetLines) {
   const std::string dir = tempdir("stepback");
   writefile(dir + "/out.stl", binarystl(cube(2.0)));
   CapturedReporter cap;
-  std::string path;
-  int order = 0;
-  const wf::RawSurface back = wf::readbackstep(cap.rep, dir + "/out.stl   ", path, order);
-  EXPECT_EQ(path, dir + "/out.stl");  // the blanks of the field cut
+  wf::StlMemory memory;
+  const wf::RawSurface back = wf::readbackstep(cap.rep, dir + "/out.stl   ", memory);
+  EXPECT_EQ(memory.path, dir + "/out.stl");  // the blanks of the field cut
+  EXPECT_EQ(memory.byteorder, 1);
   EXPECT_EQ(back.ntri, 12);
   Lines lines = splitlines(cap.text());
   ASSERT_GE(lines.size(), 2u);
   EXPECT_EQ(Lines(lines.begin(), lines.begin() + 2), Lines({"", " Reading " + dir + "/out.stl"}));
-  const wf::QuerySet set = wf::querysetstep(cap.rep, "Processing reference geometry", dir + "/out.stl", path, order);
+  const wf::QuerySet set = wf::querysetstep(cap.rep, "Processing reference geometry", dir + "/out.stl", memory);
   lines = splitlines(cap.text());
   ASSERT_GE(lines.size(), 3u);
   EXPECT_EQ(lines.front(), " Processing reference geometry");
