@@ -86,8 +86,8 @@ void processsurface(Reporter &rep, RunData &run, int i) {
     refine.refinetolsq = st.refinetolsq();
     refine.progressbase = names.progressbase;
     refine.progressshare = names.progressshare;
-    warpstl(rep, warpfield(run), st.inpuflag, run.refminz, WarpScales{run.files.stlscale, st.unitscale}, refine, mesh,
-            edges);
+    warpstep(rep, warpfield(run), st.inpuflag, run.refminz, WarpScales{run.files.stlscale, st.unitscale}, refine, mesh,
+             edges);
     edges = EdgeTable();
 
     rep.say("Calculating surface normals");

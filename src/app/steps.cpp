@@ -169,6 +169,33 @@ std::string recheckstep(Reporter &rep, const std::string &outstlpath, const Rech
   return entry;
 }
 
+void warpstep(Reporter &rep, const WarpField &field, bool nodecheck, double refminz, const WarpScales &scales,
+              const RefineParams &refine, SurfaceMesh &mesh, EdgeTable &edges) {
+  const auto onstage = [&](WarpStage stage) {
+    switch (stage) {
+      case WarpStage::manynodes:
+        rep.blank();
+        rep.say("WARNING:  number of nodes for weighted averaging is");
+        rep.say("          greater than 10% of the total number of");
+        rep.say("          nodes");
+        rep.blank();
+        break;
+      case WarpStage::displace: rep.say("Displacing original STL vertices ..."); break;
+      case WarpStage::refine:
+        rep.say("Refining STL edges ...");
+        rep.blank();
+        break;
+    }
+  };
+  const RefineCounts counts =
+      warpstl(field, nodecheck, refminz, scales, refine, mesh, edges, onstage,
+              [&](int32_t edge, int32_t nedges, int32_t percent) { rep.progress(edge, nedges, percent); });
+  rep.blank();
+  rep.say("Active triangles = " + inttext(counts.active));
+  rep.say("Total  triangles = " + inttext(counts.total));
+  rep.say("Number of vertices = " + inttext(mesh.nvrt));
+}
+
 NodeGrid nodegridstep(Reporter &rep, const Simulation &sim) {
   NodeGrid g = gridlayout(sim.nodexyz.data(), sim.nnodes);
   rep.say(" Number of nodal partitions = " + inttext(g.nx) + " x " + inttext(g.ny) + " x " + inttext(g.nz));

@@ -14,6 +14,7 @@
 #include "surface/readstl.h"
 #include "warp/closestpoint.h"
 #include "warp/nodegrid.h"
+#include "warp/warpstl.h"
 
 namespace wf {
 
@@ -44,6 +45,13 @@ QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file,
 // blanks cut; memory and `in` as for readstlstep) and the box of the read-back
 // (recheck/readback.h).
 RawSurface readbackstep(Reporter &rep, const std::string &file, StlMemory &memory, const Folder &in = Folder());
+
+// The warp of a prepared surface (warp/warpstl.h) with its console lines: the warning on the
+// number of averaged nodes, "Displacing original STL vertices ...", "Refining STL edges ...",
+// the refinement's progress, the counts of triangles and the number of vertices. Throws what
+// warpstl throws (174, 32).
+void warpstep(Reporter &rep, const WarpField &field, bool nodecheck, double refminz, const WarpScales &scales,
+              const RefineParams &refine, SurfaceMesh &mesh, EdgeTable &edges);
 
 struct RecheckSettings {
   Tolerances tolerances;

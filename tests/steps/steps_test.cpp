@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "app/steps.h"
+#include "base/text.h"
 #include "base/textio.h"
 #include "reporting.h"
 #include "shapes.h"
@@ -214,4 +215,54 @@ TEST(SurfaceSteps, ReadBackAndQuerySetLines) {
   EXPECT_EQ(lines[1], " Reading " + dir + "/out.stl");
   EXPECT_EQ(lines.back(), " Calculating surface normals");
   EXPECT_EQ(set.bbox[5], 2.0);
+}
+
+// The warp's lines in their order: the warning on the number of averaged nodes (here 2 of 8,
+// above a tenth), the two stage lines, the progress of the walk, the counts of the refinement
+// and of the vertices; without the node check, no warning.
+TEST(SurfaceSteps, WarpLinesInTheirOrder) {
+  wf::Simulation sim;
+  sim.nnodes = 8;
+  for (int k = 0; k < 8; ++k) {
+    for (int a = 0; a < 3; ++a) sim.nodexyz.push_back(((k >> a) & 1) * 4.0 - 1.0);
+    for (int a = 0; a < 3; ++a) sim.nodedisp.push_back(0.0);
+  }
+  sim.nodeactive.assign(8, 255);
+  wf::NodeGrid grid = wf::gridlayout(sim.nodexyz.data(), sim.nnodes);
+  wf::filenodes(grid, sim.nodexyz.data(), sim.nnodes);
+  wf::WarpField field;
+  field.sim = &sim;
+  field.grid = &grid;
+  field.params.navg = 2;
+  wf::RefineParams refine;
+  refine.maxedge = 0.6;
+  refine.minedge = 0.1;
+  for (bool nodecheck : {true, false}) {
+    SCOPED_TRACE(nodecheck);
+    wf::PreparedSurface prep = preparedof(cube(1.0));
+    CapturedReporter cap;
+    wf::warpstep(cap.rep, field, nodecheck, 0.0, wf::WarpScales{}, refine, prep.mesh, prep.edges);
+    Lines lines, progress;
+    for (const std::string &l : splitlines(cap.text())) (contains(l, " Progress = ") ? progress : lines).push_back(l);
+    // The triangles made in all, live or dead, are more than the live ones.
+    ASSERT_GE(lines.size(), 2u);
+    std::string &total = lines[lines.size() - 2];
+    ASSERT_EQ(total.substr(0, 20), " Total  triangles = ");
+    EXPECT_GT(std::stoll(total.substr(20)), prep.mesh.ntri);
+    total.resize(20);
+    EXPECT_FALSE(progress.empty());
+    EXPECT_EQ(progress.back().substr(0, 16), " Progress =  99 ");
+    Lines want = {" Displacing original STL vertices ...",
+                  " Refining STL edges ...",
+                  "",
+                  "",
+                  " Active triangles = " + wf::inttext(prep.mesh.ntri),
+                  " Total  triangles = ",
+                  " Number of vertices = " + wf::inttext(prep.mesh.nvrt)};
+    if (nodecheck)
+      want.insert(want.begin(), {"", " WARNING:  number of nodes for weighted averaging is",
+                                 "           greater than 10% of the total number of", "           nodes", ""});
+    EXPECT_EQ(lines, want);
+    EXPECT_GT(prep.mesh.ntri, 12);  // the walk split the cube's edges
+  }
 }
