@@ -151,13 +151,12 @@ int main(int argc, char **argv) {
   // Surface preparation: read, snap, merge, edges.
   wf::SurfaceMesh mesh0;
   wf::EdgeTable edges0;
-  int byteorder = 0;
+  wf::StlMemory memory;
   const double tprep = best(repeats, nullptr, [&] {
-    std::string path = "part.stl";
-    wf::RawSurface raw = wf::readstlstep(rep, path, byteorder);
+    wf::RawSurface raw = wf::readstlstep(rep, "part.stl", memory);
     mesh0 = wf::SurfaceMesh();
     edges0 = wf::EdgeTable();
-    wf::PreparedSurface prep = wf::preparesurfacestep(rep, raw, wf::Tolerances(), "part.stl", path);
+    wf::PreparedSurface prep = wf::preparesurfacestep(rep, raw, wf::Tolerances(), "part.stl", memory.path);
     mesh0 = std::move(prep.mesh);
     edges0 = std::move(prep.edges);
   });

@@ -136,9 +136,8 @@ int main(int argc, char **argv) {
   std::FILE *devnull = std::fopen("/dev/null", "w");
   wf::Reporter rep(devnull);
   wf::setfpmode();
-  std::string path = folder + "/part.stl";
-  int byteorder = 0;
-  const wf::RawSurface source = wf::readstlstep(rep, path, byteorder);
+  wf::StlMemory memory;
+  const wf::RawSurface source = wf::readstlstep(rep, folder + "/part.stl", memory);
 
   Phase phases[2][4] = {
       {{"snap", {}, {}}, {"merge", {}, {}}, {"edges (+ inverted count)", {}, {}}, {"preparesurface (all)", {}, {}}},
@@ -152,7 +151,7 @@ int main(int argc, char **argv) {
     const pid_t pid = fork();
     if (pid == 0) {
       close(fds[0]);
-      const Figures g = runphases(rep, source, path);
+      const Figures g = runphases(rep, source, memory.path);
       const ssize_t w = write(fds[1], &g, sizeof g);
       _exit(w == static_cast<ssize_t>(sizeof g) ? 0 : 1);
     }
@@ -164,7 +163,7 @@ int main(int argc, char **argv) {
     if (got != static_cast<ssize_t>(sizeof f)) return 1;
     for (int k = 0; k < 4; ++k) phases[0][k].add(f.cpu[k], f.wall[k]);
     // Warm: again in this process, whose heap keeps what the earlier repeats freed.
-    f = runphases(rep, source, path);
+    f = runphases(rep, source, memory.path);
     for (int k = 0; k < 4; ++k) phases[1][k].add(f.cpu[k], f.wall[k]);
   }
   std::printf(

@@ -30,25 +30,17 @@ namespace wf {
 
 namespace {
 
-// Changes the current folder; an empty name stays where it is, and a failure is not fatal:
-// the next open of a file reports what is missing.
-void changefolder(const std::string &folder) {
-  if (folder.empty()) return;
-  std::error_code ec;
-  fs::current_path(folder, ec);
-}
-
 // What the run has loaded for all its surfaces.
 struct RunData {
   Settings settings;
   JobFiles files;
   CaseInfo caseinfo;
+  RunFolders folders;
   Simulation sim;
   NodeGrid grid;
   QuerySet ref, scn;
   double refminz = 0;
-  int stlbyteorder = 0;  // remembered between surface reads
-  std::string stlpath;   // the file the last read took
+  StlMemory stl;  // carried from read to read
 };
 
 WarpField warpfield(const RunData &run) {
@@ -73,17 +65,17 @@ WarpField warpfield(const RunData &run) {
 // One pass of the surface loop: read, prepare, warp, normals, the outputs, the check.
 void processsurface(Reporter &rep, RunData &run, int i) {
   const Settings &st = run.settings;
-  const SurfaceNames names = surfacenames(rep, st, run.files, i);
-  run.stlpath = names.stlpath;
+  const SurfaceNames names = surfacenames(rep, st, run.files, run.folders, i);
+  const Folder &in = run.folders.surfaces;
   std::string outstlpath = names.outstlpath;
   {
-    RawSurface raw = readstlstep(rep, run.stlpath, run.stlbyteorder);
+    RawSurface raw = readstlstep(rep, names.stlpath, run.stl, in);
     // The watertightness warnings name the surface by its ID in the job's list.
     const JobFiles &jf = run.files;
     const std::string surfacename = names.curstlid >= 1 && names.curstlid <= jf.stlfiles.n
                                         ? rtrim(jf.stlfiles[static_cast<size_t>(names.curstlid - 1)])
-                                        : rtrim(run.stlpath);
-    PreparedSurface prep = preparesurfacestep(rep, raw, st.tolerances, surfacename, run.stlpath);
+                                        : rtrim(run.stl.path);
+    PreparedSurface prep = preparesurfacestep(rep, raw, st.tolerances, surfacename, run.stl.path);
     SurfaceMesh &mesh = prep.mesh;
     EdgeTable &edges = prep.edges;
 
@@ -94,8 +86,8 @@ void processsurface(Reporter &rep, RunData &run, int i) {
     refine.refinetolsq = st.refinetolsq();
     refine.progressbase = names.progressbase;
     refine.progressshare = names.progressshare;
-    warpstl(rep, warpfield(run), st.inpuflag, run.refminz, WarpScales{run.files.stlscale, st.unitscale}, refine, mesh,
-            edges);
+    warpstep(rep, warpfield(run), st.inpuflag, run.refminz, WarpScales{run.files.stlscale, st.unitscale}, refine, mesh,
+             edges);
     edges = EdgeTable();
 
     rep.say("Calculating surface normals");
@@ -105,32 +97,32 @@ void processsurface(Reporter &rep, RunData &run, int i) {
     if (form == StlForm::ascii || form == StlForm::asciijoined)
       facetnormals(mesh.vrt.data(), static_cast<size_t>(mesh.nvrt), mesh.tri.data(), mesh.ntri, nrgtri);
     const std::string out = rtrim(outstlpath);
-    writestl(mesh, &nrgtri, out, StlForm(st.stlformat));
+    writestl(mesh, &nrgtri, out, StlForm(st.stlformat), in);
     if (StlForm(st.stlformat) == StlForm::binary) rep.say("Finished writing binary STL file " + out);
 
     if (st.wrtuflag) {
       const std::string path = rtrim(names.wrtupath);
-      writetextreport(mesh, path);
+      writetextreport(mesh, path, in);
       rep.say("Finished writing file " + path);
     }
     if (st.ovtkflag) {
       const std::string path = vtkname(out);
-      writevtk(mesh, dispsingle(mesh, "writevtkstep, dispsingle, 1"), path);
+      writevtk(mesh, dispsingle(mesh, "writevtkstep, dispsingle, 1"), path, in);
       rep.finishedfile(path);
       rep.say("Finished writing VTK file " + path);
     }
-    if (st.o3dmflag) write3mf(rep, mesh, dispsingle(mesh, "write3mfstep, dispsingle, 1"), packagefolder(out));
+    if (st.o3dmflag) write3mf(rep, mesh, dispsingle(mesh, "write3mfstep, dispsingle, 1"), packagefolder(out), in);
     // The arrays of the pass are released here, before the read-back.
   }
   if (st.tsrdflag) {
     const RecheckSettings settings{st.tolerances, st.repairtol, st.tsreflag};
-    outstlpath = recheckstep(rep, outstlpath, settings, run.stlpath, run.stlbyteorder);
+    outstlpath = recheckstep(rep, outstlpath, settings, run.stl, in);
   }
   if (st.o3mfflag) {
     // The path is passed as it stands, blanks and all (the padding of recheckstep, kept
     // deliberately: see recheckstep in app/steps.cpp).
     const std::string plain = plain3mfname(outstlpath);
-    if (convertto3mf(rep, outstlpath.c_str(), plain.c_str()) != 0) {
+    if (convertto3mf(rep, outstlpath.c_str(), plain.c_str(), in) != 0) {
       rep.say("Warning:  3MF conversion was not successful.");
       rep.blank();
     }
@@ -163,7 +155,8 @@ void splitpath(const std::string &path, std::string &folder, std::string &name, 
   }
 }
 
-void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &st, JobFiles &jf, CaseInfo &caseinfo) {
+void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &st, JobFiles &jf, CaseInfo &caseinfo,
+             RunFolders &folders) {
   loadcatalogue(rep);
   rep.opensignal();
   readdeck(rep, args, st, jf);
@@ -175,8 +168,8 @@ void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &st, 
   }
   jf.inputfolder.assign(1, '.');
   if (st.inpuflag) {
-    // Both folders are fixed against the folder the run started in, so that the change to the
-    // case folder does not move the meaning of a relative input folder.
+    // Both folders are taken from the folder the run started in: a relative input folder does
+    // not mean a folder below the case folder.
     std::error_code ec;
     const fs::path start = fs::current_path(ec);
     std::string folder, name, ext;
@@ -186,20 +179,22 @@ void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &st, 
     jf.casestem = name;
     jf.casefile = name + ext;
     jf.casefolder = folder;
-    changefolder(jf.casefolder);
-    caseinfo = readcase(rep, jf.casefile);
+    folders.cases = Folder().enter(jf.casefolder);
+    caseinfo = readcase(rep, jf.casefile, folders.cases);
     selectincrement(caseinfo, st.incoffset, jf);
   }
+  folders.surfaces = folders.cases.enter(jf.inputfolder);
   selectsurfaces(rep, st, caseinfo.ninc, jf);
   if (st.inpuflag) {
     // Kept deliberately: the displacement file is looked for under results/ of the case folder
     // also in the cloud layout, where the mesh file comes from below the cloud folder
     // (simresults/readgeo). [not pinned]
-    jf.dispfile = rtrim(findresultfile("results/" + rtrim(jf.casestem) + "00_", jf.resultfilenumber, ".dis.ens"));
+    jf.dispfile =
+        rtrim(findresultfile("results/" + rtrim(jf.casestem) + "00_", jf.resultfilenumber, ".dis.ens", folders.cases));
   }
 }
 
-SurfaceNames surfacenames(Reporter &rep, const Settings &st, const JobFiles &jf, int i) {
+SurfaceNames surfacenames(Reporter &rep, const Settings &st, const JobFiles &jf, RunFolders &folders, int i) {
   SurfaceNames n;
   n.progressbase = static_cast<int32_t>(std::lround(99.0 * (i - 1) / jf.nsurfaces));
   n.progressshare = 1.0 / jf.nsurfaces;
@@ -213,11 +208,12 @@ SurfaceNames surfacenames(Reporter &rep, const Settings &st, const JobFiles &jf,
     n.outstlpath = rtrim(jf.inputfile) + "_" + std::to_string(i) + "_warp.stl";
   }
   // Kept deliberately: the report's name depends on whether an earlier output stands there, in
-  // the folder the pass starts in: a first run writes job_1_warp.stl_wrtu.txt, a run over its
-  // output job_1_warp_wrtu.txt. [pinned: regression jobs forma_wrtu, nrle_fixz (first run);
-  // SurfaceNames.ReportNameDependsOnAnEarlierOutput (second run)]
+  // the folder the pass starts in (the case folder in the first pass): a first run writes
+  // job_1_warp.stl_wrtu.txt, a run over its output job_1_warp_wrtu.txt. [pinned: regression
+  // jobs forma_wrtu, nrle_fixz (first run); SurfaceNames.ReportNameDependsOnAnEarlierOutput
+  // (second run); Jobs.TheFirstPassLooksForAnEarlierOutputInTheCaseFolder (the folder)]
   std::string copy = n.outstlpath;
-  if (fileexists(copy)) copy = stripext(copy);
+  if (fileexists(folders.here().at(copy))) copy = stripext(copy);
   n.wrtupath = rtrim(copy) + "_wrtu.txt";
   const std::string out = rtrim(n.outstlpath);
   for (int j = 0; j < jf.stlfiles.n; ++j)
@@ -226,7 +222,7 @@ SurfaceNames surfacenames(Reporter &rep, const Settings &st, const JobFiles &jf,
   // The list no longer holds the surface of this ID.
   if (n.stlpath.empty()) fatal(197, {std::to_string(n.curstlid)});
   rep.say("STL file = " + n.stlpath);
-  changefolder(jf.inputfolder);
+  folders.insurfaces = true;
   return n;
 }
 
@@ -243,22 +239,25 @@ void finishsurface(Reporter &rep, const std::string &outstlpath) {
 int runwarpforge(Reporter &rep, const std::vector<std::string> &args) {
   setfpmode();
   RunData run;
-  initrun(rep, args, run.settings, run.files, run.caseinfo);
+  initrun(rep, args, run.settings, run.files, run.caseinfo, run.folders);
   const Settings &st = run.settings;
+  const Folder &cases = run.folders.cases;
   if (!st.scngflag) {
-    readgeo(rep, run.caseinfo, run.files.casestem, run.files.meshfilenumber, ".geo", run.sim);
+    readgeo(rep, run.caseinfo, run.files.casestem, run.files.meshfilenumber, ".geo", run.sim, cases);
     marknodes(run.sim);
     run.grid = nodegridstep(rep, run.sim);
-    readvariable(rep, run.files.dispfile, run.sim);
+    readvariable(rep, run.files.dispfile, run.sim, cases);
   }
+  // The reference and scanned geometries are named from the case folder: the surface loop has
+  // not yet entered the folder of the solver input file.
   if (st.refgflag) {
     run.ref = querysetstep(rep, "Processing reference geometry", st.reffiles.n > 0 ? st.reffiles[0] : std::string(),
-                           run.stlpath, run.stlbyteorder);
+                           run.stl, run.folders.here());
     run.refminz = run.ref.bbox[2];
   }
   if (st.scngflag) {
     run.scn = querysetstep(rep, "Processing scanned geometry", st.scnfiles.n > 0 ? st.scnfiles[0] : std::string(),
-                           run.stlpath, run.stlbyteorder);
+                           run.stl, run.folders.here());
   }
   const int n = run.files.nsurfaces;
   for (int i = 1; i <= n; ++i) processsurface(rep, run, i);

@@ -28,27 +28,25 @@ void boxline(Reporter &rep, const BBox &box, int k, const char *text) {
 
 }  // namespace
 
-RawSurface readstlstep(Reporter &rep, std::string &stlpath, int &byteorder) {
-  rep.say("Reading " + stlpath);
-  StlRead read = readstl(stlpath, byteorder, [&](StlStage stage, const StlRead &sofar) {
+RawSurface readstlstep(Reporter &rep, const std::string &file, StlMemory &memory, const Folder &in) {
+  memory.path = file;
+  rep.say("Reading " + file);
+  const auto onstage = [&](StlStage stage, const StlRead &sofar) {
+    memory.remember(sofar);
     switch (stage) {
       case StlStage::source:
-        stlpath = sofar.path;
         if (sofar.repaired) {
           rep.say("Detected repaired STL.");
-          rep.say("Reading " + stlpath + " instead...");
+          rep.say("Reading " + sofar.path + " instead...");
         }
         break;
       case StlStage::attempt:
-        byteorder = sofar.byteorder;
         rep.say(std::string("Reading in ") + byteorderword(sofar.orders.back()) + " format...");
         break;
-      case StlStage::form:
-        byteorder = sofar.byteorder;
-        rep.say(sofar.ascii ? "ASCII STL file" : "Binary STL file");
-        break;
+      case StlStage::form: rep.say(sofar.ascii ? "ASCII STL file" : "Binary STL file"); break;
     }
-  });
+  };
+  StlRead read = readstl(file, memory.byteorder, onstage, in);
   const RawSurface &raw = read.raw;
   rep.say("Bounding box:");
   boxline(rep, raw.box, 0, " <= x <= ");
@@ -57,7 +55,7 @@ RawSurface readstlstep(Reporter &rep, std::string &stlpath, int &byteorder) {
   rep.blank();
   rep.say("Number of vertices  = " + inttext(raw.nvrt, true));
   rep.say("Number of triangles = " + inttext(raw.ntri, true));
-  rep.say("Finished reading " + stlpath);
+  rep.say("Finished reading " + read.path);
   rep.blank();
   return std::move(read.raw);
 }
@@ -132,30 +130,28 @@ PreparedSurface preparesurfacestep(Reporter &rep, RawSurface &raw, const Toleran
   return prep;
 }
 
-QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file, std::string &stlpath, int &byteorder) {
+QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file, StlMemory &memory, const Folder &in) {
   rep.say(title);
-  stlpath = rtrim(file);
-  RawSurface raw = readstlstep(rep, stlpath, byteorder);
+  RawSurface raw = readstlstep(rep, rtrim(file), memory, in);
   rep.say("Calculating surface normals");
   const double box[6] = {raw.box.min[0], raw.box.min[1], raw.box.min[2],
                          raw.box.max[0], raw.box.max[1], raw.box.max[2]};
   return makequeryset(std::move(raw.vrt), raw.ntri, box);
 }
 
-RawSurface readbackstep(Reporter &rep, const std::string &file, std::string &stlpath, int &byteorder) {
+RawSurface readbackstep(Reporter &rep, const std::string &file, StlMemory &memory, const Folder &in) {
   rep.blank();
-  stlpath = rtrim(file);
-  RawSurface raw = readstlstep(rep, stlpath, byteorder);
+  RawSurface raw = readstlstep(rep, rtrim(file), memory, in);
   readbackbox(raw);
   return raw;
 }
 
 std::string recheckstep(Reporter &rep, const std::string &outstlpath, const RecheckSettings &settings,
-                        std::string &stlpath, int &byteorder) {
+                        StlMemory &memory, const Folder &in) {
   std::string entry = rtrim(outstlpath);
-  RawSurface raw = readbackstep(rep, entry, stlpath, byteorder);
+  RawSurface raw = readbackstep(rep, entry, memory, in);
   // The warnings on watertightness name the output as given.
-  PreparedSurface prep = preparesurfacestep(rep, raw, settings.tolerances, entry, stlpath);
+  PreparedSurface prep = preparesurfacestep(rep, raw, settings.tolerances, entry, memory.path);
   if (prep.check.status == 0) {
     // The line stays; the normals themselves would have no reader.
     rep.say("Calculating surface normals");
@@ -163,7 +159,7 @@ std::string recheckstep(Reporter &rep, const std::string &outstlpath, const Rech
     // The preparation has printed the warning on the non-manifold edges; its arrays go before
     // the repair.
     prep = PreparedSurface();
-    entry = sendtorepair(rep, entry, settings.repairtol, settings.tsre);
+    entry = sendtorepair(rep, entry, settings.repairtol, settings.tsre, in);
   }
   // Kept deliberately: the name comes back as a blank-padded field of 8192 characters, and the
   // pass hands it to the plain 3MF conversion as it stands: its extension carries the blanks,
@@ -171,6 +167,33 @@ std::string recheckstep(Reporter &rep, const std::string &outstlpath, const Rech
   // plain 3MF file. [pinned: regression jobs tsrd_repair, tsrd_clean_istl]
   entry.resize(PATHFIELD, ' ');
   return entry;
+}
+
+void warpstep(Reporter &rep, const WarpField &field, bool nodecheck, double refminz, const WarpScales &scales,
+              const RefineParams &refine, SurfaceMesh &mesh, EdgeTable &edges) {
+  const auto onstage = [&](WarpStage stage) {
+    switch (stage) {
+      case WarpStage::manynodes:
+        rep.blank();
+        rep.say("WARNING:  number of nodes for weighted averaging is");
+        rep.say("          greater than 10% of the total number of");
+        rep.say("          nodes");
+        rep.blank();
+        break;
+      case WarpStage::displace: rep.say("Displacing original STL vertices ..."); break;
+      case WarpStage::refine:
+        rep.say("Refining STL edges ...");
+        rep.blank();
+        break;
+    }
+  };
+  const RefineCounts counts =
+      warpstl(field, nodecheck, refminz, scales, refine, mesh, edges, onstage,
+              [&](int32_t edge, int32_t nedges, int32_t percent) { rep.progress(edge, nedges, percent); });
+  rep.blank();
+  rep.say("Active triangles = " + inttext(counts.active));
+  rep.say("Total  triangles = " + inttext(counts.total));
+  rep.say("Number of vertices = " + inttext(mesh.nvrt));
 }
 
 NodeGrid nodegridstep(Reporter &rep, const Simulation &sim) {

@@ -14,6 +14,7 @@
 #include "surface/readstl.h"
 #include "warp/closestpoint.h"
 #include "warp/nodegrid.h"
+#include "warp/warpstl.h"
 
 namespace wf {
 
@@ -22,10 +23,11 @@ namespace wf {
 NodeGrid nodegridstep(Reporter &rep, const Simulation &sim);
 
 // The read of one surface: "Reading", the repaired sibling taken, the byte orders tried, the
-// form, the box and the counts. stlpath receives the file read (the repaired sibling when
-// there is one) and byteorder the order to remember, each as soon as the read knows it.
+// form, the box and the counts. The read starts from memory's byte order, and memory takes the
+// file read (`file` or its repaired sibling) and the order to remember as soon as the read
+// knows them. The file is looked for in `in` and named as given.
 // Throws what readstl throws (130, 131 and the attempts' messages).
-RawSurface readstlstep(Reporter &rep, std::string &stlpath, int &byteorder);
+RawSurface readstlstep(Reporter &rep, const std::string &file, StlMemory &memory, const Folder &in = Folder());
 
 // The preparation of a soup with its console lines: the tolerance (and its warning when
 // raised), the merge, the edges with the warnings on watertightness (naming `surfacename`)
@@ -33,14 +35,23 @@ RawSurface readstlstep(Reporter &rep, std::string &stlpath, int &byteorder);
 PreparedSurface preparesurfacestep(Reporter &rep, RawSurface &raw, const Tolerances &rules,
                                    const std::string &surfacename, const std::string &stlpath);
 
-// A reference or scanned geometry as a query set: the title line, the read of `file` (stlpath
-// and byteorder as for readstlstep), "Calculating surface normals", and the set. Throws what
-// the read throws.
-QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file, std::string &stlpath, int &byteorder);
+// A reference or scanned geometry as a query set: the title line, the read of `file` (trailing
+// blanks cut; memory and `in` as for readstlstep), "Calculating surface normals", and the set.
+// Throws what the read throws.
+QuerySet querysetstep(Reporter &rep, const char *title, const std::string &file, StlMemory &memory,
+                      const Folder &in = Folder());
 
 // The read-back of a written surface for its check: a blank line, the read of `file` (trailing
-// blanks cut) and the box of the read-back (recheck/readback.h).
-RawSurface readbackstep(Reporter &rep, const std::string &file, std::string &stlpath, int &byteorder);
+// blanks cut; memory and `in` as for readstlstep) and the box of the read-back
+// (recheck/readback.h).
+RawSurface readbackstep(Reporter &rep, const std::string &file, StlMemory &memory, const Folder &in = Folder());
+
+// The warp of a prepared surface (warp/warpstl.h) with its console lines: the warning on the
+// number of averaged nodes, "Displacing original STL vertices ...", "Refining STL edges ...",
+// the refinement's progress, the counts of triangles and the number of vertices. Throws what
+// warpstl throws (174, 32).
+void warpstep(Reporter &rep, const WarpField &field, bool nodecheck, double refminz, const WarpScales &scales,
+              const RefineParams &refine, SurfaceMesh &mesh, EdgeTable &edges);
 
 struct RecheckSettings {
   Tolerances tolerances;
@@ -52,9 +63,9 @@ struct RecheckSettings {
 // normals (nothing reads them further), any other goes to repair. Returns the file that stands
 // for the output afterwards as a blank-padded field of 8192 characters (the output, or the
 // repaired file whether or not the repair succeeded: the padding is what the rest of the pass
-// compares with, so a repaired output is not converted to the plain package). stlpath and
-// byteorder are those of the reader.
+// compares with, so a repaired output is not converted to the plain package). memory is that of
+// the reads; the output and its repair are relative to `in`.
 std::string recheckstep(Reporter &rep, const std::string &outstlpath, const RecheckSettings &settings,
-                        std::string &stlpath, int &byteorder);
+                        StlMemory &memory, const Folder &in = Folder());
 
 }  // namespace wf

@@ -22,8 +22,8 @@ void checkread(int status, const std::string &file) {
   fatal(29, {text256(file), std::to_string(status)});
 }
 
-void checkexists(const std::string &file) {
-  if (!fileexists(file)) fatal(30, {file, file});
+void checkexists(const std::string &file, const Folder &in) {
+  if (!fileexists(in.at(file))) fatal(30, {file, file});
 }
 
 void checkopen(int status, const std::string &file) {

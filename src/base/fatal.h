@@ -16,6 +16,8 @@
 #include <string>
 #include <vector>
 
+#include "base/folder.h"
+
 namespace wf {
 
 struct Fatal : std::exception {
@@ -43,8 +45,8 @@ constexpr int IOSTAT_IOERR = 5002;     // any other failure of the I/O layer
 
 // -2: message 27 (file); -1: 28 (file); other: 29 (256 file, status).
 void checkread(int status, const std::string &file);
-// No such file: 30 (file, file).
-void checkexists(const std::string &file);
+// No such file (looked for in `in`): 30 (file, file).
+void checkexists(const std::string &file, const Folder &in = Folder());
 // Non-zero: 31 (256 file, status, 256 file).
 void checkopen(int status, const std::string &file);
 // Non-zero: 32 (label "routine, array, n").

@@ -73,8 +73,8 @@ size_t lastdot(std::string_view path) {
   return p == std::string_view::npos ? 0 : p + 1;
 }
 
-std::string repairoutputname(const std::string &path) {
-  return (fileexists(path) ? rtrim(stripext(path)) : path) + "_ls_repair.stl";
+std::string repairoutputname(const std::string &path, const Folder &in) {
+  return (fileexists(in.at(path)) ? rtrim(stripext(path)) : path) + "_ls_repair.stl";
 }
 
 std::string repairedsiblingname(const std::string &path) {

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/folder.h"
+
 namespace wf {
 
 // The text without its trailing blanks.
@@ -25,14 +27,15 @@ std::string stripext(const std::string &path);
 // Position of the last "." in the whole path, counted from 1; 0 when there is none.
 size_t lastdot(std::string_view path);
 // The two names of a repaired surface. The repair writes "<stem>_ls_repair.stl", the stem being
-// the path before its last dot when the file exists and the whole path when it does not; a read
+// the path before its last dot when the file exists (in `in`) and the whole path when it does
+// not; a read
 // looks for the text before the last dot (nothing when the dot comes first or there is none)
 // and "_ls_repair.stl".
 // Kept deliberately: the two differ for paths without a dot or with a leading one (the suite's
 // readers and writers of repaired files follow them): "part" is repaired into
 // "part_ls_repair.stl", yet a read of "part" looks for "_ls_repair.stl".
 // [pinned: RepairedNames.OutputAndSibling, ReadStl.RepairedSibling]
-std::string repairoutputname(const std::string &path);
+std::string repairoutputname(const std::string &path, const Folder &in = Folder());
 std::string repairedsiblingname(const std::string &path);
 // JSON string content of a text (no quotes around it), the solidus left as it is; invalid
 // UTF-8 is replaced, never thrown.

@@ -30,7 +30,7 @@ uint64_t tickcount() {
 
 std::string plain3mfname(const std::string &outstlpath) { return outstlpath.substr(0, lastdot(outstlpath)) + "3mf"; }
 
-int convertto3mf(Reporter &rep, const char *inputpath, const char *outputpath) {
+int convertto3mf(Reporter &rep, const char *inputpath, const char *outputpath, const Folder &in) {
   const std::string rule(66, '-');
   line(rep, rule);
   line(rep, "3MF Model Converter");
@@ -80,7 +80,7 @@ int convertto3mf(Reporter &rep, const char *inputpath, const char *outputpath) {
   }
   line(rep, "reading " + input + "...");
   uint64_t start = tickcount();
-  status = NMR::lib3mf_reader_readfromfileutf8(reader, inputpath);
+  status = NMR::lib3mf_reader_readfromfileutf8(reader, in.at(inputpath).c_str());
   if (status != 0) {
     line(rep, "could not parse file: " + hexstatus(rep, status));
     NMR::lib3mf_release(reader);
@@ -101,7 +101,7 @@ int convertto3mf(Reporter &rep, const char *inputpath, const char *outputpath) {
   }
   line(rep, "writing " + std::string(outputpath) + "...");
   start = tickcount();
-  status = NMR::lib3mf_writer_writetofileutf8(writer, outputpath);
+  status = NMR::lib3mf_writer_writetofileutf8(writer, in.at(outputpath).c_str());
   if (status != 0) {
     line(rep, "could not write file: " + hexstatus(rep, status));
     // The reader was released after the read; lib3MF frees the object there, and a second

@@ -9,11 +9,13 @@
 
 #include <string>
 
+#include "base/folder.h"
 #include "base/reporter.h"
 
 namespace wf {
 
-int convertto3mf(Reporter &rep, const char *inputpath, const char *outputpath);
+// Both paths are relative to `in`; the lines name them as given.
+int convertto3mf(Reporter &rep, const char *inputpath, const char *outputpath, const Folder &in = Folder());
 // The name of the plain 3MF file: up to and including the last dot of the whole path, then "3mf".
 std::string plain3mfname(const std::string &outstlpath);
 

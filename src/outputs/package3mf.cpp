@@ -55,11 +55,12 @@ struct Record {
   int tabs;
   std::string_view text;
 };
-void writemember(const std::string &path, const std::string &modelpath, std::initializer_list<Record> records) {
+void writemember(const Folder &in, const std::string &path, const std::string &modelpath,
+                 std::initializer_list<Record> records) {
   // Kept deliberately: every member reports a failed open (message 31) under the name of the
   // model member, also when the model was written and a later member failed.
   // [pinned: Package3mf.FolderNamesOneMagnitudeAndFailedMembers]
-  std::FILE *f = openoutput(path, modelpath);
+  std::FILE *f = openoutput(in.at(path), modelpath);
   {
     BlockWriter out(f, path, 1 << 14);
     for (const Record &r : records) {
@@ -329,8 +330,8 @@ class ModelOut {
 }  // namespace
 
 bool writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle, const std::string &path,
-                const std::string &report, Deflated *packed) {
-  std::FILE *f = openoutput(path, report);
+                const std::string &report, Deflated *packed, const Folder &in) {
+  std::FILE *f = openoutput(in.at(path), report);
   ModelRows rows{mesh, nullptr};
   rows.n = mesh.nvrt > 0 ? static_cast<size_t>(mesh.nvrt) : 0;
   rows.nv = std::min(rows.n, mesh.vrt.size() / 3);
@@ -411,34 +412,35 @@ std::string packagefolder(const std::string &outstlpath) {
   return (p >= 2 ? outstlpath.substr(0, p - 1) : std::string()) + "_color";
 }
 
-void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle, const std::string &folder) {
+void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle, const std::string &folder,
+              const Folder &in) {
   // Existing folders are no error, and failures show only when a member fails to open.
   for (const char *sub : {"", "/_rels", "/3D", "/3D/_rels", "/History"}) {
     std::error_code ec;
-    std::filesystem::create_directories(folder + sub, ec);
+    std::filesystem::create_directories(in.at(folder + sub), ec);
   }
   const std::string modelpath = folder + "/3D/3dmodel.model";
   Deflated modelpacked;
-  const bool deflated = writemodel(mesh, dispsingle, modelpath, modelpath, &modelpacked);
+  const bool deflated = writemodel(mesh, dispsingle, modelpath, modelpath, &modelpacked, in);
   rep.finishedfile(modelpath);
   rep.say("Finished writing 3dmodel file " + modelpath);
   rep.blank();
   rep.blank();
 
   const std::string rel = std::string(relstart);
-  writemember(folder + "/_rels/.rels", modelpath,
+  writemember(in, folder + "/_rels/.rels", modelpath,
               {{0, xmldecl},
                {0, rel},
                {1, "<Relationship Type=\"" WF_MS "/2013/01/3dmodel\" Target=\"/3D/3dmodel.model\" Id=\"rel0\" />"},
                {0, "</Relationships>"}});
-  writemember(folder + "/3D/_rels/3dmodel.model.rels", modelpath,
+  writemember(in, folder + "/3D/_rels/3dmodel.model.rels", modelpath,
               {{0, xmldecl},
                {0, rel},
                {1, "<Relationship Type=\"" WF_OWN
                    "/zqm/tessero/history/2018/06\" Target=\"/History/history.xml\" Id=\"rel1\" />"},
                {0, "</Relationships>"}});
   const std::string historyopen = "<history partnumber=\"" + std::string(uuid1) + "\">";
-  writemember(folder + "/History/history.xml", modelpath,
+  writemember(in, folder + "/History/history.xml", modelpath,
               {{0, "<root>"},
                {1, historyopen},
                {2, "<history_node identifier=\"tessero_modify\">"},
@@ -451,7 +453,7 @@ void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &
   // package does not hold; the list is fixed. [pinned: regression set, every job's
   // [Content_Types].xml]
   writemember(
-      folder + "/[Content_Types].xml", modelpath,
+      in, folder + "/[Content_Types].xml", modelpath,
       {{0, xmldecl},
        {0, "<Types xmlns=\"" WF_OPC "/content-types\">"},
        {1, "<Default Extension=\"jpeg\" ContentType=\"image/jpeg\" />"},
@@ -476,7 +478,7 @@ void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &
   DeflatedMember model;
   model.name = "3D/3dmodel.model";
   model.packed = deflated ? &modelpacked : nullptr;
-  const int status = zippackage(rep, zipname.c_str(), folder.c_str(), filelist.data(), &model);
+  const int status = zippackage(rep, zipname.c_str(), folder.c_str(), filelist.data(), &model, in);
   if (status == 0) {
     rep.finishedfile(zipname);
     rep.say("Finished writing 3MF file " + zipname);

@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "base/folder.h"
 #include "base/reporter.h"
 #include "outputs/deflate.h"
 #include "outputs/zippackage.h"
@@ -34,11 +35,13 @@ std::string packagefolder(const std::string &outstlpath);
 // scientific fields) and the triangles (0-based corners and their colours). With `packed`, the
 // text is also deflated as the zip stores it, when the memory for the whole text can be had;
 // returns true when *packed holds it. The file is opened before anything is allocated. Throws
-// Fatal 31 (naming `report`), 200, 32.
+// Fatal 31 (naming `report`), 200 (naming `path`), 32. The path is relative to `in`.
 bool writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle, const std::string &path,
-                const std::string &report, Deflated *packed = nullptr);
+                const std::string &report, Deflated *packed = nullptr, const Folder &in = Folder());
 
-// The step: the members, the signal events and console lines, the zip.
-void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle, const std::string &folder);
+// The step: the members, the signal events and console lines, the zip. The package folder is
+// relative to `in`; the lines and events name it as given.
+void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle, const std::string &folder,
+              const Folder &in = Folder());
 
 }  // namespace wf

@@ -6,8 +6,8 @@
 
 namespace wf {
 
-void writetextreport(const SurfaceMesh &mesh, const std::string &path) {
-  std::FILE *f = openoutput(path, path);
+void writetextreport(const SurfaceMesh &mesh, const std::string &path, const Folder &in) {
+  std::FILE *f = openoutput(in.at(path), path);
   // One line of six fields of 14 characters per vertex, gathered in blocks.
   constexpr size_t linelen = 6 * 14 + 1;
   {

@@ -5,11 +5,13 @@
 
 #include <string>
 
+#include "base/folder.h"
 #include "surface/surfacemesh.h"
 
 namespace wf {
 
-// Writes the report of mesh to path, replacing an earlier file. Throws Fatal: 31, 200, 32.
-void writetextreport(const SurfaceMesh &mesh, const std::string &path);
+// Writes the report of mesh to path (relative to `in`, named in the messages as given),
+// replacing an earlier file. Throws Fatal: 31, 200, 32.
+void writetextreport(const SurfaceMesh &mesh, const std::string &path, const Folder &in = Folder());
 
 }  // namespace wf

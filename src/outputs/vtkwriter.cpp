@@ -32,8 +32,9 @@ void vtkline(BlockWriter &out, std::string_view text) {
 
 std::string vtkname(const std::string &outstlpath) { return outstlpath.substr(0, lastdot(outstlpath)) + "vtk"; }
 
-void writevtk(const SurfaceMesh &mesh, const std::vector<float> &displacement, const std::string &path) {
-  std::FILE *f = openoutput(path, path);
+void writevtk(const SurfaceMesh &mesh, const std::vector<float> &displacement, const std::string &path,
+              const Folder &in) {
+  std::FILE *f = openoutput(in.at(path), path);
 
   const size_t n = mesh.nvrt > 0 ? static_cast<size_t>(mesh.nvrt) : 0;
   const size_t t = mesh.ntri > 0 ? static_cast<size_t>(mesh.ntri) : 0;

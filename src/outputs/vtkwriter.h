@@ -8,12 +8,14 @@
 #include <string>
 #include <vector>
 
+#include "base/folder.h"
 #include "surface/surfacemesh.h"
 
 namespace wf {
 
-// Throws Fatal: 31, 200, 32.
-void writevtk(const SurfaceMesh &mesh, const std::vector<float> &displacement, const std::string &path);
+// The path is relative to `in` and named in the messages as given. Throws Fatal: 31, 200, 32.
+void writevtk(const SurfaceMesh &mesh, const std::vector<float> &displacement, const std::string &path,
+              const Folder &in = Folder());
 
 // The name of the VTK file of an output: up to and including the last dot of the whole path,
 // then "vtk" ("vtk" alone without a dot).

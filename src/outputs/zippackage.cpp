@@ -45,8 +45,8 @@ unsigned long dosdatetime(const char *path) {
 
 }  // namespace
 
-int iszip64file(Reporter &rep, const char *path, const char *prefix) {
-  std::FILE *f = std::fopen(path, "rb");
+int iszip64file(Reporter &rep, const char *path, const char *prefix, const Folder &in) {
+  std::FILE *f = std::fopen(in.at(path).c_str(), "rb");
   if (f == nullptr) return 0;
   long long size = 0;
   if (fseeko(f, 0, SEEK_END) == 0) size = static_cast<long long>(ftello(f));
@@ -55,7 +55,8 @@ int iszip64file(Reporter &rep, const char *path, const char *prefix) {
   return size >= 0xffffffffLL ? 1 : 0;
 }
 
-int zippackage(Reporter &rep, const char *zipname, const char *folder, char *filelist, const DeflatedMember *given) {
+int zippackage(Reporter &rep, const char *zipname, const char *folder, char *filelist, const DeflatedMember *given,
+               const Folder &in) {
   zipline(rep, "starting");
   // The list is split in place at its line feeds.
   std::vector<char *> members;
@@ -74,7 +75,7 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
   }
 
   int status = 0;
-  zipFile zf = zipOpen(zipname, APPEND_STATUS_CREATE);
+  zipFile zf = zipOpen(in.at(zipname).c_str(), APPEND_STATUS_CREATE);
   if (zf != nullptr) {
     zipline(rep, std::string("creating \"") + zipname + "\"");
   } else {
@@ -86,8 +87,8 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
     const std::string source = std::string(folder) + "/" + members[m];
     zip_fileinfo info;
     std::memset(&info, 0, sizeof info);
-    info.dosDate = dosdatetime(source.c_str());
-    const int zip64 = iszip64file(rep, source.c_str(), "zip:  ");
+    info.dosDate = dosdatetime(in.at(source).c_str());
+    const int zip64 = iszip64file(rep, source.c_str(), "zip:  ", in);
     const char *entry = members[m];
     while (*entry == '\\' || *entry == '/') ++entry;
 
@@ -96,14 +97,14 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
     int err =
         zipOpenNewFileInZip3_64(zf, entry, &info, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED, Z_DEFAULT_COMPRESSION, 1,
                                 -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, zip64);
-    std::FILE *in = nullptr;
+    std::FILE *member = nullptr;
     if (err != ZIP_OK) {
       zipline(rep, "error in opening \"" + source + "\" in zipfile (" + rep.integer(err) + ")");
     } else {
       // A member deflated beforehand is not read, but its file is opened all the same: one
       // that cannot be read fails here as every member does.
-      in = std::fopen(source.c_str(), "rb");
-      if (in == nullptr) {
+      member = std::fopen(in.at(source).c_str(), "rb");
+      if (member == nullptr) {
         err = ZIP_ERRNO;
         zipline(rep, "error in opening \"" + source + "\" for reading");
       }
@@ -115,8 +116,8 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
       std::vector<unsigned char> content;
       size_t got = 0;
       do {
-        got = std::fread(buf, 1, transfersize, in);
-        if (got < transfersize && std::feof(in) == 0) {
+        got = std::fread(buf, 1, transfersize, member);
+        if (got < transfersize && std::feof(member) == 0) {
           zipline(rep, "error in reading \"" + source + "\"");
           err = ZIP_ERRNO;
         }
@@ -139,7 +140,7 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
         if (err < 0) zipline(rep, "error in writing \"" + source + "\" in the zipfile (" + rep.integer(err) + ")");
       }
     }
-    if (in != nullptr) std::fclose(in);
+    if (member != nullptr) std::fclose(member);
     if (err < 0) {
       status = ZIP_ERRNO;
     } else {

@@ -11,6 +11,7 @@
 
 #include <string>
 
+#include "base/folder.h"
 #include "base/reporter.h"
 #include "outputs/deflate.h"
 
@@ -24,11 +25,12 @@ struct DeflatedMember {
 
 // Zips the members named in filelist (each followed by a line feed; split in place) from
 // folder into zipname; the member named by `given` (when there is one) is stored from its
-// stream. Returns 0, -104 (no transfer buffer), or the failing status.
+// stream. Returns 0, -104 (no transfer buffer), or the failing status. The zip and the folder
+// are relative to `in`; the lines name them as given.
 int zippackage(Reporter &rep, const char *zipname, const char *folder, char *filelist,
-               const DeflatedMember *given = nullptr);
+               const DeflatedMember *given = nullptr, const Folder &in = Folder());
 // 1 when the file has 0xFFFFFFFF bytes or more, else 0 (also when it cannot be opened); an
-// opened file is reported as prefix + file "path" is N bytes.
-int iszip64file(Reporter &rep, const char *path, const char *prefix);
+// opened file is reported as prefix + file "path" is N bytes (path as given, opened in `in`).
+int iszip64file(Reporter &rep, const char *path, const char *prefix, const Folder &in = Folder());
 
 }  // namespace wf

@@ -41,11 +41,22 @@ std::string lasterrortext(MeshRepairContext *context) {
   return buffer;
 }
 
+// The component names, in quotes, the path it was handed, which reaches below the run's folder;
+// the run's lines name the file as the job gives it.
+std::string asgiven(std::string text, const std::string &opened, const std::string &given) {
+  if (opened == given) return text;
+  const std::string from = "'" + opened + "'", to = "'" + given + "'";
+  for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+    text.replace(at, from.size(), to);
+  return text;
+}
+
 }  // namespace
 
 int repairsurface(Reporter &rep, const std::string &infile, const std::string &outfile, const double &tolerance,
-                  const int &extended) {
+                  const int &extended, const Folder &in) {
   Handles h;
+  const std::string inopened = in.at(infile), outopened = in.at(outfile);
   try {
     line(rep, "Starting Tessero default repair...");
     line(rep, "infile = " + infile);
@@ -64,8 +75,8 @@ int repairsurface(Reporter &rep, const std::string &infile, const std::string &o
     if (!h.context) throw RepairFailure{"no context"};
 
     line(rep, "Loading mesh...");
-    h.mesh = meshrepair_loadstl(h.context, infile.c_str());
-    if (!h.mesh) throw RepairFailure{lasterrortext(h.context)};
+    h.mesh = meshrepair_loadstl(h.context, inopened.c_str());
+    if (!h.mesh) throw RepairFailure{asgiven(lasterrortext(h.context), inopened, infile)};
     line(rep, "facecount: " + rep.integer(meshrepair_facecount(h.mesh)));
 
     int sane = 0;
@@ -101,7 +112,8 @@ int repairsurface(Reporter &rep, const std::string &infile, const std::string &o
     }
 
     line(rep, "Saving repaired STL...");
-    if (meshrepair_savestl(h.mesh, outfile.c_str(), 0) != 0) throw RepairFailure{lasterrortext(h.context)};
+    if (meshrepair_savestl(h.mesh, outopened.c_str(), 0) != 0)
+      throw RepairFailure{asgiven(lasterrortext(h.context), outopened, outfile)};
     meshrepair_free(h.mesh);
     h.mesh = nullptr;
     meshrepair_freecontext(h.context);
@@ -114,10 +126,11 @@ int repairsurface(Reporter &rep, const std::string &infile, const std::string &o
   }
 }
 
-std::string sendtorepair(Reporter &rep, const std::string &file, double tolerance, bool tsre) {
+std::string sendtorepair(Reporter &rep, const std::string &file, double tolerance, bool tsre, const Folder &in) {
   const std::string infile = rtrim(file);
-  const std::string outfile = repairoutputname(infile);
-  if (repairsurface(rep, infile, outfile, tolerance, tsre ? 1 : 0) != 0) rep.post(Severity::critical, 1011, {infile});
+  const std::string outfile = repairoutputname(infile, in);
+  if (repairsurface(rep, infile, outfile, tolerance, tsre ? 1 : 0, in) != 0)
+    rep.post(Severity::critical, 1011, {infile});
   return outfile;
 }
 

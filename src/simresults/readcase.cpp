@@ -101,18 +101,18 @@ std::string prefixbefore(const std::string &text, const std::string &word) {
   return text.substr(0, at);
 }
 
-CaseInfo readcase(Reporter &rep, const std::string &path) {
+CaseInfo readcase(Reporter &rep, const std::string &path, const Folder &in) {
   CaseInfo info;
   std::string name = path;
-  if (!fileexists(path)) {
+  if (!fileexists(in.at(path))) {
     rep.say("Could not find case file \"" + path + "\".");
     rep.say("Checking for *.awskel file for cloud solves...");
     rep.blank();
     const std::string suffix = path.find("_c.case") != std::string::npos ? "_c.case" : ".case";
     const std::string descriptor = prefixbefore(path, "_mechanical") + ".awskel";
-    if (fileexists(descriptor)) {
+    if (fileexists(in.at(descriptor))) {
       std::string outputdir;
-      std::ifstream f(descriptor, std::ios::binary);
+      std::ifstream f(in.at(descriptor), std::ios::binary);
       nlohmann::json tree = nlohmann::json::parse(f, nullptr, false);
       if (!tree.is_discarded() && tree.is_object()) {
         auto it = tree.find("outputDir");
@@ -124,13 +124,13 @@ CaseInfo readcase(Reporter &rep, const std::string &path) {
       name = info.cloudprefix + info.cloudstem + suffix;
     }
   }
-  checkexists(name);
+  checkexists(name, in);
 
   CaseReader cr{rep, {}, name, {}, 0};
-  checkopen(cr.in.open(name), name);
+  checkopen(cr.in.open(in.at(name)), name);
   {
     std::error_code ec;
-    const auto size = std::filesystem::file_size(name, ec);
+    const auto size = std::filesystem::file_size(in.at(name), ec);
     cr.filesize = ec ? 0 : static_cast<long long>(size);
   }
   rep.say("Reading case file " + name);

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "base/folder.h"
 #include "base/reporter.h"
 
 namespace wf {
@@ -25,9 +26,10 @@ struct CaseInfo {
   std::string cloudstem;          // "kelmechanical" in the cloud layout
 };
 
-// Reads the case file at path (relative to the current folder) with its console lines. Throws
-// Fatal: 30 (no case file), 31 (open), 27, 28 (the file ends before a word), 29, 32.
-CaseInfo readcase(Reporter &rep, const std::string &path);
+// Reads the case file at path (relative to `in`, as is the cloud descriptor and the case it
+// names) with its console lines, which name the files as given. Throws Fatal: 30 (no case
+// file), 31 (open), 27, 28 (the file ends before a word), 29, 32.
+CaseInfo readcase(Reporter &rep, const std::string &path, const Folder &in = Folder());
 // What precedes the last occurrence of word in text; empty when absent or at position 1.
 std::string prefixbefore(const std::string &text, const std::string &word);
 

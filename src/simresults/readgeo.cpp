@@ -43,30 +43,30 @@ void buildindex(const std::vector<int32_t> &ids, std::vector<int32_t> &index, co
 
 }  // namespace
 
-std::string findresultfile(const std::string &prefix, int number, const std::string &suffix) {
+std::string findresultfile(const std::string &prefix, int number, const std::string &suffix, const Folder &in) {
   const std::string p = rtrim(prefix), s = rtrim(suffix);
   std::string name = p + numberdigits(number, 0) + s;
-  if (fileexists(name)) return name;
+  if (fileexists(in.at(name))) return name;
   for (int width = 1; width <= 10; ++width) {
     name = p + numberdigits(number, width) + s;
-    if (fileexists(name)) return name;
+    if (fileexists(in.at(name))) return name;
   }
-  checkexists(name);
+  checkexists(name, in);
   return name;
 }
 
 void readgeo(Reporter &rep, const CaseInfo &info, const std::string &casestem, int meshfilenumber,
-             const std::string &suffix, Simulation &sim) {
+             const std::string &suffix, Simulation &sim, const Folder &in) {
   const std::string prefix = info.cloudlayout ? info.cloudprefix + "results/" + rtrim(info.cloudstem) + "_"
                                               : "results/" + rtrim(casestem) + "_";
-  const std::string name = findresultfile(prefix, meshfilenumber, suffix);
+  const std::string name = findresultfile(prefix, meshfilenumber, suffix, in);
   rep.say("Mesh file           =   " + name);
-  readgeofile(name, sim);
+  readgeofile(name, sim, in);
 }
 
-void readgeofile(const std::string &name, Simulation &sim) {
+void readgeofile(const std::string &name, Simulation &sim, const Folder &in) {
   ResultFile file;
-  checkopen(file.open(name, true), name);
+  checkopen(file.open(in.at(name), true), name);
   std::string line;
   // The first record decides the form; whatever this read returns is not looked at. Only blanks
   // are trimmed: a name padded with NUL bytes is no binary form.
@@ -83,7 +83,7 @@ void readgeofile(const std::string &name, Simulation &sim) {
   }
   if (!sim.resultsbinary) {
     file.close();
-    checkopen(file.open(name, false), name);
+    checkopen(file.open(in.at(name), false), name);
   }
 
   // Two description lines, the id lines, and "extents" or the part line; all five are tested.

@@ -8,22 +8,26 @@
 
 #include <string>
 
+#include "base/folder.h"
 #include "simresults/readcase.h"
 #include "simresults/simulation.h"
 
 namespace wf {
 
 // Reads the mesh into sim (nodes, ids, elements, resultsbinary, the id indexes). Throws Fatal:
-// 31 (open), 27, 28, 29 (a read fails or a count does not fit the file), 32.
-void readgeofile(const std::string &path, Simulation &sim);
+// 31 (open), 27, 28, 29 (a read fails or a count does not fit the file), 32. The path is
+// relative to `in`; the messages name it as given.
+void readgeofile(const std::string &path, Simulation &sim, const Folder &in = Folder());
 
 // prefix + number + suffix; when that is missing, the number zero-padded to width 1..10, the
-// first name that exists. Throws Fatal 30 on the last name tried when none exists.
-std::string findresultfile(const std::string &prefix, int number, const std::string &suffix);
+// first name that exists (looked for in `in`; the name is returned as made). Throws Fatal 30 on
+// the last name tried when none exists.
+std::string findresultfile(const std::string &prefix, int number, const std::string &suffix,
+                           const Folder &in = Folder());
 
 // The mesh of the run: the name under results/ from the case stem (or the cloud layout) and the
-// mesh file number, its console line, and the read.
+// mesh file number, its console line, and the read, relative to the case folder `in`.
 void readgeo(Reporter &rep, const CaseInfo &info, const std::string &casestem, int meshfilenumber,
-             const std::string &suffix, Simulation &sim);
+             const std::string &suffix, Simulation &sim, const Folder &in = Folder());
 
 }  // namespace wf

@@ -18,10 +18,11 @@ void checkvarread(int status, const std::string &file) {
 
 }  // namespace
 
-void readvariablefile(const std::string &name, bool binary, int32_t nnodes, int ncomp, std::vector<double> &values) {
-  checkexists(name);
+void readvariablefile(const std::string &name, bool binary, int32_t nnodes, int ncomp, std::vector<double> &values,
+                      const Folder &in) {
+  checkexists(name, in);
   ResultFile file;
-  checkopen(file.open(name, binary), name);
+  checkopen(file.open(in.at(name), binary), name);
 
   std::string line;
   int32_t partno = 0;
@@ -47,10 +48,10 @@ void readvariablefile(const std::string &name, bool binary, int32_t nnodes, int 
   file.close();
 }
 
-void readvariable(Reporter &rep, const std::string &dispfile, Simulation &sim) {
+void readvariable(Reporter &rep, const std::string &dispfile, Simulation &sim, const Folder &in) {
   const std::string name = rtrim(dispfile);
   rep.say("    Variable file   = " + name);
-  readvariablefile(name, sim.resultsbinary, sim.nnodes, 3, sim.nodedisp);
+  readvariablefile(name, sim.resultsbinary, sim.nnodes, 3, sim.nodedisp, in);
 }
 
 }  // namespace wf

@@ -7,17 +7,21 @@
 #include <string>
 #include <vector>
 
+#include "base/folder.h"
 #include "base/reporter.h"
 #include "simresults/simulation.h"
 
 namespace wf {
 
 // Reads ncomp components into values, node-major (ncomp x nnodes): ncomp 1, 3 or 6; any other
-// ncomp reads the four header items only and leaves values empty. Throws Fatal: 30 (no file),
-// 31 (open), 362 (the file ends early), 27, 29, 32.
-void readvariablefile(const std::string &path, bool binary, int32_t nnodes, int ncomp, std::vector<double> &values);
+// ncomp reads the four header items only and leaves values empty. The path is relative to `in`;
+// the messages name it as given. Throws Fatal: 30 (no file), 31 (open), 362 (the file ends
+// early), 27, 29, 32.
+void readvariablefile(const std::string &path, bool binary, int32_t nnodes, int ncomp, std::vector<double> &values,
+                      const Folder &in = Folder());
 
-// The step: its console line, then the three displacement components into sim.nodedisp.
-void readvariable(Reporter &rep, const std::string &dispfile, Simulation &sim);
+// The step: its console line, then the three displacement components into sim.nodedisp
+// (dispfile relative to the case folder `in`).
+void readvariable(Reporter &rep, const std::string &dispfile, Simulation &sim, const Folder &in = Folder());
 
 }  // namespace wf

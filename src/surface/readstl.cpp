@@ -72,10 +72,10 @@ BBox boundingbox(const double *v, size_t n) {
   return box;
 }
 
-int readstlascii(const std::string &path, RawSurface &raw) {
-  checkexists(path);
+int readstlascii(const std::string &path, RawSurface &raw, const Folder &folder) {
+  checkexists(path, folder);
   LineReader in;
-  checkopen(in.open(path), path);
+  checkopen(in.open(folder.at(path)), path);
   raw.nvrt = 0;
   raw.ntri = 0;
 
@@ -124,10 +124,10 @@ int readstlascii(const std::string &path, RawSurface &raw) {
   return 0;
 }
 
-int readstlbinary(const std::string &path, int order, RawSurface &raw) {
-  checkexists(path);
+int readstlbinary(const std::string &path, int order, RawSurface &raw, const Folder &in) {
+  checkexists(path, in);
   errno = 0;
-  FilePtr f(std::fopen(path.c_str(), "rb"));
+  FilePtr f(std::fopen(in.at(path).c_str(), "rb"));
   if (!f) checkopen(errno != 0 ? errno : IOSTAT_IOERR, path);
   auto readerror = [&]() { return std::ferror(f.get()) ? IOSTAT_IOERR : IOSTAT_EOF; };
 
@@ -201,7 +201,7 @@ int readstlbinary(const std::string &path, int order, RawSurface &raw) {
   return 0;
 }
 
-StlRead readstl(const std::string &path, int byteorder, const StlStageFn &onstage) {
+StlRead readstl(const std::string &path, int byteorder, const StlStageFn &onstage, const Folder &in) {
   auto tell = [&](StlStage stage, const StlRead &sofar) {
     if (onstage) onstage(stage, sofar);
   };
@@ -209,14 +209,14 @@ StlRead readstl(const std::string &path, int byteorder, const StlStageFn &onstag
   read.path = path;
   read.byteorder = byteorder;
   const std::string repaired = repairedsiblingname(path);
-  if (fileexists(repaired)) {
+  if (fileexists(in.at(repaired))) {
     read.path = repaired;
     read.repaired = true;
   }
   tell(StlStage::source, read);
 
   RawSurface &raw = read.raw;
-  int status = readstlascii(read.path, raw);
+  int status = readstlascii(read.path, raw, in);
   bool ok = status == 0;
   read.ascii = ok;
   if (!ok) {
@@ -225,7 +225,7 @@ StlRead readstl(const std::string &path, int byteorder, const StlStageFn &onstag
     auto attempt = [&](int order) {
       read.orders.push_back(order);
       tell(StlStage::attempt, read);
-      return readstlbinary(read.path, order, raw);
+      return readstlbinary(read.path, order, raw, in);
     };
     status = -1;
     if (read.byteorder != 0) status = attempt(read.byteorder);

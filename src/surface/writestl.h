@@ -13,12 +13,14 @@
 // A binary form first removes an earlier file of that name, but only one it may open for
 // writing; the file is then made new, so a path that cannot be written (a write-protected file,
 // a folder) ends in message 31 with the system status and leaves what stands there intact.
+// The path is relative to `in`; the messages name it as given.
 // Throws Fatal: 31 (open), 319 (unknown form), 32 (memory).
 #pragma once
 
 #include <string>
 #include <vector>
 
+#include "base/folder.h"
 #include "surface/surfacemesh.h"
 
 namespace wf {
@@ -26,6 +28,7 @@ namespace wf {
 // The forms by the letters of *FORM; any other letter is message 319.
 enum class StlForm : char { ascii = 'a', binary = 'b', nonnative = 'c', asciijoined = 'd' };
 
-void writestl(const SurfaceMesh &mesh, const std::vector<double> *normals, const std::string &path, StlForm form);
+void writestl(const SurfaceMesh &mesh, const std::vector<double> *normals, const std::string &path, StlForm form,
+              const Folder &in = Folder());
 
 }  // namespace wf

@@ -11,7 +11,6 @@
 
 #include "base/fatal.h"
 #include "base/memory.h"
-#include "base/text.h"
 
 namespace wf {
 
@@ -42,8 +41,12 @@ void warpvertices(const WarpField &field, SurfaceMesh &mesh) {
   }
 }
 
-void warpstl(Reporter &rep, const WarpField &given, bool nodecheck, double refminz, const WarpScales &scales,
-             const RefineParams &refine, SurfaceMesh &mesh, EdgeTable &edges) {
+RefineCounts warpstl(const WarpField &given, bool nodecheck, double refminz, const WarpScales &scales,
+                     const RefineParams &refine, SurfaceMesh &mesh, EdgeTable &edges, const WarpStageFn &onstage,
+                     const ProgressFn &progress) {
+  auto tell = [&](WarpStage stage) {
+    if (onstage) onstage(stage);
+  };
   // The refinement does not keep the triangle-to-edge table.
   release(edges.triedge);
 
@@ -51,16 +54,10 @@ void warpstl(Reporter &rep, const WarpField &given, bool nodecheck, double refmi
     const int32_t nnodes = given.sim ? given.sim->nnodes : 0;
     if (given.params.navg > nnodes) fatal(174);
     const float limit = 0.1f * static_cast<float>(nnodes);
-    if (static_cast<float>(given.params.navg) > limit) {
-      rep.blank();
-      rep.say("WARNING:  number of nodes for weighted averaging is");
-      rep.say("          greater than 10% of the total number of");
-      rep.say("          nodes");
-      rep.blank();
-    }
+    if (static_cast<float>(given.params.navg) > limit) tell(WarpStage::manynodes);
   }
 
-  rep.say("Displacing original STL vertices ...");
+  tell(WarpStage::displace);
 
   // STL scaling of the vertices and of the initial edge lengths.
   const size_t nv = 3 * static_cast<size_t>(mesh.nvrt);
@@ -80,14 +77,8 @@ void warpstl(Reporter &rep, const WarpField &given, bool nodecheck, double refmi
 
   warpvertices(field, mesh);
 
-  rep.say("Refining STL edges ...");
-  rep.blank();
-  const RefineCounts counts =
-      refinesurface(field, refine, mesh, edges,
-                    [&](int32_t edge, int32_t nedges, int32_t percent) { rep.progress(edge, nedges, percent); });
-  rep.blank();
-  rep.say("Active triangles = " + inttext(counts.active));
-  rep.say("Total  triangles = " + inttext(counts.total));
+  tell(WarpStage::refine);
+  const RefineCounts counts = refinesurface(field, refine, mesh, edges, progress);
 
   // Back to file units, then to output units.
   // Kept deliberately: prewarp keeps the STL scaling (it is not divided by it), so with a scale
@@ -98,8 +89,7 @@ void warpstl(Reporter &rep, const WarpField &given, bool nodecheck, double refmi
   for (size_t k = 0; k < n; ++k) mesh.vrt[k] = mesh.vrt[k] / scales.stlscale;
   for (size_t k = 0; k < n; ++k) mesh.vrt[k] = mesh.vrt[k] * scales.unitscale;
   for (size_t k = 0; k < n; ++k) mesh.prewarp[k] = mesh.prewarp[k] * scales.unitscale;
-
-  rep.say("Number of vertices = " + inttext(mesh.nvrt));
+  return counts;
 }
 
 }  // namespace wf

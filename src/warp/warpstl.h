@@ -2,11 +2,13 @@
 // The warp of one surface: every vertex moves by the field (in parallel), then the edges are
 // refined. On return the vertices are final and in output units, prewarp holds them before the
 // warp (with the STL scaling, in output units), and the triangles are the live ones in order.
+// Nothing here prints: warpstl tells a caller that reports the warp of each stage as it comes
+// (app/steps.h).
 #pragma once
 
+#include <functional>
 #include <vector>
 
-#include "base/reporter.h"
 #include "surface/surfacemesh.h"
 #include "warp/refine.h"
 #include "warp/warpfield.h"
@@ -24,11 +26,20 @@ struct WarpScales {
 // Every vertex is independent, so the result does not depend on the number of threads.
 void warpvertices(const WarpField &field, SurfaceMesh &mesh);
 
-// The step, with its console lines. nodecheck (a job with a simulation file): navg above the
-// node count ends the run (174), above a tenth of it warns. The build plane is set here, from
-// `refminz` with a reference geometry, else from the lowest Z of the surface as read (unscaled).
-void warpstl(Reporter &rep, const WarpField &field, bool nodecheck, double refminz, const WarpScales &scales,
-             const RefineParams &refine, SurfaceMesh &mesh, EdgeTable &edges);
+// The moments of the warp, in this order: navg above a tenth of the node count (manynodes, told
+// only with nodecheck), the vertices about to move (displace), the refinement about to start
+// (refine); the refinement's progress follows through its own function.
+enum class WarpStage { manynodes, displace, refine };
+using WarpStageFn = std::function<void(WarpStage stage)>;
+
+// The warp of one surface; returns the counts of the refinement. nodecheck (a job with a
+// simulation file): navg above the node count ends the run (174), above a tenth of it is told
+// (manynodes). The build plane is set here, from `refminz` with a reference geometry, else from
+// the lowest Z of the surface as read (unscaled). onstage and progress, when given, are told
+// the stages and the refinement's progress. Throws Fatal: 174, 32.
+RefineCounts warpstl(const WarpField &field, bool nodecheck, double refminz, const WarpScales &scales,
+                     const RefineParams &refine, SurfaceMesh &mesh, EdgeTable &edges, const WarpStageFn &onstage = {},
+                     const ProgressFn &progress = {});
 
 // Flush-to-zero and denormals-are-zero on the calling thread.
 void setfpmode();

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "app/steps.h"
+#include "base/text.h"
 #include "base/textio.h"
 #include "reporting.h"
 #include "shapes.h"
@@ -26,12 +27,13 @@ struct Read {
   std::string out, fatal, path;
 };
 
-// One read as a step of the run; byteorder is carried from read to read as the run does.
-Read readcapture(const std::string &path, int &byteorder) {
+// One read as a step of the run; the memory is carried from read to read as the run does, and
+// r.path is the file it names afterwards.
+Read readcapture(const std::string &path, wf::StlMemory &memory) {
   Read r;
-  r.path = path;
   CapturedReporter cap;
-  r.fatal = fatalof([&] { r.raw = wf::readstlstep(cap.rep, r.path, byteorder); });
+  r.fatal = fatalof([&] { r.raw = wf::readstlstep(cap.rep, path, memory); });
+  r.path = memory.path;
   r.out = cap.text();
   return r;
 }
@@ -71,10 +73,10 @@ TEST(SurfaceSteps, ReadAsciiLines) {
   Soup s = tetrahedron(0.1);
   for (double &x : s) x -= 3.0;
   writefile(path, asciistl(s));
-  int order = 0;
-  const Read r = readcapture(path, order);
+  wf::StlMemory memory;
+  const Read r = readcapture(path, memory);
   ASSERT_EQ(r.fatal, "none") << r.out;
-  EXPECT_EQ(order, 0);
+  EXPECT_EQ(memory.byteorder, 0);
   const std::string lo = wf::scitext(-3.0), hi = wf::scitext(0.1 - 3.0);
   EXPECT_EQ(splitlines(r.out), Lines({" Reading " + path, " ASCII STL file", " Bounding box:", lo + " <= x <= " + hi,
                                       lo + " <= y <= " + hi, lo + " <= z <= " + hi, "", " Number of vertices  = 12",
@@ -94,12 +96,12 @@ TEST(SurfaceSteps, ReadByteOrderLinesAndTheirMemory) {
                                                         {"be", {native, native, little, big}, 3},
                                                         {"be", {big}, 3},
                                                         {"solid", {big, native}, 1}};
-  int order = 0;
+  wf::StlMemory memory;
   for (const auto &[file, formats, want] : steps) {
-    const Read r = readcapture(dir + "/" + file + ".stl", order);
+    const Read r = readcapture(dir + "/" + file + ".stl", memory);
     ASSERT_EQ(r.fatal, "none") << r.out;
     EXPECT_EQ(formatlines(r.out), formats) << file;
-    EXPECT_EQ(order, want) << file;
+    EXPECT_EQ(memory.byteorder, want) << file;
     EXPECT_TRUE(hasline(r.out, " Binary STL file") && hasline(r.out, " Number of triangles = 12"));
   }
 }
@@ -111,10 +113,10 @@ TEST(SurfaceSteps, ReadOfAFileNoByteOrderReads) {
   const std::string full = binarystl(tetrahedron(5.0));
   for (const std::string &bad : {std::string(50, 'x'), full.substr(0, full.size() - 30)}) {
     writefile(dir + "/bad.stl", bad);
-    int order = 0;
-    const Read r = readcapture(dir + "/bad.stl", order);
+    wf::StlMemory memory;
+    const Read r = readcapture(dir + "/bad.stl", memory);
     EXPECT_EQ(r.fatal, "130") << r.out;
-    EXPECT_EQ(order, 4);
+    EXPECT_EQ(memory.byteorder, 4);
     const Lines lines = splitlines(r.out);
     ASSERT_EQ(lines.size(), 6u) << r.out;
     EXPECT_EQ(lines[4], " Reading in non-native format...");
@@ -126,8 +128,8 @@ TEST(SurfaceSteps, ReadRepairedSiblingLines) {
   const std::string dir = tempdir("steprepair");
   writefile(dir + "/part.v2.stl", binarystl(tetrahedron(1.0)));
   writefile(dir + "/part.v2_ls_repair.stl", binarystl(cube(2.0)));
-  int order = 0;
-  const Read r = readcapture(dir + "/part.v2.stl", order);
+  wf::StlMemory memory;
+  const Read r = readcapture(dir + "/part.v2.stl", memory);
   EXPECT_EQ(r.path, dir + "/part.v2_ls_repair.stl");
   const Lines lines = splitlines(r.out);
   ASSERT_GE(lines.size(), 4u);
@@ -198,19 +200,69 @@ TEST(SurfaceSteps, ReadBackAndQuerySetLines) {
   const std::string dir = tempdir("stepback");
   writefile(dir + "/out.stl", binarystl(cube(2.0)));
   CapturedReporter cap;
-  std::string path;
-  int order = 0;
-  const wf::RawSurface back = wf::readbackstep(cap.rep, dir + "/out.stl   ", path, order);
-  EXPECT_EQ(path, dir + "/out.stl");  // the blanks of the field cut
+  wf::StlMemory memory;
+  const wf::RawSurface back = wf::readbackstep(cap.rep, dir + "/out.stl   ", memory);
+  EXPECT_EQ(memory.path, dir + "/out.stl");  // the blanks of the field cut
+  EXPECT_EQ(memory.byteorder, 1);
   EXPECT_EQ(back.ntri, 12);
   Lines lines = splitlines(cap.text());
   ASSERT_GE(lines.size(), 2u);
   EXPECT_EQ(Lines(lines.begin(), lines.begin() + 2), Lines({"", " Reading " + dir + "/out.stl"}));
-  const wf::QuerySet set = wf::querysetstep(cap.rep, "Processing reference geometry", dir + "/out.stl", path, order);
+  const wf::QuerySet set = wf::querysetstep(cap.rep, "Processing reference geometry", dir + "/out.stl", memory);
   lines = splitlines(cap.text());
   ASSERT_GE(lines.size(), 3u);
   EXPECT_EQ(lines.front(), " Processing reference geometry");
   EXPECT_EQ(lines[1], " Reading " + dir + "/out.stl");
   EXPECT_EQ(lines.back(), " Calculating surface normals");
   EXPECT_EQ(set.bbox[5], 2.0);
+}
+
+// The warp's lines in their order: the warning on the number of averaged nodes (here 2 of 8,
+// above a tenth), the two stage lines, the progress of the walk, the counts of the refinement
+// and of the vertices; without the node check, no warning.
+TEST(SurfaceSteps, WarpLinesInTheirOrder) {
+  wf::Simulation sim;
+  sim.nnodes = 8;
+  for (int k = 0; k < 8; ++k) {
+    for (int a = 0; a < 3; ++a) sim.nodexyz.push_back(((k >> a) & 1) * 4.0 - 1.0);
+    for (int a = 0; a < 3; ++a) sim.nodedisp.push_back(0.0);
+  }
+  sim.nodeactive.assign(8, 255);
+  wf::NodeGrid grid = wf::gridlayout(sim.nodexyz.data(), sim.nnodes);
+  wf::filenodes(grid, sim.nodexyz.data(), sim.nnodes);
+  wf::WarpField field;
+  field.sim = &sim;
+  field.grid = &grid;
+  field.params.navg = 2;
+  wf::RefineParams refine;
+  refine.maxedge = 0.6;
+  refine.minedge = 0.1;
+  for (bool nodecheck : {true, false}) {
+    SCOPED_TRACE(nodecheck);
+    wf::PreparedSurface prep = preparedof(cube(1.0));
+    CapturedReporter cap;
+    wf::warpstep(cap.rep, field, nodecheck, 0.0, wf::WarpScales{}, refine, prep.mesh, prep.edges);
+    Lines lines, progress;
+    for (const std::string &l : splitlines(cap.text())) (contains(l, " Progress = ") ? progress : lines).push_back(l);
+    // The triangles made in all, live or dead, are more than the live ones.
+    ASSERT_GE(lines.size(), 2u);
+    std::string &total = lines[lines.size() - 2];
+    ASSERT_EQ(total.substr(0, 20), " Total  triangles = ");
+    EXPECT_GT(std::stoll(total.substr(20)), prep.mesh.ntri);
+    total.resize(20);
+    EXPECT_FALSE(progress.empty());
+    EXPECT_EQ(progress.back().substr(0, 16), " Progress =  99 ");
+    Lines want = {" Displacing original STL vertices ...",
+                  " Refining STL edges ...",
+                  "",
+                  "",
+                  " Active triangles = " + wf::inttext(prep.mesh.ntri),
+                  " Total  triangles = ",
+                  " Number of vertices = " + wf::inttext(prep.mesh.nvrt)};
+    if (nodecheck)
+      want.insert(want.begin(), {"", " WARNING:  number of nodes for weighted averaging is",
+                                 "           greater than 10% of the total number of", "           nodes", ""});
+    EXPECT_EQ(lines, want);
+    EXPECT_GT(prep.mesh.ntri, 12);  // the walk split the cube's edges
+  }
 }
