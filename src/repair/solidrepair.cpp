@@ -752,40 +752,62 @@ bool fillbyplanes(Work &w, const std::vector<int32_t> &corners, int32_t piece, c
   }
   const double diag = std::sqrt((hi[0] - lo[0]) * (hi[0] - lo[0]) + (hi[1] - lo[1]) * (hi[1] - lo[1]) +
                                 (hi[2] - lo[2]) * (hi[2] - lo[2]));
-  // A step lies on every plane that holds both its corners (a step along an edge of the part lies
-  // on two). The rim is cut into as few runs as it can be, each on one plane: from each cut, the
-  // plane that holds most steps onwards.
+  // A step lies on every plane that holds both its corners. A step on two (along an edge of the
+  // part) has the facet beside it on one of them: the patch lies on the other. The rim is cut into
+  // as few runs as it can be, each on one plane.
   const double onplane = splitplanarshare * diag;
-  auto holds = [&](size_t j, size_t i) {
+  auto onj = [&](size_t j, size_t i) {
     for (const int32_t p : {corners[i % k], corners[(i + 1) % k]}) {
       const double *x = at(p);
       if (std::abs(pn[j][0] * x[0] + pn[j][1] * x[1] + pn[j][2] * x[2] - pd[j]) > onplane) return false;
     }
     return true;
   };
-  // Start where the planes holding a step change, so that no run wraps round the start.
-  size_t first = 0;
-  for (; first < k; ++first) {
-    bool same = true;
-    for (size_t j = 0; j < pn.size() && same; ++j) same = holds(j, first) == holds(j, first + k - 1);
-    if (!same) break;
+  std::vector<char> held(pn.size() * k, 0);
+  for (size_t i = 0; i < k; ++i) {
+    size_t n = 0;
+    for (size_t j = 0; j < pn.size(); ++j) n += held[j * k + i] = onj(j, i);
+    if (n > 1 && planeof[i] != SIZE_MAX) held[planeof[i] * k + i] = 0;
   }
-  if (first == k) return false;
+  auto holds = [&](size_t j, size_t i) { return held[j * k + i % k] != 0; };
+  // Steps from each step on, round the rim (at most all k), that each plane holds.
+  const size_t np = pn.size(), k2 = 2 * k;
+  std::vector<size_t> reach(np * k2, 0);
+  for (size_t j = 0; j < np; ++j)
+    for (size_t i = k2; i-- > 0;)
+      reach[j * k2 + i] = holds(j, i % k) ? std::min(k, 1 + (i + 1 < k2 ? reach[j * k2 + i + 1] : 0)) : 0;
+  // From a start, runs made greedily (each the plane that holds most steps onwards) are as few
+  // as runs from that start can be; of all starts, the one that gives fewest.
+  auto cut = [&](size_t start, std::vector<std::pair<size_t, size_t>> *runs) {  // (plane, steps)
+    size_t count = 0, firstplane = SIZE_MAX, lastplane = SIZE_MAX;
+    for (size_t i = 0; i < k;) {
+      size_t best = SIZE_MAX, longest = 0;
+      for (size_t j = 0; j < np; ++j) {
+        const size_t n = std::min(reach[j * k2 + start + i], k - i);
+        if (n > longest) longest = n, best = j;
+      }
+      if (best == SIZE_MAX) return SIZE_MAX;  // a step on none of the planes
+      if (runs) runs->emplace_back(best, longest);
+      if (count++ == 0) firstplane = best;
+      lastplane = best;
+      i += longest;
+    }
+    return count > 1 && firstplane == lastplane ? count - 1 : count;
+  };
+  size_t fewest = SIZE_MAX, first = 0;
+  for (size_t start = 0; start < k; ++start) {
+    const size_t n = cut(start, nullptr);
+    if (n == SIZE_MAX) return false;
+    if (n < fewest) fewest = n, first = start;
+  }
+  std::vector<std::pair<size_t, size_t>> cuts;
+  cut(first, &cuts);
   std::vector<std::vector<int32_t>> run;
   std::vector<size_t> runplane;
-  for (size_t i = 0; i < k;) {
-    size_t best = SIZE_MAX, reach = 0;
-    for (size_t j = 0; j < pn.size(); ++j) {
-      size_t n = 0;
-      while (i + n < k && holds(j, first + i + n)) ++n;
-      if (n > reach) reach = n, best = j;
-    }
-    if (best == SIZE_MAX) return false;
-    if (!runplane.empty() && runplane.back() == best) return false;
-    runplane.push_back(best);
+  for (size_t c = 0, i = 0; c < cuts.size(); i += cuts[c].second, ++c) {
+    runplane.push_back(cuts[c].first);
     run.emplace_back();
-    for (size_t n = 0; n <= reach; ++n) run.back().push_back(corners[(first + i + n) % k]);
-    i += reach;
+    for (size_t n = 0; n <= cuts[c].second; ++n) run.back().push_back(corners[(first + i + n) % k]);
   }
   if (run.size() > 1 && runplane.back() == runplane.front()) {
     run.back().pop_back();
@@ -837,7 +859,23 @@ bool fillbyplanes(Work &w, const std::vector<int32_t> &corners, int32_t piece, c
     bool ok = true;
     for (size_t t = 0; t + 2 < m && ok; ++t) {
       std::array<double, 3> x{};
-      ok = meet(hub, (hub + 1 + t) % m, (hub + 2 + t) % m, x);
+      const size_t pa = hub, pb = (hub + 1 + t) % m, pc = (hub + 2 + t) % m;
+      ok = meet(pa, pb, pc, x);
+      // A corner of the rim on all three planes is where they meet already.
+      int32_t onall = -1;
+      double nearest = HUGE_VAL;
+      for (size_t i = 0; i < k && ok; ++i) {
+        const double *q = at(corners[i]);
+        bool on = true;
+        for (const size_t r : {pa, pb, pc})
+          on = on && std::abs(pn[r][0] * q[0] + pn[r][1] * q[1] + pn[r][2] * q[2] - pd[r]) <= onplane;
+        const double d = (q[0] - x[0]) * (q[0] - x[0]) + (q[1] - x[1]) * (q[1] - x[1]) + (q[2] - x[2]) * (q[2] - x[2]);
+        if (on && d < nearest) nearest = d, onall = corners[i];
+      }
+      if (onall >= 0) {
+        apex[t] = onall;
+        continue;
+      }
       apex[t] = int32_t(w.m.npoints());
       w.m.points.insert(w.m.points.end(), x.begin(), x.end());
     }
@@ -846,15 +884,19 @@ bool fillbyplanes(Work &w, const std::vector<int32_t> &corners, int32_t piece, c
     for (size_t r = 0; r < m && ok; ++r) {
       std::vector<int32_t> part = run[r];
       const size_t rel = (r + m - hub) % m;  // place of r in the fan
+      auto append = [&](int32_t p) {         // a corner met already (the run's ends) is not met again
+        if (p != part.back() && p != part.front()) part.push_back(p);
+      };
       if (rel == 0) {
-        for (size_t t = 0; t + 2 < m; ++t) part.push_back(apex[t]);
+        for (size_t t = 0; t + 2 < m; ++t) append(apex[t]);
       } else {
-        if (rel + 1 < m) part.push_back(apex[rel - 1]);
-        if (rel >= 2) part.push_back(apex[rel - 2]);
+        if (rel + 1 < m) append(apex[rel - 1]);
+        if (rel >= 2) append(apex[rel - 2]);
       }
+      ok = part.size() >= 3;
       // The part must be flat and simple seen along its normal (its new sides cross nothing).
       double t = 0;
-      ok = nearplanar(w.m, part, t, splitplanarshare);
+      ok = ok && nearplanar(w.m, part, t, splitplanarshare);
       if (ok) {
         const std::vector<Kernel::Point_2> flat = flatten(w.m, part);
         for (size_t i = 0; i < part.size() && ok; ++i)
@@ -921,6 +963,7 @@ bool fillrim(Work &w, const std::vector<int32_t> &corners, const std::vector<int
   const size_t k = corners.size();
   double threshold = 0;
   if (k > 3 && k <= splitlimit && depth < splitdepth && !nearplanar(w.m, corners, threshold)) {
+    if (depth == 0 && fillbyplanes(w, corners, piece, joined, depth, round)) return true;
     // The chord that leaves both parts near-planar; else the one that cuts off the near-planar
     // part of most corners (the rest is split further). Of equals, the first.
     size_t bi = 0, bj = 0, bestscore = 0;
@@ -970,7 +1013,6 @@ bool fillrim(Work &w, const std::vector<int32_t> &corners, const std::vector<int
       }());
       if (round.folded.size() > foldedbefore) return false;
     }
-    if (depth == 0 && fillbyplanes(w, corners, piece, joined, depth, round)) return true;
   }
   // Within a split, only near-planar parts are filled.
   if (depth > 0 && k > 3 && !nearplanar(w.m, corners, threshold, splitplanarshare)) return false;
