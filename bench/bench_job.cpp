@@ -228,7 +228,7 @@ int main(int argc, char **argv) {
     given.packed = deflated ? &packed : nullptr;
     const Timing tzip = bestwithcpu(repeats, [&] {
       char list[] = "3D/3dmodel.model\n";
-      wf::zippackage(rep, "bench_color.3mf", "bench_color", list, &given);
+      wf::zippackage("bench_color.3mf", "bench_color", list, &given);
     });
     std::printf("%-34s %8.3f s   (%d threads; CPU %.3f s; %.1f MB)\n", "model text", tmodel.wall, threads, tmodel.cpu,
                 static_cast<double>(fs::file_size("bench_color/3D/3dmodel.model", ec)) / 1e6);

@@ -10,7 +10,6 @@
 #include "control/catalogue.h"
 #include "control/deck.h"
 #include "control/solverinput.h"
-#include "outputs/convert3mf.h"
 #include "outputs/outcommon.h"
 #include "outputs/package3mf.h"
 #include "outputs/textreport.h"
@@ -111,7 +110,7 @@ void processsurface(Reporter &rep, RunData &run, int i) {
       rep.finishedfile(path);
       rep.say("Finished writing VTK file " + path);
     }
-    if (st.o3dmflag) write3mf(rep, mesh, dispsingle(mesh, "write3mfstep, dispsingle, 1"), packagefolder(out), in);
+    if (st.o3dmflag) package3mfstep(rep, mesh, dispsingle(mesh, "write3mfstep, dispsingle, 1"), packagefolder(out), in);
     // The arrays of the pass are released here, before the read-back.
   }
   if (st.tsrdflag) {
@@ -121,11 +120,7 @@ void processsurface(Reporter &rep, RunData &run, int i) {
   if (st.o3mfflag) {
     // The path is passed as it stands, blanks and all (the padding of recheckstep, kept
     // deliberately: see recheckstep in app/steps.cpp).
-    const std::string plain = plain3mfname(outstlpath);
-    if (convertto3mf(rep, outstlpath.c_str(), plain.c_str(), in) != 0) {
-      rep.say("Warning:  3MF conversion was not successful.");
-      rep.blank();
-    }
+    plain3mfstep(rep, outstlpath, in);
   }
   finishsurface(rep, outstlpath);
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/steps.h"
 
+#include <cstdio>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -24,6 +25,36 @@ void boxline(Reporter &rep, const BBox &box, int k, const char *text) {
   p += len;
   p = scifield(p, box.max[k], 14, 6);
   rep.raw(std::string_view(buf, static_cast<size_t>(p - buf)));
+}
+
+// One line of the zip: "zip:  " and the words of the note; its statuses in the console's number
+// mode, a member's size always in decimal.
+void zipline(Reporter &rep, const ZipNote &note) {
+  const std::string &name = note.name;
+  std::string text;
+  switch (note.event) {
+    case ZipEvent::starting: text = "starting"; break;
+    case ZipEvent::nobuffer: text = "error in allocating memory"; break;
+    case ZipEvent::created: text = "creating \"" + name + "\""; break;
+    case ZipEvent::notcreated: text = "error opening \"" + name + "\""; break;
+    case ZipEvent::membersize: text = "file \"" + name + "\" is " + std::to_string(note.number) + " bytes"; break;
+    case ZipEvent::notopenedinzip:
+      text = "error in opening \"" + name + "\" in zipfile (" + rep.integer(note.number) + ")";
+      break;
+    case ZipEvent::notopened: text = "error in opening \"" + name + "\" for reading"; break;
+    case ZipEvent::notread: text = "error in reading \"" + name + "\""; break;
+    case ZipEvent::notwritten:
+      text = "error in writing \"" + name + "\" in the zipfile (" + rep.integer(note.number) + ")";
+      break;
+    case ZipEvent::notclosedinzip:
+      text = "error in closing \"" + name + "\" in the zipfile (" + rep.integer(note.number) + ")";
+      break;
+    case ZipEvent::done: text = "done"; break;
+    // Kept deliberately: the quote after the zip's name is missing. [not pinned: minizip closes
+    // every zip it has opened and written]
+    case ZipEvent::notclosed: text = "error in closing \"" + name + "(" + rep.integer(note.number) + ")"; break;
+  }
+  rep.raw("zip:  " + text);
 }
 
 }  // namespace
@@ -159,7 +190,7 @@ std::string recheckstep(Reporter &rep, const std::string &outstlpath, const Rech
     // The preparation has printed the warning on the non-manifold edges; its arrays go before
     // the repair.
     prep = PreparedSurface();
-    entry = sendtorepair(rep, entry, settings.repairtol, settings.tsre, in);
+    entry = repairstep(rep, entry, settings.repairtol, settings.tsre, in);
   }
   // Kept deliberately: the name comes back as a blank-padded field of 8192 characters, and the
   // pass hands it to the plain 3MF conversion as it stands: its extension carries the blanks,
@@ -194,6 +225,100 @@ void warpstep(Reporter &rep, const WarpField &field, bool nodecheck, double refm
   rep.say("Active triangles = " + inttext(counts.active));
   rep.say("Total  triangles = " + inttext(counts.total));
   rep.say("Number of vertices = " + inttext(mesh.nvrt));
+}
+
+std::string repairstep(Reporter &rep, const std::string &file, double tolerance, bool tsre, const Folder &in) {
+  const auto onstage = [&](RepairStage stage, const RepairRun &sofar) {
+    switch (stage) {
+      case RepairStage::start:
+        rep.raw("Starting Tessero default repair...");
+        rep.raw("infile = " + sofar.infile);
+        rep.raw("outfile = " + sofar.outfile);
+        break;
+      case RepairStage::version: rep.raw("Version " + rep.integer(sofar.version)); break;
+      case RepairStage::loading: rep.raw("Loading mesh..."); break;
+      case RepairStage::faces: rep.raw("facecount: " + rep.integer(sofar.facecount)); break;
+      case RepairStage::sanity: rep.raw("Status: " + rep.integer(sofar.sane)); break;
+      case RepairStage::repairing: {
+        char tol[64];
+        std::snprintf(tol, sizeof tol, "%g", tolerance);
+        rep.raw(std::string("Repairing mesh with tolerance ") + tol + " ...");
+        break;
+      }
+      case RepairStage::extended: rep.raw("Default repair failed.  Trying extended repair..."); break;
+      case RepairStage::unsound: rep.raw("Repair failed."); break;
+      case RepairStage::saving: rep.raw("Saving repaired STL..."); break;
+      case RepairStage::finished: rep.raw("Finished repair"); break;
+      case RepairStage::error: rep.raw("fatal error: " + sofar.failure); break;
+    }
+  };
+  const RepairRun run = sendtorepair(file, tolerance, tsre, onstage, in);
+  if (run.status != 0) rep.post(Severity::critical, 1011, {run.infile});
+  return run.outfile;
+}
+
+void package3mfstep(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
+                    const std::string &folder, const Folder &in) {
+  const auto onmodel = [&](const PackageFiles &sofar) {
+    rep.finishedfile(sofar.modelpath);
+    rep.say("Finished writing 3dmodel file " + sofar.modelpath);
+    rep.blank();
+    rep.blank();
+  };
+  const PackageFiles files = write3mf(
+      mesh, dispsingle, folder, onmodel, [&](const ZipNote &note) { zipline(rep, note); }, in);
+  if (files.zipstatus == 0) {
+    rep.finishedfile(files.zipname);
+    rep.say("Finished writing 3MF file " + files.zipname);
+  } else {
+    rep.say("ERROR zipping");
+  }
+}
+
+int plain3mfstep(Reporter &rep, const std::string &outstlpath, const Folder &in) {
+  const std::string plain = plain3mfname(outstlpath);
+  const auto onstage = [&](ConvertStage stage, const Conversion &sofar) {
+    switch (stage) {
+      case ConvertStage::start: {
+        const std::string rule(66, '-');
+        rep.raw(rule);
+        rep.raw("3MF Model Converter");
+        rep.raw(rule);
+        break;
+      }
+      case ConvertStage::reading: rep.raw("reading " + outstlpath + "..."); break;
+      case ConvertStage::writing: rep.raw("writing " + plain + "..."); break;
+      case ConvertStage::read:
+        rep.raw("elapsed time: " + rep.integer(static_cast<long long>(sofar.readms)) + "ms");
+        break;
+      case ConvertStage::written:
+        rep.raw("elapsed time: " + rep.integer(static_cast<long long>(sofar.writems)) + "ms");
+        rep.raw("done converting 3MF");
+        break;
+      case ConvertStage::failed:
+        // A lib3MF status goes out in hexadecimal, which leaves the console's integers so.
+        switch (sofar.status) {
+          case -1: rep.raw("could not get 3MF Library version: " + rep.hexstatus(sofar.libstatus)); break;
+          case -2: rep.raw("invalid 3MF Library major version: " + rep.integer(1)); break;
+          case -3: rep.raw("invalid 3MF Library minor version: " + rep.integer(5)); break;
+          case -5: rep.raw("unknown input file extension:" + sofar.extension); break;
+          case -6: rep.raw("could not create model: " + rep.hexstatus(sofar.libstatus)); break;
+          case -7: rep.raw("could not create model reader: " + rep.hexstatus(sofar.libstatus)); break;
+          case -8: rep.raw("could not parse file: " + rep.hexstatus(sofar.libstatus)); break;
+          // Kept deliberately: a writer that cannot be had is reported with the reader's words.
+          // [not pinned: lib3MF gives its writer whenever it gives a model]
+          case -9: rep.raw("could not create model reader: " + rep.hexstatus(sofar.libstatus)); break;
+          case -10: rep.raw("could not write file: " + rep.hexstatus(sofar.libstatus)); break;
+        }
+        break;
+    }
+  };
+  const int status = convertto3mf(outstlpath.c_str(), plain.c_str(), onstage, in);
+  if (status != 0) {
+    rep.say("Warning:  3MF conversion was not successful.");
+    rep.blank();
+  }
+  return status;
 }
 
 NodeGrid nodegridstep(Reporter &rep, const Simulation &sim) {

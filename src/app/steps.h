@@ -6,8 +6,11 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "base/reporter.h"
+#include "outputs/convert3mf.h"
+#include "outputs/package3mf.h"
 #include "recheck/readback.h"
 #include "repair/repairclient.h"
 #include "surface/preparesurface.h"
@@ -52,6 +55,28 @@ RawSurface readbackstep(Reporter &rep, const std::string &file, StlMemory &memor
 // warpstl throws (174, 32).
 void warpstep(Reporter &rep, const WarpField &field, bool nodecheck, double refminz, const WarpScales &scales,
               const RefineParams &refine, SurfaceMesh &mesh, EdgeTable &edges);
+
+// The coloured 3MF package of a surface (outputs/package3mf.h) with its console lines and
+// signal events: the model member finished, the zip's lines ("zip:  ", statuses in the
+// console's number mode) and the package finished, or "ERROR zipping" when the zip failed (no
+// failure of the run). The package folder is relative to `in`; the lines and events name it as
+// given. Throws what write3mf throws (31, 200, 32).
+void package3mfstep(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
+                    const std::string &folder, const Folder &in = Folder());
+
+// The plain 3MF file of an output (*O3MF, outputs/convert3mf.h) with the converter's lines and,
+// when it fails, its status line (a lib3MF status in hexadecimal, which switches the console's
+// integers to hexadecimal for good) and the warning that the conversion was not successful.
+// Returns the conversion's status; never throws. The output is taken as it stands, blanks and
+// all, relative to `in`.
+int plain3mfstep(Reporter &rep, const std::string &outstlpath, const Folder &in = Folder());
+
+// A surface sent to repair (repair/repairclient.h) with the repair's lines, its numbers in the
+// console's number mode; a failed repair is critical warning 1011 naming the file (trailing
+// blanks cut). Returns the repaired file's name, which stands for the surface whether or not
+// the repair succeeded. The file and its repaired name are relative to `in`.
+std::string repairstep(Reporter &rep, const std::string &file, double tolerance, bool tsre,
+                       const Folder &in = Folder());
 
 struct RecheckSettings {
   Tolerances tolerances;

@@ -412,20 +412,20 @@ std::string packagefolder(const std::string &outstlpath) {
   return (p >= 2 ? outstlpath.substr(0, p - 1) : std::string()) + "_color";
 }
 
-void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle, const std::string &folder,
-              const Folder &in) {
+PackageFiles write3mf(const SurfaceMesh &mesh, const std::vector<float> &dispsingle, const std::string &folder,
+                      const PackageModelFn &onmodel, const ZipNoteFn &onzip, const Folder &in) {
   // Existing folders are no error, and failures show only when a member fails to open.
   for (const char *sub : {"", "/_rels", "/3D", "/3D/_rels", "/History"}) {
     std::error_code ec;
     std::filesystem::create_directories(in.at(folder + sub), ec);
   }
-  const std::string modelpath = folder + "/3D/3dmodel.model";
+  PackageFiles files;
+  files.modelpath = folder + "/3D/3dmodel.model";
+  files.zipname = folder + ".3mf";
+  const std::string &modelpath = files.modelpath;
   Deflated modelpacked;
   const bool deflated = writemodel(mesh, dispsingle, modelpath, modelpath, &modelpacked, in);
-  rep.finishedfile(modelpath);
-  rep.say("Finished writing 3dmodel file " + modelpath);
-  rep.blank();
-  rep.blank();
+  if (onmodel) onmodel(files);
 
   const std::string rel = std::string(relstart);
   writemember(in, folder + "/_rels/.rels", modelpath,
@@ -468,7 +468,6 @@ void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &
        {0, "</Types>"}});
 
   // The zip: members in the order of the package, the model last.
-  std::string zipname = folder + ".3mf";
   std::string list =
       "_rels/.rels\n3D/_rels/3dmodel.model.rels\nHistory/history.xml\n[Content_Types].xml\n"
       "3D/3dmodel.model\n";
@@ -478,13 +477,8 @@ void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &
   DeflatedMember model;
   model.name = "3D/3dmodel.model";
   model.packed = deflated ? &modelpacked : nullptr;
-  const int status = zippackage(rep, zipname.c_str(), folder.c_str(), filelist.data(), &model, in);
-  if (status == 0) {
-    rep.finishedfile(zipname);
-    rep.say("Finished writing 3MF file " + zipname);
-  } else {
-    rep.say("ERROR zipping");
-  }
+  files.zipstatus = zippackage(files.zipname.c_str(), folder.c_str(), filelist.data(), &model, onzip, in);
+  return files;
 }
 
 }  // namespace wf

@@ -6,7 +6,9 @@
 // Members, in the order written: 3D/3dmodel.model, _rels/.rels, 3D/_rels/3dmodel.model.rels,
 // History/history.xml, [Content_Types].xml; zipped with the model last. Every member that
 // cannot be opened reports the path of the model (message 31). A failed zip is no failure of
-// the run: its console lines and "ERROR zipping", and the members stay.
+// the run: its status is returned (the caller reports it), and the members stay. Nothing here
+// prints: write3mf tells a caller that reports the package (app/steps.h) when the model is
+// written and each note of the zip.
 //
 // The model member is formatted in blocks of rows, side by side on the OpenMP threads, straight
 // into its place in one buffer that holds the whole text; the file is written from that buffer
@@ -16,11 +18,11 @@
 // small members.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "base/folder.h"
-#include "base/reporter.h"
 #include "outputs/deflate.h"
 #include "outputs/zippackage.h"
 #include "surface/surfacemesh.h"
@@ -39,9 +41,20 @@ std::string packagefolder(const std::string &outstlpath);
 bool writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle, const std::string &path,
                 const std::string &report, Deflated *packed = nullptr, const Folder &in = Folder());
 
-// The step: the members, the signal events and console lines, the zip. The package folder is
-// relative to `in`; the lines and events name it as given.
-void write3mf(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle, const std::string &folder,
-              const Folder &in = Folder());
+// The files of a package, as named to the caller (the package folder as given).
+struct PackageFiles {
+  std::string modelpath;  // "<folder>/3D/3dmodel.model"
+  std::string zipname;    // "<folder>.3mf"
+  int zipstatus = 0;      // what zippackage returned: 0 when the zip is made
+};
+// Told once the model member is written and closed, before the other members.
+using PackageModelFn = std::function<void(const PackageFiles &sofar)>;
+
+// The package: the folders, the members, the zip. onmodel and onzip, when given, are told the
+// model written and the zip's notes. Throws what writemodel throws, and 31 (naming the model)
+// for a member that cannot be opened. The package folder is relative to `in`; the names told
+// and returned are as given.
+PackageFiles write3mf(const SurfaceMesh &mesh, const std::vector<float> &dispsingle, const std::string &folder,
+                      const PackageModelFn &onmodel = {}, const ZipNoteFn &onzip = {}, const Folder &in = Folder());
 
 }  // namespace wf

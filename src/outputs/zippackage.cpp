@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,10 @@ namespace {
 
 constexpr size_t transfersize = 16384;
 
-void zipline(Reporter &rep, const std::string &text) { rep.raw("zip:  " + text); }
+// Tells the caller a note, when it listens.
+void tell(const ZipNoteFn &onnote, ZipEvent event, const std::string &name = {}, long long number = 0) {
+  if (onnote) onnote(ZipNote{event, name, number});
+}
 
 // Last write time of a file as the packed DOS date (high word) and time (low word), local
 // time; 0 when the file is not found or its time has no DOS form.
@@ -45,19 +49,20 @@ unsigned long dosdatetime(const char *path) {
 
 }  // namespace
 
-int iszip64file(Reporter &rep, const char *path, const char *prefix, const Folder &in) {
+int iszip64file(const char *path, std::optional<long long> *bytes, const Folder &in) {
+  if (bytes != nullptr) bytes->reset();
   std::FILE *f = std::fopen(in.at(path).c_str(), "rb");
   if (f == nullptr) return 0;
   long long size = 0;
   if (fseeko(f, 0, SEEK_END) == 0) size = static_cast<long long>(ftello(f));
   std::fclose(f);
-  rep.raw(std::string(prefix) + "file \"" + path + "\" is " + std::to_string(size) + " bytes");
+  if (bytes != nullptr) *bytes = size;
   return size >= 0xffffffffLL ? 1 : 0;
 }
 
-int zippackage(Reporter &rep, const char *zipname, const char *folder, char *filelist, const DeflatedMember *given,
-               const Folder &in) {
-  zipline(rep, "starting");
+int zippackage(const char *zipname, const char *folder, char *filelist, const DeflatedMember *given,
+               const ZipNoteFn &onnote, const Folder &in) {
+  tell(onnote, ZipEvent::starting);
   // The list is split in place at its line feeds.
   std::vector<char *> members;
   for (char *p = filelist; *p != '\0';) {
@@ -70,16 +75,16 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
 
   char *buf = static_cast<char *>(std::malloc(transfersize));
   if (buf == nullptr) {
-    zipline(rep, "error in allocating memory");
+    tell(onnote, ZipEvent::nobuffer);
     return -104;
   }
 
   int status = 0;
   zipFile zf = zipOpen(in.at(zipname).c_str(), APPEND_STATUS_CREATE);
   if (zf != nullptr) {
-    zipline(rep, std::string("creating \"") + zipname + "\"");
+    tell(onnote, ZipEvent::created, zipname);
   } else {
-    zipline(rep, std::string("error opening \"") + zipname + "\"");
+    tell(onnote, ZipEvent::notcreated, zipname);
     status = -1;
   }
 
@@ -88,7 +93,9 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
     zip_fileinfo info;
     std::memset(&info, 0, sizeof info);
     info.dosDate = dosdatetime(in.at(source).c_str());
-    const int zip64 = iszip64file(rep, source.c_str(), "zip:  ", in);
+    std::optional<long long> bytes;
+    const int zip64 = iszip64file(source.c_str(), &bytes, in);
+    if (bytes) tell(onnote, ZipEvent::membersize, source, *bytes);
     const char *entry = members[m];
     while (*entry == '\\' || *entry == '/') ++entry;
 
@@ -99,14 +106,14 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
                                 -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, zip64);
     std::FILE *member = nullptr;
     if (err != ZIP_OK) {
-      zipline(rep, "error in opening \"" + source + "\" in zipfile (" + rep.integer(err) + ")");
+      tell(onnote, ZipEvent::notopenedinzip, source, err);
     } else {
       // A member deflated beforehand is not read, but its file is opened all the same: one
       // that cannot be read fails here as every member does.
       member = std::fopen(in.at(source).c_str(), "rb");
       if (member == nullptr) {
         err = ZIP_ERRNO;
-        zipline(rep, "error in opening \"" + source + "\" for reading");
+        tell(onnote, ZipEvent::notopened, source);
       }
     }
     const bool prepared = given != nullptr && given->packed != nullptr && given->name == members[m];
@@ -118,7 +125,7 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
       do {
         got = std::fread(buf, 1, transfersize, member);
         if (got < transfersize && std::feof(member) == 0) {
-          zipline(rep, "error in reading \"" + source + "\"");
+          tell(onnote, ZipEvent::notread, source);
           err = ZIP_ERRNO;
         }
         try {
@@ -128,8 +135,7 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
         }
       } while (err == ZIP_OK && got > 0);
       if (err == ZIP_OK && !deflateraw(content.data(), content.size(), own)) err = ZIP_INTERNALERROR;
-      if (err == ZIP_INTERNALERROR)
-        zipline(rep, "error in writing \"" + source + "\" in the zipfile (" + rep.integer(err) + ")");
+      if (err == ZIP_INTERNALERROR) tell(onnote, ZipEvent::notwritten, source, err);
     }
     const Deflated &packed = prepared ? *given->packed : own;
     if (err == ZIP_OK) {
@@ -137,7 +143,7 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
       for (size_t at = 0; at < packed.data.size() && err == ZIP_OK; at += piece) {
         const size_t len = std::min(piece, packed.data.size() - at);
         err = zipWriteInFileInZip(zf, packed.data.data() + at, static_cast<unsigned>(len));
-        if (err < 0) zipline(rep, "error in writing \"" + source + "\" in the zipfile (" + rep.integer(err) + ")");
+        if (err < 0) tell(onnote, ZipEvent::notwritten, source, err);
       }
     }
     if (member != nullptr) std::fclose(member);
@@ -145,8 +151,7 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
       status = ZIP_ERRNO;
     } else {
       status = zipCloseFileInZipRaw64(zf, packed.size, packed.crc);
-      if (status != ZIP_OK)
-        zipline(rep, "error in closing \"" + source + "\" in the zipfile (" + rep.integer(status) + ")");
+      if (status != ZIP_OK) tell(onnote, ZipEvent::notclosedinzip, source, status);
     }
   }
   std::free(buf);
@@ -155,10 +160,10 @@ int zippackage(Reporter &rep, const char *zipname, const char *folder, char *fil
 
   const int err = zipClose(zf, nullptr);
   if (err == ZIP_OK) {
-    zipline(rep, "done");
+    tell(onnote, ZipEvent::done);
     return 0;
   }
-  zipline(rep, std::string("error in closing \"") + zipname + "(" + rep.integer(err) + ")");
+  tell(onnote, ZipEvent::notclosed, zipname, err);
   return err;
 }
 

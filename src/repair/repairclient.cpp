@@ -14,12 +14,10 @@ namespace wf {
 
 namespace {
 
-// What a failed step of repairsurface leaves with; the one handler prints it.
+// What a failed step of repairsurface leaves with; the one handler tells it.
 struct RepairFailure {
   std::string text;
 };
-
-void line(Reporter &rep, const std::string &text) { rep.raw(text); }
 
 // Releases the mesh and the context on every way out of repairsurface.
 struct Handles {
@@ -53,18 +51,27 @@ std::string asgiven(std::string text, const std::string &opened, const std::stri
 
 }  // namespace
 
-int repairsurface(Reporter &rep, const std::string &infile, const std::string &outfile, const double &tolerance,
-                  const int &extended, const Folder &in) {
+RepairRun repairsurface(const std::string &infile, const std::string &outfile, double tolerance, int extended,
+                        const RepairStageFn &onstage, const Folder &in) {
   Handles h;
+  RepairRun run;
+  run.infile = infile;
+  run.outfile = outfile;
+  const auto tell = [&](RepairStage stage) {
+    if (onstage) onstage(stage, run);
+  };
+  // Asks the component whether the mesh is sound; true when it could answer.
+  const auto asksane = [&] {
+    run.sane = 0;
+    return meshrepair_issane(h.mesh, &run.sane) == 0;
+  };
   const std::string inopened = in.at(infile), outopened = in.at(outfile);
   try {
-    line(rep, "Starting Tessero default repair...");
-    line(rep, "infile = " + infile);
-    line(rep, "outfile = " + outfile);
+    tell(RepairStage::start);
 
-    int version = meshrepair_getversion();
-    line(rep, "Version " + rep.integer(version));
-    if (version != MESHREPAIR_VERSION) throw RepairFailure{"invalid version"};
+    run.version = meshrepair_getversion();
+    tell(RepairStage::version);
+    if (run.version != MESHREPAIR_VERSION) throw RepairFailure{"invalid version"};
 
     int status = meshrepair_initcontext(&h.context);
     if (status != 0) {
@@ -74,64 +81,64 @@ int repairsurface(Reporter &rep, const std::string &infile, const std::string &o
     }
     if (!h.context) throw RepairFailure{"no context"};
 
-    line(rep, "Loading mesh...");
+    tell(RepairStage::loading);
     h.mesh = meshrepair_loadstl(h.context, inopened.c_str());
     if (!h.mesh) throw RepairFailure{asgiven(lasterrortext(h.context), inopened, infile)};
-    line(rep, "facecount: " + rep.integer(meshrepair_facecount(h.mesh)));
+    run.facecount = meshrepair_facecount(h.mesh);
+    tell(RepairStage::faces);
 
-    int sane = 0;
-    if (meshrepair_issane(h.mesh, &sane) != 0) throw RepairFailure{lasterrortext(h.context)};
-    line(rep, "Status: " + rep.integer(sane));
+    if (!asksane()) throw RepairFailure{lasterrortext(h.context)};
+    tell(RepairStage::sanity);
 
-    char tol[64];
-    std::snprintf(tol, sizeof tol, "%g", tolerance);
-    line(rep, std::string("Repairing mesh with tolerance ") + tol + " ...");
+    tell(RepairStage::repairing);
     const float tolsingle = static_cast<float>(tolerance);
     if (meshrepair_defaultrepair(h.mesh, tolsingle) != 0) throw RepairFailure{lasterrortext(h.context)};
-    line(rep, "facecount: " + rep.integer(meshrepair_facecount(h.mesh)));
+    run.facecount = meshrepair_facecount(h.mesh);
+    tell(RepairStage::faces);
 
-    sane = 0;
-    status = meshrepair_issane(h.mesh, &sane);
-    line(rep, "Status: " + rep.integer(sane));
-    if (status != 0) throw RepairFailure{lasterrortext(h.context)};
+    // The verdict is told before an error of the question is.
+    const bool answered = asksane();
+    tell(RepairStage::sanity);
+    if (!answered) throw RepairFailure{lasterrortext(h.context)};
 
-    if (sane == 0) {
+    if (run.sane == 0) {
       if ((extended & 0xff) == 0) {
-        line(rep, "Repair failed.");
-        return -3;
+        run.status = -3;
+        tell(RepairStage::unsound);
+        return run;
       }
-      line(rep, "Default repair failed.  Trying extended repair...");
+      tell(RepairStage::extended);
       if (meshrepair_extendedrepair(h.mesh, tolsingle) != 0) throw RepairFailure{lasterrortext(h.context)};
-      sane = 0;
-      meshrepair_issane(h.mesh, &sane);
-      line(rep, "Status: " + rep.integer(sane));
-      if (sane == 0) {
-        line(rep, "Repair failed.");
-        return -3;
+      asksane();
+      tell(RepairStage::sanity);
+      if (run.sane == 0) {
+        run.status = -3;
+        tell(RepairStage::unsound);
+        return run;
       }
     }
 
-    line(rep, "Saving repaired STL...");
+    tell(RepairStage::saving);
     if (meshrepair_savestl(h.mesh, outopened.c_str(), 0) != 0)
       throw RepairFailure{asgiven(lasterrortext(h.context), outopened, outfile)};
     meshrepair_free(h.mesh);
     h.mesh = nullptr;
     meshrepair_freecontext(h.context);
     h.context = nullptr;
-    line(rep, "Finished repair");
-    return 0;
+    tell(RepairStage::finished);
+    return run;
   } catch (const RepairFailure &failure) {
-    line(rep, "fatal error: " + failure.text);
-    return -1;
+    run.status = -1;
+    run.failure = failure.text;
+    tell(RepairStage::error);
+    return run;
   }
 }
 
-std::string sendtorepair(Reporter &rep, const std::string &file, double tolerance, bool tsre, const Folder &in) {
+RepairRun sendtorepair(const std::string &file, double tolerance, bool tsre, const RepairStageFn &onstage,
+                       const Folder &in) {
   const std::string infile = rtrim(file);
-  const std::string outfile = repairoutputname(infile, in);
-  if (repairsurface(rep, infile, outfile, tolerance, tsre ? 1 : 0, in) != 0)
-    rep.post(Severity::critical, 1011, {infile});
-  return outfile;
+  return repairsurface(infile, repairoutputname(infile, in), tolerance, tsre ? 1 : 0, onstage, in);
 }
 
 }  // namespace wf

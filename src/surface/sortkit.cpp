@@ -140,6 +140,38 @@ inline uint64_t orderkey(double x) {
 }
 inline uint32_t orderkey(int32_t x) { return static_cast<uint32_t>(x) ^ 0x80000000u; }
 
+// The least significant digit radix sort of records by an unsigned key (32 or 64 bits), 11
+// bits a digit, shared by the table sorts and the ranking of distinct keys. tally counts a key's
+// digits into the ndigit x nbucket counters; passes then moves the n records (n >= 1, every key
+// tallied) from src to dst and back, one pass a digit, a digit that all keys share passed over,
+// and returns where the sorted records are: src or dst. Stable: ties keep their incoming order.
+template <class Key>
+struct Radix {
+  static constexpr int bits = 11, nbucket = 1 << bits;
+  static constexpr int ndigit = (8 * static_cast<int>(sizeof(Key)) + bits - 1) / bits;
+  static constexpr size_t ncounters = static_cast<size_t>(ndigit) * nbucket;
+
+  static void tally(uint32_t *count, Key k) {
+    for (int d = 0; d < ndigit; ++d) ++count[static_cast<size_t>(d) * nbucket + ((k >> (bits * d)) & (nbucket - 1))];
+  }
+  template <class R, class KeyOf>
+  static R *passes(R *src, R *dst, size_t n, uint32_t *count, KeyOf keyof) {
+    for (int d = 0; d < ndigit; ++d) {
+      uint32_t *cnt = count + static_cast<size_t>(d) * nbucket;
+      if (cnt[(keyof(src[0]) >> (bits * d)) & (nbucket - 1)] == n) continue;  // one digit for all
+      uint32_t sum = 0;
+      for (int b = 0; b < nbucket; ++b) {
+        const uint32_t c = cnt[b];
+        cnt[b] = sum;
+        sum += c;
+      }
+      for (size_t i = 0; i < n; ++i) dst[cnt[(keyof(src[i]) >> (bits * d)) & (nbucket - 1)]++] = src[i];
+      std::swap(src, dst);
+    }
+    return src;
+  }
+};
+
 // The quick road for rows of at most three columns whose comparison is a strict weak order:
 // a least-significant-digit radix sort of key records on the first column (stable, so ties
 // keep their incoming order), then each run of equal first keys put in order by the other
@@ -156,29 +188,16 @@ bool sortkeyed(const K *a, int32_t *p, int ncols, int32_t n) {
   if (!buf) return false;
   R *src = buf.get(), *dst = src + nn;
 
-  constexpr int bits = 11, nbucket = 1 << bits;
-  constexpr int ndigit = (8 * static_cast<int>(sizeof(Key)) + bits - 1) / bits;
-  std::vector<uint32_t> count(static_cast<size_t>(ndigit) * nbucket, 0);
+  // The first keys are tallied as the records are made.
+  std::vector<uint32_t> count(Radix<Key>::ncounters, 0);
   const size_t nc = static_cast<size_t>(ncols);
   for (size_t i = 0; i < nn; ++i) {
     const K *row = a + nc * static_cast<size_t>(p[i] - 1);
     for (int c = 0; c < 3; ++c) src[i].k[c] = c < ncols ? static_cast<Key>(orderkey(row[c])) : 0;
     src[i].row = p[i];
-    Key k0 = src[i].k[0];
-    for (int d = 0; d < ndigit; ++d) ++count[static_cast<size_t>(d) * nbucket + ((k0 >> (bits * d)) & (nbucket - 1))];
+    Radix<Key>::tally(count.data(), src[i].k[0]);
   }
-  for (int d = 0; d < ndigit; ++d) {
-    uint32_t *cnt = count.data() + static_cast<size_t>(d) * nbucket;
-    if (cnt[(src[0].k[0] >> (bits * d)) & (nbucket - 1)] == nn) continue;  // one digit for all
-    uint32_t sum = 0;
-    for (int b = 0; b < nbucket; ++b) {
-      uint32_t c = cnt[b];
-      cnt[b] = sum;
-      sum += c;
-    }
-    for (size_t i = 0; i < nn; ++i) dst[cnt[(src[i].k[0] >> (bits * d)) & (nbucket - 1)]++] = src[i];
-    std::swap(src, dst);
-  }
+  src = Radix<Key>::passes(src, dst, nn, count.data(), [](const R &r) { return r.k[0]; });
 
   auto before = [](const R &l, const R &r) {
     if (l.k[1] != r.k[1]) return l.k[1] < r.k[1];
@@ -292,29 +311,12 @@ struct KeySlot {
 };
 constexpr uint32_t emptyslot = 0xFFFFFFFFu;
 
-// The least significant digit radix sort of n records by key, 11 bits a digit, a digit that all
-// keys share passed over. count has room for 6 x 2048 counters. Returns where the sorted
-// records are: src or dst.
+// The distinct keys in order (n >= 1). count has room for the counters of 64-bit keys.
 KeySlot *radixbykey(KeySlot *src, KeySlot *dst, size_t n, uint32_t *count) {
-  constexpr int bits = 11, nbucket = 1 << bits, ndigit = (64 + bits - 1) / bits;
-  std::memset(count, 0, sizeof(uint32_t) * ndigit * nbucket);
-  for (size_t i = 0; i < n; ++i) {
-    const uint64_t k = src[i].key;
-    for (int d = 0; d < ndigit; ++d) ++count[d * nbucket + ((k >> (bits * d)) & (nbucket - 1))];
-  }
-  for (int d = 0; d < ndigit; ++d) {
-    uint32_t *cnt = count + d * nbucket;
-    if (cnt[(src[0].key >> (bits * d)) & (nbucket - 1)] == n) continue;  // one digit for all
-    uint32_t sum = 0;
-    for (int b = 0; b < nbucket; ++b) {
-      const uint32_t c = cnt[b];
-      cnt[b] = sum;
-      sum += c;
-    }
-    for (size_t i = 0; i < n; ++i) dst[cnt[(src[i].key >> (bits * d)) & (nbucket - 1)]++] = src[i];
-    std::swap(src, dst);
-  }
-  return src;
+  using Sort = Radix<uint64_t>;
+  std::memset(count, 0, sizeof(uint32_t) * Sort::ncounters);
+  for (size_t i = 0; i < n; ++i) Sort::tally(count, src[i].key);
+  return Sort::passes(src, dst, n, count, [](const KeySlot &r) { return r.key; });
 }
 
 }  // namespace
@@ -353,7 +355,7 @@ bool rankkeys(const uint64_t *keys, int32_t n, int32_t *rank, KeyRanks &out, Scr
     const size_t nslot = size_t{1} << bits, cap = nslot / 2;
     // Layout: the distinct keys and their first positions by id, the rank of each id, the
     // slots (later the two buffers of the radix sort), the counters of the sort.
-    const size_t bytes = cap * (8 + 4 + 4) + nslot * sizeof(KeySlot) + 6 * 2048 * 4;
+    const size_t bytes = cap * (8 + 4 + 4) + nslot * sizeof(KeySlot) + Radix<uint64_t>::ncounters * 4;
     char *mem = static_cast<char *>(scratch.get(bytes));
     if (!mem) return false;
     uint64_t *distinct = reinterpret_cast<uint64_t *>(mem);

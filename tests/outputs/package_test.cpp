@@ -18,6 +18,8 @@
 #include <ctime>
 #include <filesystem>
 #include <limits>
+#include <optional>
+#include <vector>
 
 #include <Model/COM/NMR_DLLInterfaces.h>
 
@@ -103,10 +105,47 @@ wf::SurfaceMesh sheet(int n) {
   return m;
 }
 
-std::string writepackage(const wf::SurfaceMesh &m, const std::string &folder) {
-  wft::CapturedReporter cap;
-  wf::write3mf(cap.rep, m, wf::dispsingle(m, "test"), folder);
-  return cap.text();
+// A note of the zip as "event name number".
+std::string notetext(const wf::ZipNote &n) {
+  return std::to_string(static_cast<int>(n.event)) + " " + n.name + " " + std::to_string(n.number);
+}
+
+// A package as written: its files, the model as told (before the first note of the zip) and the
+// zip's notes.
+struct Written {
+  wf::PackageFiles files;
+  std::string modeltold;
+  size_t notesbeforemodel = 0;
+  std::vector<wf::ZipNote> notes;
+};
+Written writepackage(const wf::SurfaceMesh &m, const std::string &folder) {
+  Written w;
+  w.files = wf::write3mf(
+      m, wf::dispsingle(m, "test"), folder,
+      [&](const wf::PackageFiles &sofar) {
+        w.modeltold = sofar.modelpath;
+        w.notesbeforemodel = w.notes.size();
+      },
+      [&](const wf::ZipNote &n) { w.notes.push_back(n); });
+  return w;
+}
+
+// The notes of a zip made of the members in their order, none failing.
+std::vector<std::string> goodnotes(const std::string &folder) {
+  std::vector<std::string> want = {notetext({wf::ZipEvent::starting, "", 0}),
+                                   notetext({wf::ZipEvent::created, folder + ".3mf", 0})};
+  for (const char *m : members) {
+    const std::string file = folder + "/" + m;
+    want.push_back(notetext({wf::ZipEvent::membersize, file, static_cast<long long>(fs::file_size(file))}));
+  }
+  want.push_back(notetext({wf::ZipEvent::done, "", 0}));
+  return want;
+}
+
+std::vector<std::string> notetexts(const std::vector<wf::ZipNote> &notes) {
+  std::vector<std::string> r;
+  for (const wf::ZipNote &n : notes) r.push_back(notetext(n));
+  return r;
 }
 
 // The rows of a model member read back: the colour table (its four runs, by their ends), every
@@ -206,8 +245,12 @@ TEST(Package3mf, ReadBackByUnzipAndLib3mf) {
   for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
     const std::string folder = std::string(c.name) + "_color";
-    const std::string out = writepackage(c.mesh, folder);
-    EXPECT_TRUE(out.ends_with("zip:  done\n Finished writing 3MF file " + folder + ".3mf\n")) << out;
+    const Written w = writepackage(c.mesh, folder);
+    EXPECT_EQ(w.files.zipstatus, 0);
+    EXPECT_EQ(w.files.zipname, folder + ".3mf");
+    EXPECT_EQ(w.modeltold, folder + "/3D/3dmodel.model");
+    EXPECT_EQ(w.notesbeforemodel, 0u);  // the model is told before the zip starts
+    EXPECT_EQ(notetexts(w.notes), goodnotes(folder));
     int status = 0;
     const std::string test = shell("unzip -t " + folder + ".3mf", &status);
     EXPECT_TRUE(status == 0 && wft::contains(test, "No errors detected")) << test;
@@ -238,26 +281,31 @@ TEST(Package3mf, ReadBackByUnzipAndLib3mf) {
       wft::contains(wft::readfile("empty_color/3D/3dmodel.model"), "\t\t\t\t<triangles>\n\t\t\t\t</triangles>\n"));
 }
 
-// A failed zip is reported and the run goes on; the zip64 flag starts at exactly 0xFFFFFFFF
-// bytes.
+// A failed zip is returned, with the members in place; the zip64 flag starts at exactly
+// 0xFFFFFFFF bytes, and a file that cannot be opened has no size.
 TEST(Package3mf, ZipFailureAndZip64Flag) {
   InTempDir dir("3mf_zipfail");
   fs::create_directories("p_color.3mf");  // a folder where the zip should go
-  EXPECT_TRUE(writepackage(tetra(), "p_color")
-                  .ends_with("zip:  starting\nzip:  error opening \"p_color.3mf\"\n ERROR zipping\n"));
+  const Written w = writepackage(tetra(), "p_color");
+  EXPECT_EQ(w.files.zipstatus, -1);
+  EXPECT_EQ(notetexts(w.notes), std::vector<std::string>({notetext({wf::ZipEvent::starting, "", 0}),
+                                                          notetext({wf::ZipEvent::notcreated, "p_color.3mf", 0})}));
   EXPECT_TRUE(fs::is_directory("p_color.3mf"));
+  for (const char *m : members) EXPECT_TRUE(fs::exists(std::string("p_color/") + m)) << m;
   std::FILE *f = std::fopen("big", "wb");
   const bool sparse = ftruncate(fileno(f), 0xFFFFFFFFLL) == 0;
   std::fclose(f);
   std::vector<int> flags;
-  wft::CapturedReporter cap;
-  for (const char *p : {"p_color/History/history.xml", "absent", "big"})
-    flags.push_back(wf::iszip64file(cap.rep, p, "pre: "));
+  std::vector<std::optional<long long>> sizes;
+  for (const char *p : {"p_color/History/history.xml", "absent", "big"}) {
+    std::optional<long long> bytes = 7;
+    flags.push_back(wf::iszip64file(p, &bytes));
+    sizes.push_back(bytes);
+  }
   fs::remove("big");
   if (!sparse) GTEST_SKIP() << "no sparse file";
   EXPECT_EQ(flags, std::vector<int>({0, 0, 1}));
-  EXPECT_EQ(cap.text(),
-            "pre: file \"p_color/History/history.xml\" is 258 bytes\npre: file \"big\" is 4294967295 bytes\n");
+  EXPECT_EQ(sizes, std::vector<std::optional<long long>>({258, std::nullopt, 4294967295LL}));
 }
 
 // The folder is cut at the last dot of the whole path, also in a folder's name; a surface of one
@@ -274,7 +322,7 @@ TEST(Package3mf, FolderNamesOneMagnitudeAndFailedMembers) {
   EXPECT_EQ(wf::colourindex(4.0f, 0.0f, 4.0f), 1020);
   wf::SurfaceMesh still = tetra();
   still.vrt = still.prewarp;
-  EXPECT_TRUE(writepackage(still, "still_color").ends_with(" Finished writing 3MF file still_color.3mf\n"));
+  EXPECT_EQ(writepackage(still, "still_color").files.zipstatus, 0);
   const std::string model = wft::readfile("still_color/3D/3dmodel.model");
   const std::string corners = " p1=\"-2147483648\" p2=\"-2147483648\" p3=\"-2147483648\" />";
   size_t found = 0;
@@ -332,32 +380,34 @@ TEST(Package3mf, ModelBlocksReadBackRowByRow) {
 }
 
 // The zip stores the model as deflated from memory: it is the zip that reads the member back
-// from its file, byte for byte, with the same console lines; and the package is the same on one
-// and on two threads (the entries' dates aside, which follow the files' write times).
+// from its file, byte for byte, with the same notes; and the package is the same on one and on
+// two threads (the entries' dates aside, which follow the files' write times).
 TEST(Package3mf, ZipFromMemoryIsTheZipReadBack) {
   InTempDir dir("3mf_frommemory");
   const wf::SurfaceMesh m = sheet(300);
-  std::string zips[2], lines[2];
+  std::string zips[2];
+  std::vector<std::string> notes[2];
   for (int threads : {1, 2}) {
     Threads t(threads);
     const std::string folder = "t" + std::to_string(threads) + "_color";
-    const std::string out = writepackage(m, folder);
-    lines[threads - 1] = out.substr(out.find("zip:  starting"));
+    notes[threads - 1] = notetexts(writepackage(m, folder).notes);
     zips[threads - 1] = wft::readfile(folder + ".3mf");
     for (const char *member : members)
       EXPECT_TRUE(wft::readfile(folder + "/" + member) == wft::readfile("t1_color/" + std::string(member))) << member;
-    wft::CapturedReporter cap;
+    std::vector<wf::ZipNote> readback;
     char list[] =
         "_rels/.rels\n3D/_rels/3dmodel.model.rels\nHistory/history.xml\n[Content_Types].xml\n3D/3dmodel.model\n";
-    ASSERT_EQ(wf::zippackage(cap.rep, "readback.3mf", folder.c_str(), list), 0);
+    ASSERT_EQ(wf::zippackage("readback.3mf", folder.c_str(), list, nullptr,
+                             [&](const wf::ZipNote &n) { readback.push_back(n); }),
+              0);
     EXPECT_TRUE(wft::readfile("readback.3mf") == zips[threads - 1]);
-    std::string expect = lines[threads - 1];
-    const std::string name = folder + ".3mf";
-    expect.replace(expect.find(name), name.size(), "readback.3mf");
-    EXPECT_EQ(cap.text(), expect.substr(0, expect.find(" Finished writing 3MF")));
+    std::vector<std::string> expect = notes[threads - 1];
+    ASSERT_GE(expect.size(), 2u);
+    expect[1] = notetext({wf::ZipEvent::created, "readback.3mf", 0});
+    EXPECT_EQ(notetexts(readback), expect);
   }
-  for (size_t at; (at = lines[1].find("t2_color")) != std::string::npos;) lines[1].replace(at, 8, "t1_color");
-  EXPECT_EQ(lines[1], lines[0]);
+  EXPECT_EQ(notes[0], goodnotes("t1_color"));
+  EXPECT_EQ(notes[1], goodnotes("t2_color"));
   EXPECT_TRUE(undated(zips[0]) == undated(zips[1]));
   EXPECT_NE(undated(zips[0]), "<no zip>");
 }

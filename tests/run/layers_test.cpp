@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The shape of the sources: no include runs upward through the layers, and every header opens
-// with its licence line and a comment that states its contract.
+// The shape of the sources: no include runs upward through the layers, the layers that compute
+// never include the Reporter, and every header opens with its licence line and a comment that
+// states its contract.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -52,4 +53,19 @@ TEST(Sources, IncludesFollowTheLayers) {
     }
   }
   EXPECT_GT(files, 50);
+}
+
+// The layers that compute return what they found and never print: no file of theirs includes the
+// Reporter; the steps above them (app/steps) say the run's lines.
+TEST(Sources, ComputingLayersDoNotPrint) {
+  const fs::path src = fs::path(WARPFORGE_SOURCE_DIR) / "src";
+  int files = 0;
+  for (const char *folder : {"surface", "warp", "recheck", "repair", "outputs"}) {
+    for (const auto &entry : fs::recursive_directory_iterator(src / folder)) {
+      if (!entry.is_regular_file()) continue;
+      ++files;
+      EXPECT_FALSE(wft::contains(wft::readfile(entry.path().string()), "base/reporter.h")) << entry.path();
+    }
+  }
+  EXPECT_GT(files, 30);
 }

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The steps of a surface as the console shows them: the read (the repaired sibling, the byte
 // orders tried, the form, the box and counts), the preparation (tolerance, merge, edges and the
-// warnings), the read-back and the query sets. What the algorithms compute is tested with them.
+// warnings), the read-back and the query sets, the warp, the coloured package and its zip, the
+// plain 3MF conversion and the repair. What the algorithms compute is tested with them.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -13,6 +15,7 @@
 #include "app/steps.h"
 #include "base/text.h"
 #include "base/textio.h"
+#include "outputs/outcommon.h"
 #include "reporting.h"
 #include "shapes.h"
 #include "testutil.h"
@@ -265,4 +268,154 @@ TEST(SurfaceSteps, WarpLinesInTheirOrder) {
     EXPECT_EQ(lines, want);
     EXPECT_GT(prep.mesh.ntri, 12);  // the walk split the cube's edges
   }
+}
+
+namespace {
+
+// A tetrahedron moved by (0,0,0), (1,0,0), (0,2,0), (0,0,4): four displacement magnitudes.
+wf::SurfaceMesh movedtetra() {
+  wf::SurfaceMesh m;
+  m.nvrt = m.ntri = 4;
+  m.prewarp = {0, 0, 0, 10, 0, 0, 0, 10, 0, 0, 0, 10};
+  m.vrt = {0, 0, 0, 11, 0, 0, 0, 12, 0, 0, 0, 14};
+  m.tri = {1, 3, 2, 1, 2, 4, 1, 4, 3, 2, 3, 4};
+  return m;
+}
+
+}  // namespace
+
+// The package's lines in their order, the package folder named as given: the model finished and
+// two blank lines, the zip's lines (each member's size in its order, the model last), the
+// package finished. The sizes stay decimal after the console has turned to hexadecimal. A zip
+// that cannot be made: its two lines and "ERROR zipping".
+TEST(OutputSteps, PackageLinesInTheirOrder) {
+  namespace fs = std::filesystem;
+  const std::string dir = tempdir("steppackage");
+  const wf::Folder in(dir);
+  const wf::SurfaceMesh m = movedtetra();
+  const char *members[] = {"_rels/.rels", "3D/_rels/3dmodel.model.rels", "History/history.xml", "[Content_Types].xml",
+                           "3D/3dmodel.model"};
+  for (bool hex : {false, true}) {
+    SCOPED_TRACE(hex);
+    CapturedReporter cap;
+    if (hex) cap.rep.hexstatus(0);
+    const std::string folder = hex ? "h_color" : "d_color";
+    wf::package3mfstep(cap.rep, m, wf::dispsingle(m, "test"), folder, in);
+    Lines want = {" Finished writing 3dmodel file " + folder + "/3D/3dmodel.model", "", "", "zip:  starting",
+                  "zip:  creating \"" + folder + ".3mf\""};
+    for (const char *member : members) {
+      const std::string file = folder + "/" + member;
+      want.push_back("zip:  file \"" + file + "\" is " + std::to_string(fs::file_size(dir + "/" + file)) + " bytes");
+    }
+    want.insert(want.end(), {"zip:  done", " Finished writing 3MF file " + folder + ".3mf"});
+    EXPECT_EQ(splitlines(cap.text()), want);
+    EXPECT_TRUE(fs::is_regular_file(dir + "/" + folder + ".3mf"));
+  }
+  fs::create_directories(dir + "/p_color.3mf");  // a folder where the zip should go
+  CapturedReporter cap;
+  wf::package3mfstep(cap.rep, m, wf::dispsingle(m, "test"), "p_color", in);
+  const std::string out = cap.text();
+  EXPECT_TRUE(out.ends_with("zip:  starting\nzip:  error opening \"p_color.3mf\"\n ERROR zipping\n")) << out;
+  EXPECT_EQ(cap.rep.warnings() + cap.rep.criticals(), 0);
+}
+
+// The converter's lines: the title between two rules, the read and the write with their times,
+// the end. A name that keeps its blanks has an unknown extension (said as it stands) and gets
+// the warning; a file lib3MF cannot parse has its status said in hexadecimal, which turns the
+// console's integers to hexadecimal for good.
+TEST(OutputSteps, PlainConversionLines) {
+  const std::string dir = tempdir("stepplain");
+  const wf::Folder in(dir);
+  writefile(dir + "/part.stl", binarystl(cube(2.0)));
+  const std::string rule(66, '-');
+  CapturedReporter cap;
+  EXPECT_EQ(wf::plain3mfstep(cap.rep, "part.stl", in), 0);
+  Lines lines = splitlines(cap.text());
+  ASSERT_EQ(lines.size(), 8u);
+  for (size_t k : {4u, 6u}) {
+    ASSERT_TRUE(lines[k].starts_with("elapsed time: ") && lines[k].ends_with("ms")) << lines[k];
+    const std::string ms = lines[k].substr(14, lines[k].size() - 16);
+    EXPECT_TRUE(!ms.empty() && ms.find_first_not_of("0123456789") == std::string::npos) << lines[k];
+    lines[k] = "elapsed time";
+  }
+  EXPECT_EQ(lines, Lines({rule, "3MF Model Converter", rule, "reading part.stl...", "elapsed time",
+                          "writing part.3mf...", "elapsed time", "done converting 3MF"}));
+  EXPECT_TRUE(std::filesystem::is_regular_file(dir + "/part.3mf"));
+
+  EXPECT_EQ(wf::plain3mfstep(cap.rep, "part.STL  ", in), -5);
+  EXPECT_EQ(splitlines(cap.text()), Lines({rule, "3MF Model Converter", rule, "unknown input file extension:.stl  ",
+                                           " Warning:  3MF conversion was not successful.", ""}));
+  EXPECT_EQ(cap.rep.numbermode(), wf::NumberMode::decimal);
+
+  writefile(dir + "/bad.3mf", "not a zip at all");
+  EXPECT_EQ(wf::plain3mfstep(cap.rep, "bad.3mf", in), -8);
+  lines = splitlines(cap.text());
+  ASSERT_EQ(lines.size(), 7u);
+  EXPECT_EQ(lines[3], "reading bad.3mf...");
+  ASSERT_TRUE(lines[4].starts_with("could not parse file: ")) << lines[4];
+  const std::string status = lines[4].substr(22);
+  EXPECT_TRUE(!status.empty() && status.find_first_not_of("0123456789ABCDEF") == std::string::npos) << lines[4];
+  EXPECT_EQ(Lines(lines.begin() + 5, lines.end()), Lines({" Warning:  3MF conversion was not successful.", ""}));
+  EXPECT_EQ(cap.rep.numbermode(), wf::NumberMode::hexadecimal);
+  EXPECT_EQ(cap.rep.integer(255), "FF");
+}
+
+// The repair's lines: a cube with a facet gone is repaired by the default repair and saved; its
+// counts follow the console's number mode. Facets that bound nothing stay unsound: without the
+// extended repair the repair ends there, with it the extended repair is said and tried; either
+// way a critical warning, and the repaired name stands for the surface. A file that cannot be
+// loaded ends in the component's words, naming the file as given.
+TEST(RepairSteps, RepairLinesInTheirOrder) {
+  const std::string dir = tempdir("steprepair");
+  const wf::Folder in(dir);
+  Soup open = cube(10.0);
+  open.resize(open.size() - 9);
+  writefile(dir + "/open.stl", binarystl(open));
+  const Lines head = {"Starting Tessero default repair...", "infile = open.stl", "outfile = open_ls_repair.stl"};
+  for (bool hex : {false, true}) {
+    SCOPED_TRACE(hex);
+    CapturedReporter cap;
+    if (hex) cap.rep.hexstatus(0);
+    EXPECT_EQ(wf::repairstep(cap.rep, "open.stl    ", 0.01, false, in), "open_ls_repair.stl");
+    Lines want = head;
+    if (hex)
+      want.insert(want.end(), {"Version 7E3", "Loading mesh...", "facecount: B", "Status: 0",
+                               "Repairing mesh with tolerance 0.01 ...", "facecount: C", "Status: 1"});
+    else
+      want.insert(want.end(), {"Version 2019", "Loading mesh...", "facecount: 11", "Status: 0",
+                               "Repairing mesh with tolerance 0.01 ...", "facecount: 12", "Status: 1"});
+    want.insert(want.end(), {"Saving repaired STL...", "Finished repair"});
+    EXPECT_EQ(splitlines(cap.text()), want);
+    EXPECT_EQ(cap.rep.criticals(), 0);
+    EXPECT_TRUE(std::filesystem::is_regular_file(dir + "/open_ls_repair.stl"));
+  }
+
+  writefile(dir + "/dust.stl", binarystlbytes(scatteredfacets(20, 3)));
+  for (bool tsre : {false, true}) {
+    SCOPED_TRACE(tsre);
+    CapturedReporter cap;
+    EXPECT_EQ(wf::repairstep(cap.rep, "dust.stl", 0.5, tsre, in), "dust_ls_repair.stl");
+    const Lines lines = splitlines(cap.text());
+    const auto at = std::find(lines.begin(), lines.end(), "Repairing mesh with tolerance 0.5 ...");
+    ASSERT_NE(at, lines.end());
+    ASSERT_GE(lines.end() - at, 3);
+    Lines tail(at + 2, lines.end());
+    // The critical warning follows the repair's last line.
+    tail.resize(std::find(tail.begin(), tail.end(), "") - tail.begin());
+    EXPECT_EQ(tail, tsre ? Lines({"Status: 0", "Default repair failed.  Trying extended repair...", "Status: 0",
+                                  "Repair failed."})
+                         : Lines({"Status: 0", "Repair failed."}));
+    EXPECT_EQ(cap.rep.criticals(), 1);
+  }
+
+  CapturedReporter cap;
+  EXPECT_EQ(wf::repairstep(cap.rep, "absent.stl", 0.01, false, in), "absent.stl_ls_repair.stl");
+  const Lines lines = splitlines(cap.text());
+  ASSERT_GE(lines.size(), 6u);
+  EXPECT_EQ(Lines(lines.begin(), lines.begin() + 5),
+            Lines({"Starting Tessero default repair...", "infile = absent.stl", "outfile = absent.stl_ls_repair.stl",
+                   "Version 2019", "Loading mesh..."}));
+  EXPECT_TRUE(lines[5].starts_with("fatal error: ")) << lines[5];
+  EXPECT_TRUE(contains(lines[5], "'absent.stl'") || !contains(lines[5], dir)) << lines[5];
+  EXPECT_EQ(cap.rep.criticals(), 1);
 }
