@@ -19,7 +19,9 @@ struct FacetMesh {
 };
 
 // The n facets of xyz (9 floats each) made one mesh, points numbered in order of first
-// appearance. With dropdegenerate, facets with two equal corners are left out.
+// appearance. With dropdegenerate, facets with two equal corners are left out. Unlike the merge
+// of a run's surface (surface/preparesurface.h), nothing is snapped: the repair judges and mends
+// what was written, where only equal corners are one point.
 FacetMesh weld(const float *xyz, int64_t n, bool dropdegenerate);
 // The facets as 9 floats each.
 std::vector<float> floatsof(const FacetMesh &m);
