@@ -3,6 +3,11 @@
 // mesh nodes found by a ring search in the node grid (nodalwarp), or the pull towards the
 // scanned surface (warpvertex, scan path). Nothing here allocates; the caller owns the three
 // work arrays, so the routines run unchanged on any thread.
+//
+// nodalwarp is four steps, each its own function below: ringsearch (the nodes), nodeaverage
+// (their displacement), zrule (asked once, at the point's height before the move, and read both
+// by the displacement and by the reference pull) and referencepull (with *REFG, instead of the
+// plain move by warpscale times the displacement).
 #include <cmath>
 #include <cstdlib>
 
@@ -69,15 +74,18 @@ inline bool visitcell(Search &st, int32_t first, int32_t last) {
   return false;
 }
 
-}  // namespace
+// What the ring search found for a point: the first node in visiting order within the snap
+// tolerance (0 for none), else how many positions of the work arrays hold a node (at most navg).
+struct Found {
+  int32_t snap = 0;
+  int32_t filled = 0;
+};
 
-void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
-  const Simulation &sim = *field.sim;
-  const NodeGrid &grid = *field.grid;
-  const WarpParams &wp = field.params;
-  double *dist2 = work.dist2.data();
-  int32_t *nodes = work.nodes.data();
-  double *weights = work.weights.data();
+// The ring search of the header, for the point p: the nearest active nodes as the rules there
+// find them, into work.dist2 and work.nodes (positions 0..filled-1; the rest are left as they
+// were). Reads only the grid and the simulation's coordinates and flags.
+Found ringsearch(const Simulation &sim, const NodeGrid &grid, const WarpParams &wp, const double *point,
+                 WarpWork &work) {
   const int navg = static_cast<int>(work.dist2.size());
   const int32_t nx = grid.nx, ny = grid.ny, nz = grid.nz;
   const int32_t ix = gridcell(point[0], grid.origin[0], grid.cellsize[0], nx);
@@ -92,8 +100,8 @@ void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
   st.xyz = sim.nodexyz.data();
   st.active = sim.nodeactive.data();
   st.cellnodes = grid.cellnodes.data();
-  st.dist2 = dist2;
-  st.nodes = nodes;
+  st.dist2 = work.dist2.data();
+  st.nodes = work.nodes.data();
   st.navg = navg;
 
   double h = grid.cellsize[0];
@@ -226,65 +234,105 @@ void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
     if (snapped) break;
   }
 
-  double u[3] = {0.0, 0.0, 0.0};
+  Found found;
+  if (snapped)
+    found.snap = st.snap;
+  else
+    found.filled = st.count < navg ? st.count : navg;
+  return found;
+}
+
+// The displacement u of what the search found: the snapped node's own, unweighted; otherwise
+// the average over the filled positions with weights 1 / d2^halfexponent, summed in position
+// order (only filled positions count; with none u is zero).
+void nodeaverage(const Found &found, const Simulation &sim, double halfexponent, WarpWork &work, double u[3]) {
+  u[0] = u[1] = u[2] = 0.0;
   const double *disp = sim.nodedisp.data();
-  if (snapped) {
-    const double *dn = disp + 3 * static_cast<size_t>(st.snap - 1);
+  if (found.snap != 0) {
+    const double *dn = disp + 3 * static_cast<size_t>(found.snap - 1);
     u[0] = dn[0];
     u[1] = dn[1];
     u[2] = dn[2];
-  } else {
-    // Only the positions actually filled enter the average; with no node at all the
-    // displacement stays zero.
-    const int nfill = st.count < navg ? static_cast<int>(st.count) : navg;
-    if (nfill > 0) {
-      double wsum = 0.0;
-      for (int m = 0; m < nfill; ++m) {
-        weights[m] = 1.0 / std::pow(dist2[m], wp.halfexponent);
-        wsum += weights[m];
-      }
-      double sx0 = 0.0, sy0 = 0.0, sz0 = 0.0;
-      for (int m = 0; m < nfill; ++m) {
-        const double *dn = disp + 3 * static_cast<size_t>(nodes[m] - 1);
-        sx0 += weights[m] * dn[0];
-        sy0 += weights[m] * dn[1];
-        sz0 += weights[m] * dn[2];
-      }
-      u[0] = sx0 / wsum;
-      u[1] = sy0 / wsum;
-      u[2] = sz0 / wsum;
-    }
-  }
-
-  // Z rules.
-  const double z = point[2];
-  const bool onplane = wp.fixz && std::fabs(z - wp.buildplane) <= wp.ztol;
-  if (onplane) u[2] = 0.0;
-  if (wp.norel) u[2] = 0.0;
-
-  const double ws = wp.warpscale;
-  if (!wp.refg) {
-    point[0] = point[0] + ws * u[0];
-    point[1] = point[1] + ws * u[1];
-    point[2] = point[2] + ws * u[2];
     return;
   }
+  const int nfill = static_cast<int>(found.filled);
+  if (nfill == 0) return;
+  const double *dist2 = work.dist2.data();
+  const int32_t *nodes = work.nodes.data();
+  double *weights = work.weights.data();
+  double wsum = 0.0;
+  for (int m = 0; m < nfill; ++m) {
+    weights[m] = 1.0 / std::pow(dist2[m], halfexponent);
+    wsum += weights[m];
+  }
+  double sx0 = 0.0, sy0 = 0.0, sz0 = 0.0;
+  for (int m = 0; m < nfill; ++m) {
+    const double *dn = disp + 3 * static_cast<size_t>(nodes[m] - 1);
+    sx0 += weights[m] * dn[0];
+    sy0 += weights[m] * dn[1];
+    sz0 += weights[m] * dn[2];
+  }
+  u[0] = sx0 / wsum;
+  u[1] = sy0 / wsum;
+  u[2] = sz0 / wsum;
+}
 
-  // Reference correction: the displaced point is pulled onto the reference surface.
+// The Z rules at a point of height z (before its move): with *FIXZ a point within ztol of the
+// build plane (inclusive) is on the plane, and with *NRLE no point moves in Z. Both the
+// displacement (its Z dropped) and the reference pull (the new Z chosen) read the same answer.
+struct ZRule {
+  bool onplane = false;
+  bool norel = false;
+  bool keepz() const { return onplane || norel; }
+};
+ZRule zrule(const WarpParams &wp, double z) {
+  ZRule rule;
+  rule.onplane = wp.fixz && std::fabs(z - wp.buildplane) <= wp.ztol;
+  rule.norel = wp.norel;
+  return rule;
+}
+
+// The reference pull of a point that the displacement u (Z rule applied) would move: the point
+// it came from, q = p - warpscale u, is taken to its closest point c on the reference set, and
+// the point moves by -warpscale (c - q) from where it stands in x and y; in z it stays with
+// *NRLE, lands exactly on the build plane when on it, and otherwise moves from its old height
+// alike.
+void referencepull(const QuerySet &ref, const WarpParams &wp, const ZRule &rule, const double u[3], double *point) {
+  const double ws = wp.warpscale;
+  const double z = point[2];
   double q[3], c[3];
   q[0] = point[0] - ws * u[0];
   q[1] = point[1] - ws * u[1];
   q[2] = point[2] - ws * u[2];
-  closestpoint(q, c, *field.ref);
+  closestpoint(q, c, ref);
   point[0] = point[0] - ws * (c[0] - q[0]);
   point[1] = point[1] - ws * (c[1] - q[1]);
-  if (wp.norel) {
+  if (rule.norel) {
     // z unchanged
-  } else if (onplane) {
+  } else if (rule.onplane) {
     point[2] = wp.buildplane;
   } else {
     point[2] = z - ws * (c[2] - q[2]);
   }
+}
+
+}  // namespace
+
+void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
+  const WarpParams &wp = field.params;
+  const Found found = ringsearch(*field.sim, *field.grid, wp, point, work);
+  double u[3];
+  nodeaverage(found, *field.sim, wp.halfexponent, work, u);
+  const ZRule rule = zrule(wp, point[2]);
+  if (rule.keepz()) u[2] = 0.0;
+  if (wp.refg) {
+    referencepull(*field.ref, wp, rule, u, point);
+    return;
+  }
+  const double ws = wp.warpscale;
+  point[0] = point[0] + ws * u[0];
+  point[1] = point[1] + ws * u[1];
+  point[2] = point[2] + ws * u[2];
 }
 
 void warpvertex(const WarpField &field, double *point, WarpWork &work) {
