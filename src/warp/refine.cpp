@@ -316,7 +316,7 @@ class Midpoints {
 
 }  // namespace
 
-RefineCounts refinesurface(const WarpField &field, const RefineParams &params, SurfaceMesh &mesh, EdgeTable &edges,
+RefineCounts refinesurface(const WarpField &unpacked, const RefineParams &params, SurfaceMesh &mesh, EdgeTable &edges,
                            const ProgressFn &progress) {
   Walk walk(mesh, edges);
   const int32_t n0 = edges.n;
@@ -353,6 +353,9 @@ RefineCounts refinesurface(const WarpField &field, const RefineParams &params, S
     for (int32_t &k : edgeorder) k = numbers[col(k)];
   }
 
+  // The nodes packed for the midpoints' ring searches, when there is a midpoint at all.
+  RingNodes ring;
+  const WarpField field = ntested > 0 ? withringnodes(unpacked, ring) : unpacked;
   Midpoints mids(field, params, mesh, edges);
   int32_t wavelast = params.ahead ? n0 : std::numeric_limits<int32_t>::max();
   if (params.ahead) mids.wave(1, n0);

@@ -52,7 +52,8 @@ struct RefineCounts {
 // has them). The midpoints are displaced ahead of the walk, wave by wave, on all threads (each
 // with the floating-point mode of the caller and its own work arrays); the walk's decisions,
 // numbering and result are those of a walk that displaces each midpoint when it reaches it, on
-// any number of threads.
+// any number of threads. The ring searches read the grid's nodes packed (packnodes), made here
+// when some edge is to be tested, unless the field has them.
 RefineCounts refinesurface(const WarpField &field, const RefineParams &params, SurfaceMesh &mesh, EdgeTable &edges,
                            const ProgressFn &progress);
 

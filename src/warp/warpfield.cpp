@@ -10,20 +10,49 @@
 // plain move by warpscale times the displacement).
 #include <cmath>
 #include <cstdlib>
+#include <new>
 
 #include "warp/warpfield.h"
+
+#include "base/memory.h"
 
 namespace wf {
 
 namespace {
 
+// The nodes as the grid and the simulation list them: the bucket list names a node, whose flag
+// and coordinates are then looked up (the reference that packed nodes are tested against).
+struct ListedNodes {
+  const int32_t *cellnodes;
+  const uint8_t *active;
+  const double *xyz;
+  // The node at position pos (1-based) of the bucket list: false for one that no element uses,
+  // else its number and coordinates.
+  bool at(int32_t pos, int32_t &n, const double *&q) const {
+    n = cellnodes[pos - 1];
+    if (!active[n - 1]) return false;
+    q = xyz + 3 * static_cast<size_t>(n - 1);
+    return true;
+  }
+};
+
+// The nodes packed in the order of the bucket list (packnodes): one record holds all of it.
+struct PackedNodes {
+  const RingNode *ring;
+  bool at(int32_t pos, int32_t &n, const double *&q) const {
+    const RingNode &r = ring[pos - 1];
+    n = r.n;
+    q = r.xyz;
+    return n > 0;
+  }
+};
+
 // Search state of one point.
+template <class Nodes>
 struct Search {
   double px, py, pz;
   double snaptolsq;
-  const double *xyz;
-  const uint8_t *active;
-  const int32_t *cellnodes;
+  Nodes source;
   double *dist2;
   int32_t *nodes;
   int navg;
@@ -35,12 +64,13 @@ struct Search {
 // The nodes at positions first..last of the bucket list (one cell, or a row of cells), in
 // their stored order. Returns true when a node within the snap
 // tolerance ends the search.
-inline bool visitcell(Search &st, int32_t first, int32_t last) {
+template <class Nodes>
+inline bool visitcell(Search<Nodes> &st, int32_t first, int32_t last) {
   for (int32_t pos = first; pos <= last; ++pos) {
-    const int32_t n = st.cellnodes[pos - 1];
-    if (!st.active[n - 1]) continue;
+    int32_t n;
+    const double *q;
+    if (!st.source.at(pos, n, q)) continue;
     ++st.count;
-    const double *q = st.xyz + 3 * static_cast<size_t>(n - 1);
     const double dx = st.px - q[0], dy = st.py - q[1], dz = st.pz - q[2];
     const double d2 = dx * dx + dy * dy + dz * dz;
     if (d2 <= st.snaptolsq) {
@@ -83,8 +113,9 @@ struct Found {
 
 // The ring search of the header, for the point p: the nearest active nodes as the rules there
 // find them, into work.dist2 and work.nodes (positions 0..filled-1; the rest are left as they
-// were). Reads only the grid and the simulation's coordinates and flags.
-Found ringsearch(const Simulation &sim, const NodeGrid &grid, const WarpParams &wp, const double *point,
+// were). Reads only the grid, the node count and the nodes' coordinates and flags from source.
+template <class Nodes>
+Found ringsearch(const Nodes &source, int32_t nnodes, const NodeGrid &grid, const WarpParams &wp, const double *point,
                  WarpWork &work) {
   const int navg = static_cast<int>(work.dist2.size());
   const int32_t nx = grid.nx, ny = grid.ny, nz = grid.nz;
@@ -92,14 +123,12 @@ Found ringsearch(const Simulation &sim, const NodeGrid &grid, const WarpParams &
   const int32_t iy = gridcell(point[1], grid.origin[1], grid.cellsize[1], ny);
   const int32_t iz = gridcell(point[2], grid.origin[2], grid.cellsize[2], nz);
 
-  Search st;
+  Search<Nodes> st;
   st.px = point[0];
   st.py = point[1];
   st.pz = point[2];
   st.snaptolsq = wp.snaptolsq;
-  st.xyz = sim.nodexyz.data();
-  st.active = sim.nodeactive.data();
-  st.cellnodes = grid.cellnodes.data();
+  st.source = source;
   st.dist2 = work.dist2.data();
   st.nodes = work.nodes.data();
   st.navg = navg;
@@ -159,7 +188,7 @@ Found ringsearch(const Simulation &sim, const NodeGrid &grid, const WarpParams &
     // then runs until every node is seen or the rings cover the grid, and the average takes the
     // nodes found (only filled positions, below). [pinned: NodalWarp.TooFewActiveNodesAveragesOnlyWhatWasFound]
     if (st.count >= navg && st.dmax <= r * h) break;
-    if (st.count >= sim.nnodes) break;
+    if (st.count >= nnodes) break;
     if (r >= rcover) break;
     // Rings that cannot change the answer are not looked at. Once navg nodes are held, a node
     // enters only when strictly nearer than the largest held one, and the count of nodes seen
@@ -320,9 +349,13 @@ void referencepull(const QuerySet &ref, const WarpParams &wp, const ZRule &rule,
 
 void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
   const WarpParams &wp = field.params;
-  const Found found = ringsearch(*field.sim, *field.grid, wp, point, work);
+  const Simulation &sim = *field.sim;
+  const Found found =
+      field.ringnodes ? ringsearch(PackedNodes{field.ringnodes}, sim.nnodes, *field.grid, wp, point, work)
+                      : ringsearch(ListedNodes{field.grid->cellnodes.data(), sim.nodeactive.data(), sim.nodexyz.data()},
+                                   sim.nnodes, *field.grid, wp, point, work);
   double u[3];
-  nodeaverage(found, *field.sim, wp.halfexponent, work, u);
+  nodeaverage(found, sim, wp.halfexponent, work, u);
   const ZRule rule = zrule(wp, point[2]);
   if (rule.keepz()) u[2] = 0.0;
   if (wp.refg) {
@@ -333,6 +366,40 @@ void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
   point[0] = point[0] + ws * u[0];
   point[1] = point[1] + ws * u[1];
   point[2] = point[2] + ws * u[2];
+}
+
+RingNodes packnodes(const Simulation &sim, const NodeGrid &grid) {
+  RingNodes ring;
+  const size_t count = grid.cellnodes.size();
+  try {
+    ring.resize(count);
+  } catch (const std::bad_alloc &) {
+    checkalloc(1, "warpstl, ringnodes, 1");
+  }
+  const int32_t *listed = grid.cellnodes.data();
+  const double *xyz = sim.nodexyz.data();
+  const uint8_t *active = sim.nodeactive.data();
+  RingNode *out = ring.data();
+  const int64_t n = static_cast<int64_t>(count);
+#pragma omp parallel for schedule(static) default(none) shared(listed, xyz, active, out) firstprivate(n)
+  for (int64_t k = 0; k < n; ++k) {
+    const int32_t node = listed[k];
+    const double *p = xyz + 3 * static_cast<size_t>(node - 1);
+    RingNode &r = out[k];
+    r.xyz[0] = p[0];
+    r.xyz[1] = p[1];
+    r.xyz[2] = p[2];
+    r.n = active[node - 1] ? node : -node;
+  }
+  return ring;
+}
+
+WarpField withringnodes(const WarpField &field, RingNodes &storage) {
+  if (field.ringnodes || field.params.scng || !field.sim || !field.grid) return field;
+  storage = packnodes(*field.sim, *field.grid);
+  WarpField packed = field;
+  packed.ringnodes = storage.data();
+  return packed;
 }
 
 void warpvertex(const WarpField &field, double *point, WarpWork &work) {

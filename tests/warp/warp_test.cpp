@@ -167,8 +167,9 @@ TEST(NodalWarp, RingSearchStartAndStoppingRule) {
 
 // The end of the rings where none can change the answer, and the parts of rings outside the box
 // of the largest held distance: every point, near, far (up to 3e10 away, where the plain search
-// walks every ring of the grid) or not finite, gets the nodes, in the positions and with the
-// distances, that the plain search gets, and so the same point.
+// walks every ring of the grid), on a node (active or not) or not finite, gets the nodes, in the
+// positions and with the distances, that the plain search gets, and so the same point; and so it
+// does with the nodes read packed (packnodes) instead of from the grid's lists.
 TEST(NodalWarp, RingBoundKeepsEveryAnswer) {
   std::vector<P3> xyz = lattice({0, 0, 0}, {24, 14, 18});
   uint32_t seed = 7;
@@ -184,23 +185,49 @@ TEST(NodalWarp, RingBoundKeepsEveryAnswer) {
       const double len = std::sqrt(dir[0] * dir[0] + dir[1] * dir[1] + dir[2] * dir[2]) + 1e-9;
       queries.push_back({11.5 + d * dir[0] / len, 6.5 + d * dir[1] / len, 8.5 + d * dir[2] / len});
     }
+  // Points on nodes: the snap takes the first node within the tolerance, an inactive one never.
+  for (size_t k = 0; k < 40; ++k) queries.push_back(xyz[k * 97 % xyz.size()]);
   queries.push_back({NAN, 1, 1});
   queries.push_back({INFINITY, 2, 3});
   queries.push_back({-INFINITY, -INFINITY, 0});
   ASSERT_GT(std::abs(queries[90][0] - 11.5) + std::abs(queries[90][1] - 6.5) + std::abs(queries[90][2] - 8.5), 1e9);
+  const RingNodes ring = packnodes(n.sim, n.grid);
+  ASSERT_EQ(ring.size(), xyz.size());
+  int snapped = 0, inactive = 0;
   for (int navg : {1, 4, 10}) {
-    WarpWork bounded(navg), plain(navg);
+    WarpWork bounded(navg), plain(navg), packed(navg);
     for (const P3 &q : queries) {
       n.params.navg = navg;
       n.params.ringbound = true;
       const P3 a = n.warp(q, bounded);
+      WarpField f = n.field();
+      f.ringnodes = ring.data();
+      P3 c = q;
+      warpvertex(f, c.data(), packed);
       n.params.ringbound = false;
       const P3 b = n.warp(q, plain);
       EXPECT_EQ(std::memcmp(a.data(), b.data(), sizeof a), 0) << q[0] << " " << q[1] << " " << q[2];
+      EXPECT_EQ(std::memcmp(c.data(), b.data(), sizeof c), 0) << q[0] << " " << q[1] << " " << q[2];
       EXPECT_EQ(bounded.nodes, plain.nodes);
+      EXPECT_EQ(packed.nodes, plain.nodes);
       EXPECT_EQ(std::memcmp(bounded.dist2.data(), plain.dist2.data(), sizeof(double) * size_t(navg)), 0);
+      EXPECT_EQ(std::memcmp(packed.dist2.data(), plain.dist2.data(), sizeof(double) * size_t(navg)), 0);
+      const double ws = n.params.warpscale;
+      for (size_t k = 0; k < xyz.size(); ++k) {
+        if (xyz[k] != q) continue;
+        if (n.sim.nodeactive[k] == 0) {
+          ++inactive;
+          continue;
+        }
+        // An active node gives its own displacement, unweighted.
+        ++snapped;
+        const double *d = &n.sim.nodedisp[3 * k];
+        EXPECT_EQ(b, (P3{q[0] + ws * d[0], q[1] + ws * d[1], q[2] + ws * d[2]}));
+      }
     }
   }
+  EXPECT_GT(snapped, 0);
+  EXPECT_GT(inactive, 0);
 }
 
 TEST(NodalWarp, TooFewActiveNodesAveragesOnlyWhatWasFound) {
