@@ -34,6 +34,10 @@ struct RefineParams {
   // Midpoints displaced ahead of the walk in waves on all threads (true), or each when the walk
   // reaches it (false: the plain serial walk, the reference the waves are tested against).
   bool ahead = true;
+  // The edge table left as the walk leaves it (true), or only its counts, its arrays released
+  // (false: nothing after the walk reads them, and a copy would cost their size again when the
+  // mesh is at its largest).
+  bool keepedges = false;
   // Overall percent of this surface's walk: base + share * 99 * visited / edges.
   int32_t progressbase = 0;
   double progressshare = 1.0;
@@ -49,7 +53,8 @@ struct RefineCounts {
 
 // The walk and the compaction of the live triangles. mesh.vrt and mesh.prewarp hold the warped
 // and unwarped vertices; edges is the table of the mesh with its lengths (scaled as the warp
-// has them). The midpoints are displaced ahead of the walk, wave by wave, on all threads (each
+// has them), taken into the walk's own records (one cache line an edge) and left as
+// params.keepedges says. The midpoints are displaced ahead of the walk, wave by wave, on all threads (each
 // with the floating-point mode of the caller and its own work arrays); the walk's decisions,
 // numbering and result are those of a walk that displaces each midpoint when it reaches it, on
 // any number of threads. The ring searches read the grid's nodes packed (packnodes), made here

@@ -302,6 +302,7 @@ Refined refine(const WarpField &field, RefineParams params, bool ahead, int thre
   omp_set_num_threads(threads);
   warpvertices(field, r.mesh);
   params.ahead = ahead;
+  params.keepedges = true;
   r.counts =
       refinesurface(field, params, r.mesh, r.edges, [&](int32_t, int32_t, int32_t p) { r.percents.push_back(p); });
   omp_set_num_threads(2);
