@@ -2,11 +2,18 @@
 #include "warp/refine.h"
 
 #include <omp.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <immintrin.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cmath>
+#include <deque>
+#include <exception>
 #include <limits>
+#include <thread>
 
 #include "base/memory.h"
 #include "surface/sortkit.h"
@@ -52,40 +59,100 @@ void regrow(std::vector<T> &v, size_t rows, int32_t newcap, const char *label, s
   v.swap(tmp);
 }
 
-// The walk's lists: the mesh, its edges and the live flags, with their capacities.
+// One edge of the walk, one cache line: its ends, triangles and opposite corners, the four
+// neighbours round its diamond in stored order, its level and length.
+struct alignas(64) WalkEdge {
+  int32_t vrt[2], tri[2], opp[2], nbr[4];
+  int32_t level;
+  double len;
+};
+
+// The walk's edge records, in memory mapped from the system on whole pages: a regrowth moves the
+// pages instead of copying them, and the new records are not cleared (each is written whole
+// when pushed).
+class EdgeRecords {
+ public:
+  EdgeRecords() = default;
+  EdgeRecords(const EdgeRecords &) = delete;
+  EdgeRecords &operator=(const EdgeRecords &) = delete;
+  ~EdgeRecords() {
+    if (p_) munmap(p_, bytes_);
+  }
+  WalkEdge *data() const { return static_cast<WalkEdge *>(p_); }
+  // Room for cap records, the ones held kept; false when the system refuses it.
+  bool grow(size_t cap) {
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGE_SIZE));
+    const size_t bytes = (std::max<size_t>(cap, 1) * sizeof(WalkEdge) + page - 1) / page * page;
+    if (bytes <= bytes_) return true;
+    void *p = p_ ? mremap(p_, bytes_, bytes, MREMAP_MAYMOVE)
+                 : mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (p == MAP_FAILED) return false;
+    p_ = p;
+    bytes_ = bytes;
+    return true;
+  }
+
+ private:
+  void *p_ = nullptr;
+  size_t bytes_ = 0;
+};
+
+// The walk's lists: the mesh, its edges and the live flags, with their capacities. The edges
+// are taken from the table into records when the walk starts; the table's arrays are released.
 class Walk {
  public:
-  Walk(SurfaceMesh &mesh, EdgeTable &edges) : m_(mesh), e_(edges) {
+  Walk(SurfaceMesh &mesh, EdgeTable &edges) : m_(mesh) {
     vrtcap_ = m_.nvrt;
     tricap_ = m_.ntri;
-    e_.cap = e_.n;
+    nedge_ = edgecap_ = edges.n;
     m_.vrt.resize(3 * static_cast<size_t>(vrtcap_));
     m_.prewarp.resize(3 * static_cast<size_t>(vrtcap_));
     m_.tri.resize(3 * static_cast<size_t>(tricap_));
-    const size_t ne = static_cast<size_t>(e_.cap);
-    e_.vrt.resize(2 * ne);
-    e_.tri.resize(2 * ne);
-    e_.opp.resize(2 * ne);
-    e_.nbr.resize(4 * ne);
-    e_.len.resize(ne);
-    e_.level.assign(ne, 0);
+    const size_t ne = static_cast<size_t>(std::max(edgecap_, 0));
+    if (!records_.grow(ne)) checkalloc(1, "pushedge, tmp, 1");
+    WalkEdge *r = records_.data();
+    for (size_t e = 0; e < ne; ++e) {
+      for (int k = 0; k < 2; ++k) {
+        r[e].vrt[k] = edges.vrt[2 * e + k];
+        r[e].tri[k] = edges.tri[2 * e + k];
+        r[e].opp[k] = edges.opp[2 * e + k];
+      }
+      for (int k = 0; k < 4; ++k) r[e].nbr[k] = edges.nbr[4 * e + k];
+      r[e].level = 0;
+      r[e].len = edges.len[e];
+    }
+    release(edges.vrt);
+    release(edges.tri);
+    release(edges.opp);
+    release(edges.nbr);
+    release(edges.len);
+    release(edges.level);
     active_.assign(static_cast<size_t>(tricap_), 1);
+    // The lists are counted as the separate arrays of the edge table would take them (two ends,
+    // two triangles, two opposite corners, four neighbours, a length and a level an edge), so
+    // that the budget is passed where it always was.
     inuse_ = (m_.vrt.size() + m_.prewarp.size()) * sizeof(double) + m_.tri.size() * sizeof(int32_t) + active_.size() +
-             (e_.vrt.size() + e_.tri.size() + e_.opp.size() + e_.nbr.size()) * sizeof(int32_t) +
-             e_.len.size() * sizeof(double) + e_.level.size() * sizeof(int32_t);
+             ne * (10 * sizeof(int32_t) + sizeof(double) + sizeof(int32_t));
   }
 
   void splitedge(int32_t e, const double *midbefore, const double *midafter, int32_t level);
-  const std::vector<uint8_t> &active() const { return active_; }
+  std::vector<uint8_t> takeactive() { return std::move(active_); }
+  const WalkEdge &edge(int32_t e) const { return records_.data()[col(e)]; }
+  int32_t nedge() const { return nedge_; }
+  // The counts of the edge list into the table; with keep also the edges as the walk leaves
+  // them, in the table's arrays of the list's capacity (zero past the count).
+  void leave(EdgeTable &edges, bool keep) const;
 
  private:
   void pushvrt(const double *before, const double *after);
   void pushtri(const int32_t *corners, int32_t t);
   void pushedge(const int32_t *verts, const int32_t *opposites, const int32_t *triangles, int32_t e, int32_t level,
                 const int32_t *neighbours);
+  void growedges();
 
   SurfaceMesh &m_;
-  EdgeTable &e_;
+  EdgeRecords records_;
+  int32_t nedge_ = 0, edgecap_ = 0;
   int32_t vrtcap_ = 0, tricap_ = 0;
   std::vector<uint8_t> active_;
   size_t inuse_ = 0;  // bytes of all the lists
@@ -119,29 +186,39 @@ void Walk::pushtri(const int32_t *corners, int32_t t) {
   ++m_.ntri;
 }
 
+void Walk::growedges() {
+  // Kept deliberately: the edge list grows from the incremented count, the vertex and
+  // triangle lists from their old capacity (pushvrt, pushtri); it shows only in when an
+  // allocation message comes. [pinned: Refine.WavesGiveExactlyTheSerialWalk (the capacities)]
+  const int32_t cap = nextcapacity(nedge_ + 1, nedge_ + 1, "pushedge, tmp, 1");
+  // The budget is asked list by list, as the table's arrays would be regrown one after another,
+  // each with its own message.
+  static constexpr struct {
+    size_t bytes;  // an edge's bytes in the list
+    const char *label;
+  } lists[] = {{2 * sizeof(int32_t), "pushedge, tmp, 1"}, {2 * sizeof(int32_t), "pushedge, tmp, 2"},
+               {2 * sizeof(int32_t), "pushedge, tmp, 3"}, {4 * sizeof(int32_t), "pushedge, tmp, 4"},
+               {sizeof(double), "pushedge, dtmp, 1"},     {sizeof(int32_t), "pushedge, tmp1, 1"}};
+  for (const auto &list : lists) {
+    const size_t before = list.bytes * static_cast<size_t>(edgecap_), after = list.bytes * static_cast<size_t>(cap);
+    if (inuse_ - before + after > listbudget()) checkalloc(1, list.label);
+    inuse_ = inuse_ - before + after;
+  }
+  if (!records_.grow(static_cast<size_t>(cap))) checkalloc(1, "pushedge, tmp, 1");
+  edgecap_ = cap;
+}
+
 void Walk::pushedge(const int32_t *verts, const int32_t *opposites, const int32_t *triangles, int32_t e, int32_t level,
                     const int32_t *neighbours) {
-  if (e_.n + 1 > e_.cap) {
-    // Kept deliberately: the edge list grows from the incremented count, the vertex and
-    // triangle lists from their old capacity (pushvrt, pushtri); it shows only in when an
-    // allocation message comes. [pinned: Refine.WavesGiveExactlyTheSerialWalk (the capacities)]
-    const int32_t cap = nextcapacity(e_.n + 1, e_.n + 1, "pushedge, tmp, 1");
-    regrow(e_.vrt, 2, cap, "pushedge, tmp, 1", inuse_);
-    regrow(e_.tri, 2, cap, "pushedge, tmp, 2", inuse_);
-    regrow(e_.opp, 2, cap, "pushedge, tmp, 3", inuse_);
-    regrow(e_.nbr, 4, cap, "pushedge, tmp, 4", inuse_);
-    regrow(e_.len, 1, cap, "pushedge, dtmp, 1", inuse_);
-    regrow(e_.level, 1, cap, "pushedge, tmp1, 1", inuse_);
-    e_.cap = cap;
-  }
-  const size_t ce = col(e);
-  e_.vrt[2 * ce] = verts[0];
-  e_.vrt[2 * ce + 1] = verts[1];
-  e_.opp[2 * ce] = opposites[0];
-  e_.opp[2 * ce + 1] = opposites[1];
-  e_.tri[2 * ce] = triangles[0];
-  e_.tri[2 * ce + 1] = triangles[1];
-  for (int k = 0; k < 4; ++k) e_.nbr[4 * ce + k] = neighbours[k];
+  if (nedge_ + 1 > edgecap_) growedges();
+  WalkEdge &r = records_.data()[col(e)];
+  r.vrt[0] = verts[0];
+  r.vrt[1] = verts[1];
+  r.opp[0] = opposites[0];
+  r.opp[1] = opposites[1];
+  r.tri[0] = triangles[0];
+  r.tri[1] = triangles[1];
+  for (int k = 0; k < 4; ++k) r.nbr[k] = neighbours[k];
   // The length of a new edge is taken between its warped ends (the asymmetry with the initial
   // edges is kept deliberately: see warp/warpstl.cpp).
   double len = 0.0;
@@ -151,27 +228,51 @@ void Walk::pushedge(const int32_t *verts, const int32_t *opposites, const int32_
     const double dx = q[0] - p[0], dy = q[1] - p[1], dz = q[2] - p[2];
     len = std::sqrt(dx * dx + dy * dy + dz * dz);
   }
-  e_.len[ce] = len;
-  e_.level[ce] = level;
-  ++e_.n;
+  r.len = len;
+  r.level = level;
+  ++nedge_;
+}
+
+void Walk::leave(EdgeTable &edges, bool keep) const {
+  edges.n = nedge_;
+  edges.cap = edgecap_;
+  if (!keep) return;
+  const size_t cap = static_cast<size_t>(std::max(edgecap_, 0));
+  allocate(edges.vrt, 2 * cap, "pushedge, tmp, 1");
+  allocate(edges.tri, 2 * cap, "pushedge, tmp, 2");
+  allocate(edges.opp, 2 * cap, "pushedge, tmp, 3");
+  allocate(edges.nbr, 4 * cap, "pushedge, tmp, 4");
+  allocate(edges.len, cap, "pushedge, dtmp, 1");
+  allocate(edges.level, cap, "pushedge, tmp1, 1");
+  const WalkEdge *r = records_.data();
+  for (size_t e = 0; e < static_cast<size_t>(nedge_); ++e) {
+    for (int k = 0; k < 2; ++k) {
+      edges.vrt[2 * e + k] = r[e].vrt[k];
+      edges.tri[2 * e + k] = r[e].tri[k];
+      edges.opp[2 * e + k] = r[e].opp[k];
+    }
+    for (int k = 0; k < 4; ++k) edges.nbr[4 * e + k] = r[e].nbr[k];
+    edges.len[e] = r[e].len;
+    edges.level[e] = r[e].level;
+  }
 }
 
 void Walk::splitedge(int32_t e, const double *midbefore, const double *midafter, int32_t level) {
-  const size_t ce = col(e);
-  const int32_t a = e_.vrt[2 * ce], b = e_.vrt[2 * ce + 1];
-  const int32_t t1 = e_.tri[2 * ce], t2 = e_.tri[2 * ce + 1];
-  const int32_t c = e_.opp[2 * ce], d = e_.opp[2 * ce + 1];
+  const WalkEdge &split = records_.data()[col(e)];
+  const int32_t a = split.vrt[0], b = split.vrt[1];
+  const int32_t t1 = split.tri[0], t2 = split.tri[1];
+  const int32_t c = split.opp[0], d = split.opp[1];
   // Local order round the diamond: a-c, c-b, d-a, b-d (the stored slots 3 and 4 swap here).
-  const int32_t nb[4] = {e_.nbr[4 * ce], e_.nbr[4 * ce + 1], e_.nbr[4 * ce + 3], e_.nbr[4 * ce + 2]};
+  const int32_t nb[4] = {split.nbr[0], split.nbr[1], split.nbr[3], split.nbr[2]};
 
   int32_t ed[4], ft[4];
   if (d != 0) {
     for (int k = 0; k < 4; ++k) {
-      ed[k] = e_.n + 1 + k;
+      ed[k] = nedge_ + 1 + k;
       ft[k] = m_.ntri + 1 + k;
     }
   } else {
-    for (int k = 0; k < 3; ++k) ed[k] = e_.n + 1 + k;
+    for (int k = 0; k < 3; ++k) ed[k] = nedge_ + 1 + k;
     ed[3] = 0;
     ft[0] = m_.ntri + 1;
     ft[1] = m_.ntri + 2;
@@ -190,17 +291,17 @@ void Walk::splitedge(int32_t e, const double *midbefore, const double *midafter,
   for (int i = 0; i < nside; ++i) {
     const int32_t ni = nb[i];
     if (ni < 1) continue;  // a slot that names no edge (only on a surface that is not closed)
-    const size_t cn = col(ni);
-    if (e_.tri[2 * cn] == t1 || e_.tri[2 * cn] == t2)
-      e_.tri[2 * cn] = ft[i];
+    WalkEdge &nr = records_.data()[col(ni)];
+    if (nr.tri[0] == t1 || nr.tri[0] == t2)
+      nr.tri[0] = ft[i];
     else
-      e_.tri[2 * cn + 1] = ft[i];
-    if (e_.opp[2 * cn] == a || e_.opp[2 * cn] == b)
-      e_.opp[2 * cn] = m;
+      nr.tri[1] = ft[i];
+    if (nr.opp[0] == a || nr.opp[0] == b)
+      nr.opp[0] = m;
     else
-      e_.opp[2 * cn + 1] = m;
+      nr.opp[1] = m;
     for (int k = 0; k < 4; ++k) {
-      int32_t &slot = e_.nbr[4 * cn + k];
+      int32_t &slot = nr.nbr[k];
       if (slot == e)
         slot = half[i];
       else if (slot == partner[i])
@@ -251,13 +352,13 @@ void Walk::splitedge(int32_t e, const double *midbefore, const double *midafter,
 // The displaced midpoints of the edges that the walk will test, computed ahead in parallel.
 // The midpoint of an edge depends only on its two ends before the warp, which are fixed when the
 // edge is made, and whether the walk tests it only on its level and its length, also fixed then.
-// So the midpoints of a wave of edges (the initial edges, then the edges made while the walk
-// went through the previous wave) can all be computed before the walk reaches them, each by the
-// same call the walk would make; the walk then takes them in its own order.
+// So the midpoints of the initial edges can all be computed before the walk starts, in one wave
+// in the order of their numbers (neighbours in space), each by the same call the walk would
+// make; the walk then takes them in its own order. The edges it makes go to the MidpointQueue.
 class Midpoints {
  public:
-  Midpoints(const WarpField &field, const RefineParams &params, const SurfaceMesh &mesh, const EdgeTable &edges)
-      : field_(field), params_(params), mesh_(mesh), edges_(edges), works_(threadwork(field)) {}
+  Midpoints(const WarpField &field, const RefineParams &params, const SurfaceMesh &mesh, const Walk &walk)
+      : field_(field), params_(params), mesh_(mesh), walk_(walk), works_(threadwork(field)) {}
 
   // Computes the midpoints of edges first..last (1-based).
   void wave(int32_t first, int32_t last) {
@@ -291,48 +392,245 @@ class Midpoints {
   }
   // Whether the walk tests edge e: below the level limit and longer than minedge.
   bool tested(int32_t e) const {
-    const size_t ce = col(e);
-    return edges_.level[ce] < params_.maxrefine && edges_.len[ce] > params_.minedge;
+    const WalkEdge &r = walk_.edge(e);
+    return r.level < params_.maxrefine && r.len > params_.minedge;
   }
   // The midpoint of edge e before the warp.
   void before(int32_t e, double *mid) const {
-    const size_t ce = col(e);
-    const double *pa = mesh_.prewarp.data() + 3 * col(edges_.vrt[2 * ce]);
-    const double *pb = mesh_.prewarp.data() + 3 * col(edges_.vrt[2 * ce + 1]);
+    const WalkEdge &r = walk_.edge(e);
+    const double *pa = mesh_.prewarp.data() + 3 * col(r.vrt[0]);
+    const double *pb = mesh_.prewarp.data() + 3 * col(r.vrt[1]);
     for (int k = 0; k < 3; ++k) mid[k] = 0.5 * (pa[k] + pb[k]);
   }
   // The displaced midpoint of edge e of the current wave.
   const double *after(int32_t e) const { return after_.data() + 3 * static_cast<size_t>(e - first_); }
+  // The wave's midpoints are no longer read.
+  void release() { wf::release(after_); }
 
  private:
   const WarpField &field_;
   const RefineParams &params_;
   const SurfaceMesh &mesh_;
-  const EdgeTable &edges_;
+  const Walk &walk_;
   std::vector<WarpWork> works_;
   std::vector<double> after_;
   int32_t first_ = 1;
 };
 
+// The midpoints of the edges that the walk makes, displaced beside it. The walk queues the
+// midpoint before the warp of each edge it makes and will test, in the order it makes them,
+// which is the order it reaches them; the other threads displace the queued midpoints chunk by
+// chunk while the walk goes on, and the walk displaces a chunk itself when it reaches one that
+// no thread has taken (all of them on one thread). Each midpoint is displaced by the same call,
+// on a thread of the same floating-point mode, as the walk would make, so what the walk reads
+// does not depend on who displaced it or on the number of threads.
+class MidpointQueue {
+ public:
+  static constexpr int32_t kChunk = 256;
+  enum State { kOpen, kSealed, kTaken, kDone };  // a chunk's life: filled, offered, displaced
+  struct Chunk {
+    double before[kChunk][3];
+    double after[kChunk][3];
+    int32_t count = 0;
+    int64_t seq = 0;
+    std::atomic<int> state{kOpen};
+    std::atomic<Chunk *> next{nullptr};
+  };
+
+  MidpointQueue(const WarpField &field, int helpers) : field_(field), positions_(static_cast<size_t>(helpers)) {
+    head_ = tail_ = read_ = fresh(0);
+    for (std::atomic<int64_t> &p : positions_) p.store(0, std::memory_order_relaxed);
+  }
+  MidpointQueue(const MidpointQueue &) = delete;
+  MidpointQueue &operator=(const MidpointQueue &) = delete;
+  ~MidpointQueue() {
+    for (Chunk *c : retired_) delete c;
+    for (Chunk *c = read_; c;) {
+      Chunk *n = c->next.load(std::memory_order_relaxed);
+      delete c;
+      c = n;
+    }
+  }
+
+  // The walk: helpers counted that do not run (the region had fewer threads) never hold a chunk.
+  void absent(int from) {
+    for (size_t h = static_cast<size_t>(std::max(from, 0)); h < positions_.size(); ++h)
+      positions_[h].store(std::numeric_limits<int64_t>::max(), std::memory_order_release);
+  }
+  // The walk: queues the midpoint before the warp of the next edge it will test.
+  void push(const double *before) {
+    if (tail_->state.load(std::memory_order_relaxed) != kOpen) {
+      Chunk *c = fresh(tail_->seq + 1);
+      tail_->next.store(c, std::memory_order_release);
+      tail_ = c;
+    }
+    double *b = tail_->before[tail_->count];
+    b[0] = before[0];
+    b[1] = before[1];
+    b[2] = before[2];
+    if (++tail_->count == kChunk) tail_->state.store(kSealed, std::memory_order_release);
+  }
+  // The walk: the next queued midpoint, before and after the warp.
+  void next(double *before, double *after, WarpWork &work) {
+    if (readidx_ == read_->count && read_->state.load(std::memory_order_relaxed) != kOpen) {
+      Chunk *c = read_->next.load(std::memory_order_relaxed);  // the walk made it
+      retire(read_);
+      read_ = c;
+      readidx_ = 0;
+    }
+    int st = read_->state.load(std::memory_order_acquire);
+    if (st == kOpen) {
+      // The last chunk, still filling: taken as it stands; the next midpoint starts another.
+      read_->state.store(kTaken, std::memory_order_relaxed);
+      displace(read_, work);
+      read_->state.store(kDone, std::memory_order_release);
+    } else if (st == kSealed && read_->state.compare_exchange_strong(st, kTaken, std::memory_order_acq_rel)) {
+      displace(read_, work);
+      read_->state.store(kDone, std::memory_order_release);
+    } else if (st != kDone) {
+      // A helper is displacing this chunk: rather than wait for it (a thread can lose its core
+      // for a while), the walk displaces this midpoint itself, by the same call; the chunk's
+      // before is not written again once offered.
+      const int32_t k = readidx_++;
+      for (int c = 0; c < 3; ++c) after[c] = before[c] = read_->before[k][c];
+      warpvertex(field_, after, work);
+      return;
+    }
+    const int32_t k = readidx_++;
+    for (int c = 0; c < 3; ++c) {
+      before[c] = read_->before[k][c];
+      after[c] = read_->after[k][c];
+    }
+  }
+  // The walk: no midpoint will be queued any more.
+  void stop() { stop_.store(true, std::memory_order_release); }
+
+  // Helper h: displaces the chunks that the walk offers, in order, until the walk stops.
+  void help(int h, WarpWork &work) {
+    Chunk *c = head_;
+    for (int spins = 0;;) {
+      int st = c->state.load(std::memory_order_acquire);
+      if (st == kSealed) {
+        if (c->state.compare_exchange_strong(st, kTaken, std::memory_order_acq_rel)) {
+          displace(c, work);
+          c->state.store(kDone, std::memory_order_release);
+          spins = 0;
+        }
+        continue;
+      }
+      Chunk *n = st == kOpen ? nullptr : c->next.load(std::memory_order_acquire);
+      if (!n) {
+        if (stop_.load(std::memory_order_acquire)) return;
+        relax(spins);
+        continue;
+      }
+      positions_[static_cast<size_t>(h)].store(n->seq, std::memory_order_release);
+      c = n;
+    }
+  }
+
+ private:
+  static void relax(int &spins) {
+    if (++spins < 64)
+      _mm_pause();
+    else
+      std::this_thread::yield();
+  }
+  static Chunk *fresh(int64_t seq) {
+    Chunk *c = nullptr;
+    try {
+      c = new Chunk;
+    } catch (const std::bad_alloc &) {
+      checkalloc(1, "refinesurface, midpoints, 1");
+    }
+    c->seq = seq;
+    return c;
+  }
+  void displace(Chunk *c, WarpWork &work) const {
+    for (int32_t k = 0; k < c->count; ++k) {
+      double *mid = c->after[k];
+      mid[0] = c->before[k][0];
+      mid[1] = c->before[k][1];
+      mid[2] = c->before[k][2];
+      warpvertex(field_, mid, work);
+    }
+  }
+  // A chunk the walk has passed goes once every helper has moved beyond it.
+  void retire(Chunk *c) {
+    retired_.push_back(c);
+    int64_t least = std::numeric_limits<int64_t>::max();
+    for (const std::atomic<int64_t> &p : positions_) least = std::min(least, p.load(std::memory_order_acquire));
+    while (!retired_.empty() && retired_.front()->seq < least) {
+      delete retired_.front();
+      retired_.pop_front();
+    }
+  }
+
+  const WarpField &field_;
+  std::vector<std::atomic<int64_t>> positions_;  // the chunk each helper is at
+  Chunk *head_ = nullptr, *tail_ = nullptr, *read_ = nullptr;
+  int32_t readidx_ = 0;
+  std::deque<Chunk *> retired_;
+  std::atomic<bool> stop_{false};
+};
+
+// The walk where no initial edge is to be tested: nothing is split, and the walk only passes its
+// positions for the progress; the mesh stays, every triangle live. The edge table is left as the
+// walk would leave it: trimmed to its count, every level 0 (with keepedges), or its counts alone.
+RefineCounts passonly(const RefineParams &params, SurfaceMesh &mesh, EdgeTable &edges, const ProgressFn &progress) {
+  const int32_t n = edges.n;
+  int32_t progressmark = params.progressbase;
+  for (int32_t i = 1; i <= n; ++i) {
+    const double share = params.progressshare * 99.0 * i / n;
+    int32_t p = params.progressbase + static_cast<int32_t>(std::lround(share));
+    if (p > 99) p = 99;
+    if (p > progressmark) {
+      if (progress) progress(i, n, p);
+      progressmark = p;
+    }
+  }
+  const size_t ne = static_cast<size_t>(std::max(n, 0));
+  edges.cap = n;
+  if (params.keepedges) {
+    edges.vrt.resize(2 * ne);
+    edges.tri.resize(2 * ne);
+    edges.opp.resize(2 * ne);
+    edges.nbr.resize(4 * ne);
+    edges.len.resize(ne);
+    edges.level.assign(ne, 0);
+  } else {
+    release(edges.vrt);
+    release(edges.tri);
+    release(edges.opp);
+    release(edges.nbr);
+    release(edges.len);
+    release(edges.level);
+  }
+  mesh.tri.resize(3 * static_cast<size_t>(mesh.ntri));
+  mesh.vrt.resize(3 * static_cast<size_t>(mesh.nvrt));
+  mesh.prewarp.resize(3 * static_cast<size_t>(mesh.nvrt));
+  return RefineCounts{mesh.ntri, mesh.ntri};
+}
+
 }  // namespace
 
-RefineCounts refinesurface(const WarpField &field, const RefineParams &params, SurfaceMesh &mesh, EdgeTable &edges,
+RefineCounts refinesurface(const WarpField &unpacked, const RefineParams &params, SurfaceMesh &mesh, EdgeTable &edges,
                            const ProgressFn &progress) {
-  Walk walk(mesh, edges);
   const int32_t n0 = edges.n;
   // The initial edges in the walk's order. One that the walk will not test (not longer than
   // minedge, or at the level limit) changes nothing where the walk passes it but the progress;
   // with no length that is not a number such edges are exactly the shortest, the last of the
   // order, so only the others are sorted (ntested of them, edge numbers in edgeorder) and the
   // walk passes the rest as positions alone. A length that is not a number has no place in the
-  // order but the sort's own: then all are sorted.
+  // order but the sort's own: then all are sorted. The initial edges are all of level 0.
+  const auto testedfirst = [&](int32_t e) { return 0 < params.maxrefine && edges.len[col(e)] > params.minedge; };
   bool nonumber = false;
   int32_t ntested = 0;
   for (int32_t e = 1; e <= n0; ++e) {
-    const double len = edges.len[col(e)];
-    nonumber = nonumber || std::isnan(len);
-    ntested += edges.level[col(e)] < params.maxrefine && len > params.minedge;
+    nonumber = nonumber || std::isnan(edges.len[col(e)]);
+    ntested += testedfirst(e);
   }
+  if (ntested == 0) return passonly(params, mesh, edges, progress);
   std::vector<int32_t> edgeorder;
   if (nonumber) {
     ntested = n0;
@@ -344,7 +642,7 @@ RefineCounts refinesurface(const WarpField &field, const RefineParams &params, S
     lengths.reserve(static_cast<size_t>(ntested));
     numbers.reserve(static_cast<size_t>(ntested));
     for (int32_t e = 1; e <= n0; ++e)
-      if (edges.level[col(e)] < params.maxrefine && edges.len[col(e)] > params.minedge) {
+      if (testedfirst(e)) {
         lengths.push_back(edges.len[col(e)]);
         numbers.push_back(e);
       }
@@ -353,75 +651,116 @@ RefineCounts refinesurface(const WarpField &field, const RefineParams &params, S
     for (int32_t &k : edgeorder) k = numbers[col(k)];
   }
 
-  Midpoints mids(field, params, mesh, edges);
-  int32_t wavelast = params.ahead ? n0 : std::numeric_limits<int32_t>::max();
-  if (params.ahead) mids.wave(1, n0);
-  WarpWork serialwork(field.params.navg);
+  std::vector<uint8_t> active;
+  {
+    Walk walk(mesh, edges);
+    // The nodes packed for the midpoints' ring searches.
+    RingNodes ring;
+    const WarpField field = withringnodes(unpacked, ring);
+    Midpoints mids(field, params, mesh, walk);
+    if (params.ahead) mids.wave(1, n0);
+    std::vector<WarpWork> works = threadwork(field);
+    const int threads = params.ahead ? static_cast<int>(works.size()) : 1;
+    MidpointQueue queue(field, threads - 1);
 
-  int32_t progressmark = params.progressbase;
-  for (int32_t i = 1; i <= edges.n; ++i) {
-    // Position i of the initial edges: the i-th longest, or one passed as a position alone (0).
-    const int32_t e = i > n0 ? i : i <= ntested ? edgeorder[static_cast<size_t>(ntested - i)] : 0;
-    if (e > wavelast) {
-      // The walk enters the edges made by the previous wave.
-      mids.wave(wavelast + 1, edges.n);
-      wavelast = edges.n;
-    }
+    const auto walkall = [&](WarpWork &work) {
+      int32_t progressmark = params.progressbase;
+      for (int32_t i = 1; i <= walk.nedge(); ++i) {
+        // Position i of the initial edges: the i-th longest, or one passed as a position alone (0).
+        const int32_t e = i > n0 ? i : i <= ntested ? edgeorder[static_cast<size_t>(ntested - i)] : 0;
+        if (i == n0 + 1) mids.release();
 
-    const double share = params.progressshare * 99.0 * i / edges.n;
-    int32_t p = params.progressbase + static_cast<int32_t>(std::lround(share));
-    if (p > 99) p = 99;
-    if (p > progressmark) {
-      if (progress) progress(i, edges.n, p);
-      progressmark = p;
-    }
+        const double share = params.progressshare * 99.0 * i / walk.nedge();
+        int32_t p = params.progressbase + static_cast<int32_t>(std::lround(share));
+        if (p > 99) p = 99;
+        if (p > progressmark) {
+          if (progress) progress(i, walk.nedge(), p);
+          progressmark = p;
+        }
 
-    if (e == 0 || !mids.tested(e)) continue;
-    const size_t ce = col(e);
-    const double len = edges.len[ce];
-    const int32_t a = edges.vrt[2 * ce], b = edges.vrt[2 * ce + 1];
-    double before[3], after[3];
-    mids.before(e, before);
-    if (params.ahead) {
-      const double *mid = mids.after(e);
-      for (int k = 0; k < 3; ++k) after[k] = mid[k];
-    } else {
-      for (int k = 0; k < 3; ++k) after[k] = before[k];
-      warpvertex(field, after, serialwork);
-    }
+        if (e == 0 || !mids.tested(e)) continue;
+        const WalkEdge &r = walk.edge(e);
+        const double len = r.len;
+        const int32_t a = r.vrt[0], b = r.vrt[1], level = r.level;
+        double before[3], after[3];
+        if (!params.ahead) {
+          mids.before(e, before);
+          for (int k = 0; k < 3; ++k) after[k] = before[k];
+          warpvertex(field, after, work);
+        } else if (e <= n0) {
+          mids.before(e, before);
+          const double *mid = mids.after(e);
+          for (int k = 0; k < 3; ++k) after[k] = mid[k];
+        } else {
+          queue.next(before, after, work);
+        }
 
-    bool split = len > params.maxedge;
-    if (!split) {
-      const double *wa = mesh.vrt.data() + 3 * col(a);
-      const double *wb = mesh.vrt.data() + 3 * col(b);
-      double dev = 0.0;
-      for (int k = 0; k < 3; ++k) {
-        const double mk = 0.5 * (wa[k] + wb[k]);
-        const double dk = after[k] - mk;
-        dev += dk * dk;
+        bool split = len > params.maxedge;
+        if (!split) {
+          const double *wa = mesh.vrt.data() + 3 * col(a);
+          const double *wb = mesh.vrt.data() + 3 * col(b);
+          double dev = 0.0;
+          for (int k = 0; k < 3; ++k) {
+            const double mk = 0.5 * (wa[k] + wb[k]);
+            const double dk = after[k] - mk;
+            dev += dk * dk;
+          }
+          split = dev > params.refinetolsq;
+        }
+        if (!split) continue;
+        const int32_t made = walk.nedge() + 1;
+        walk.splitedge(e, before, after, level);
+        if (!params.ahead) continue;
+        for (int32_t k = made; k <= walk.nedge(); ++k)
+          if (mids.tested(k)) {
+            double mid[3];
+            mids.before(k, mid);
+            queue.push(mid);
+          }
       }
-      split = dev > params.refinetolsq;
+    };
+
+    // The walk on the first thread, the queue's helpers on the others. What the walk throws
+    // (a list's allocation message) is carried out of the region and thrown on.
+    std::exception_ptr failure;
+#pragma omp parallel num_threads(threads) default(none) shared(walkall, queue, works, failure)
+    {
+      setfpmode();
+      const int t = omp_get_thread_num();
+      WarpWork &work = works[static_cast<size_t>(t)];
+      if (t == 0) {
+        queue.absent(omp_get_num_threads() - 1);
+        try {
+          walkall(work);
+        } catch (...) {
+          failure = std::current_exception();
+        }
+        queue.stop();
+      } else {
+        queue.help(t - 1, work);
+      }
     }
-    if (split) walk.splitedge(e, before, after, edges.level[ce]);
-  }
+    if (failure) std::rethrow_exception(failure);
+    walk.leave(edges, params.keepedges);
+    active = walk.takeactive();
+  }  // the records, the midpoints, the packed nodes and the order go before the compaction
 
   RefineCounts counts;
   counts.total = mesh.ntri;
-  const std::vector<uint8_t> &active = walk.active();
   for (int32_t t = 0; t < mesh.ntri; ++t)
     if (active[static_cast<size_t>(t)]) ++counts.active;
 
-  // Compaction: the live triangles in ascending order.
-  std::vector<int32_t> live(3 * static_cast<size_t>(counts.active));
+  // Compaction in place: the live triangles in ascending order (a triangle never moves up).
+  int32_t *tri = mesh.tri.data();
   size_t w = 0;
   for (int32_t t = 0; t < mesh.ntri; ++t) {
     if (!active[static_cast<size_t>(t)]) continue;
-    const int32_t *src = mesh.tri.data() + 3 * static_cast<size_t>(t);
-    live[w++] = src[0];
-    live[w++] = src[1];
-    live[w++] = src[2];
+    const int32_t *src = tri + 3 * static_cast<size_t>(t);
+    tri[w++] = src[0];
+    tri[w++] = src[1];
+    tri[w++] = src[2];
   }
-  mesh.tri.swap(live);
+  mesh.tri.resize(w);
   mesh.ntri = counts.active;
   const size_t nv = 3 * static_cast<size_t>(mesh.nvrt);
   mesh.vrt.resize(nv);

@@ -3,22 +3,56 @@
 // mesh nodes found by a ring search in the node grid (nodalwarp), or the pull towards the
 // scanned surface (warpvertex, scan path). Nothing here allocates; the caller owns the three
 // work arrays, so the routines run unchanged on any thread.
+//
+// nodalwarp is four steps, each its own function below: ringsearch (the nodes), nodeaverage
+// (their displacement), zrule (asked once, at the point's height before the move, and read both
+// by the displacement and by the reference pull) and referencepull (with *REFG, instead of the
+// plain move by warpscale times the displacement).
 #include <cmath>
 #include <cstdlib>
+#include <new>
 
 #include "warp/warpfield.h"
+
+#include "base/memory.h"
 
 namespace wf {
 
 namespace {
 
+// The nodes as the grid and the simulation list them: the bucket list names a node, whose flag
+// and coordinates are then looked up (the reference that packed nodes are tested against).
+struct ListedNodes {
+  const int32_t *cellnodes;
+  const uint8_t *active;
+  const double *xyz;
+  // The node at position pos (1-based) of the bucket list: false for one that no element uses,
+  // else its number and coordinates.
+  bool at(int32_t pos, int32_t &n, const double *&q) const {
+    n = cellnodes[pos - 1];
+    if (!active[n - 1]) return false;
+    q = xyz + 3 * static_cast<size_t>(n - 1);
+    return true;
+  }
+};
+
+// The nodes packed in the order of the bucket list (packnodes): one record holds all of it.
+struct PackedNodes {
+  const RingNode *ring;
+  bool at(int32_t pos, int32_t &n, const double *&q) const {
+    const RingNode &r = ring[pos - 1];
+    n = r.n;
+    q = r.xyz;
+    return n > 0;
+  }
+};
+
 // Search state of one point.
+template <class Nodes>
 struct Search {
   double px, py, pz;
   double snaptolsq;
-  const double *xyz;
-  const uint8_t *active;
-  const int32_t *cellnodes;
+  Nodes source;
   double *dist2;
   int32_t *nodes;
   int navg;
@@ -30,12 +64,13 @@ struct Search {
 // The nodes at positions first..last of the bucket list (one cell, or a row of cells), in
 // their stored order. Returns true when a node within the snap
 // tolerance ends the search.
-inline bool visitcell(Search &st, int32_t first, int32_t last) {
+template <class Nodes>
+inline bool visitcell(Search<Nodes> &st, int32_t first, int32_t last) {
   for (int32_t pos = first; pos <= last; ++pos) {
-    const int32_t n = st.cellnodes[pos - 1];
-    if (!st.active[n - 1]) continue;
+    int32_t n;
+    const double *q;
+    if (!st.source.at(pos, n, q)) continue;
     ++st.count;
-    const double *q = st.xyz + 3 * static_cast<size_t>(n - 1);
     const double dx = st.px - q[0], dy = st.py - q[1], dz = st.pz - q[2];
     const double d2 = dx * dx + dy * dy + dz * dz;
     if (d2 <= st.snaptolsq) {
@@ -69,31 +104,33 @@ inline bool visitcell(Search &st, int32_t first, int32_t last) {
   return false;
 }
 
-}  // namespace
+// What the ring search found for a point: the first node in visiting order within the snap
+// tolerance (0 for none), else how many positions of the work arrays hold a node (at most navg).
+struct Found {
+  int32_t snap = 0;
+  int32_t filled = 0;
+};
 
-void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
-  const Simulation &sim = *field.sim;
-  const NodeGrid &grid = *field.grid;
-  const WarpParams &wp = field.params;
-  double *dist2 = work.dist2.data();
-  int32_t *nodes = work.nodes.data();
-  double *weights = work.weights.data();
+// The ring search of the header, for the point p: the nearest active nodes as the rules there
+// find them, into work.dist2 and work.nodes (positions 0..filled-1; the rest are left as they
+// were). Reads only the grid, the node count and the nodes' coordinates and flags from source.
+template <class Nodes>
+Found ringsearch(const Nodes &source, int32_t nnodes, const NodeGrid &grid, const WarpParams &wp, const double *point,
+                 WarpWork &work) {
   const int navg = static_cast<int>(work.dist2.size());
   const int32_t nx = grid.nx, ny = grid.ny, nz = grid.nz;
   const int32_t ix = gridcell(point[0], grid.origin[0], grid.cellsize[0], nx);
   const int32_t iy = gridcell(point[1], grid.origin[1], grid.cellsize[1], ny);
   const int32_t iz = gridcell(point[2], grid.origin[2], grid.cellsize[2], nz);
 
-  Search st;
+  Search<Nodes> st;
   st.px = point[0];
   st.py = point[1];
   st.pz = point[2];
   st.snaptolsq = wp.snaptolsq;
-  st.xyz = sim.nodexyz.data();
-  st.active = sim.nodeactive.data();
-  st.cellnodes = grid.cellnodes.data();
-  st.dist2 = dist2;
-  st.nodes = nodes;
+  st.source = source;
+  st.dist2 = work.dist2.data();
+  st.nodes = work.nodes.data();
   st.navg = navg;
 
   double h = grid.cellsize[0];
@@ -151,7 +188,7 @@ void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
     // then runs until every node is seen or the rings cover the grid, and the average takes the
     // nodes found (only filled positions, below). [pinned: NodalWarp.TooFewActiveNodesAveragesOnlyWhatWasFound]
     if (st.count >= navg && st.dmax <= r * h) break;
-    if (st.count >= sim.nnodes) break;
+    if (st.count >= nnodes) break;
     if (r >= rcover) break;
     // Rings that cannot change the answer are not looked at. Once navg nodes are held, a node
     // enters only when strictly nearer than the largest held one, and the count of nodes seen
@@ -226,65 +263,143 @@ void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
     if (snapped) break;
   }
 
-  double u[3] = {0.0, 0.0, 0.0};
+  Found found;
+  if (snapped)
+    found.snap = st.snap;
+  else
+    found.filled = st.count < navg ? st.count : navg;
+  return found;
+}
+
+// The displacement u of what the search found: the snapped node's own, unweighted; otherwise
+// the average over the filled positions with weights 1 / d2^halfexponent, summed in position
+// order (only filled positions count; with none u is zero).
+void nodeaverage(const Found &found, const Simulation &sim, double halfexponent, WarpWork &work, double u[3]) {
+  u[0] = u[1] = u[2] = 0.0;
   const double *disp = sim.nodedisp.data();
-  if (snapped) {
-    const double *dn = disp + 3 * static_cast<size_t>(st.snap - 1);
+  if (found.snap != 0) {
+    const double *dn = disp + 3 * static_cast<size_t>(found.snap - 1);
     u[0] = dn[0];
     u[1] = dn[1];
     u[2] = dn[2];
-  } else {
-    // Only the positions actually filled enter the average; with no node at all the
-    // displacement stays zero.
-    const int nfill = st.count < navg ? static_cast<int>(st.count) : navg;
-    if (nfill > 0) {
-      double wsum = 0.0;
-      for (int m = 0; m < nfill; ++m) {
-        weights[m] = 1.0 / std::pow(dist2[m], wp.halfexponent);
-        wsum += weights[m];
-      }
-      double sx0 = 0.0, sy0 = 0.0, sz0 = 0.0;
-      for (int m = 0; m < nfill; ++m) {
-        const double *dn = disp + 3 * static_cast<size_t>(nodes[m] - 1);
-        sx0 += weights[m] * dn[0];
-        sy0 += weights[m] * dn[1];
-        sz0 += weights[m] * dn[2];
-      }
-      u[0] = sx0 / wsum;
-      u[1] = sy0 / wsum;
-      u[2] = sz0 / wsum;
-    }
-  }
-
-  // Z rules.
-  const double z = point[2];
-  const bool onplane = wp.fixz && std::fabs(z - wp.buildplane) <= wp.ztol;
-  if (onplane) u[2] = 0.0;
-  if (wp.norel) u[2] = 0.0;
-
-  const double ws = wp.warpscale;
-  if (!wp.refg) {
-    point[0] = point[0] + ws * u[0];
-    point[1] = point[1] + ws * u[1];
-    point[2] = point[2] + ws * u[2];
     return;
   }
+  const int nfill = static_cast<int>(found.filled);
+  if (nfill == 0) return;
+  const double *dist2 = work.dist2.data();
+  const int32_t *nodes = work.nodes.data();
+  double *weights = work.weights.data();
+  double wsum = 0.0;
+  for (int m = 0; m < nfill; ++m) {
+    weights[m] = 1.0 / std::pow(dist2[m], halfexponent);
+    wsum += weights[m];
+  }
+  double sx0 = 0.0, sy0 = 0.0, sz0 = 0.0;
+  for (int m = 0; m < nfill; ++m) {
+    const double *dn = disp + 3 * static_cast<size_t>(nodes[m] - 1);
+    sx0 += weights[m] * dn[0];
+    sy0 += weights[m] * dn[1];
+    sz0 += weights[m] * dn[2];
+  }
+  u[0] = sx0 / wsum;
+  u[1] = sy0 / wsum;
+  u[2] = sz0 / wsum;
+}
 
-  // Reference correction: the displaced point is pulled onto the reference surface.
+// The Z rules at a point of height z (before its move): with *FIXZ a point within ztol of the
+// build plane (inclusive) is on the plane, and with *NRLE no point moves in Z. Both the
+// displacement (its Z dropped) and the reference pull (the new Z chosen) read the same answer.
+struct ZRule {
+  bool onplane = false;
+  bool norel = false;
+  bool keepz() const { return onplane || norel; }
+};
+ZRule zrule(const WarpParams &wp, double z) {
+  ZRule rule;
+  rule.onplane = wp.fixz && std::fabs(z - wp.buildplane) <= wp.ztol;
+  rule.norel = wp.norel;
+  return rule;
+}
+
+// The reference pull of a point that the displacement u (Z rule applied) would move: the point
+// it came from, q = p - warpscale u, is taken to its closest point c on the reference set, and
+// the point moves by -warpscale (c - q) from where it stands in x and y; in z it stays with
+// *NRLE, lands exactly on the build plane when on it, and otherwise moves from its old height
+// alike.
+void referencepull(const QuerySet &ref, const WarpParams &wp, const ZRule &rule, const double u[3], double *point) {
+  const double ws = wp.warpscale;
+  const double z = point[2];
   double q[3], c[3];
   q[0] = point[0] - ws * u[0];
   q[1] = point[1] - ws * u[1];
   q[2] = point[2] - ws * u[2];
-  closestpoint(q, c, *field.ref);
+  closestpoint(q, c, ref);
   point[0] = point[0] - ws * (c[0] - q[0]);
   point[1] = point[1] - ws * (c[1] - q[1]);
-  if (wp.norel) {
+  if (rule.norel) {
     // z unchanged
-  } else if (onplane) {
+  } else if (rule.onplane) {
     point[2] = wp.buildplane;
   } else {
     point[2] = z - ws * (c[2] - q[2]);
   }
+}
+
+}  // namespace
+
+void nodalwarp(const WarpField &field, double *point, WarpWork &work) {
+  const WarpParams &wp = field.params;
+  const Simulation &sim = *field.sim;
+  const Found found =
+      field.ringnodes ? ringsearch(PackedNodes{field.ringnodes}, sim.nnodes, *field.grid, wp, point, work)
+                      : ringsearch(ListedNodes{field.grid->cellnodes.data(), sim.nodeactive.data(), sim.nodexyz.data()},
+                                   sim.nnodes, *field.grid, wp, point, work);
+  double u[3];
+  nodeaverage(found, sim, wp.halfexponent, work, u);
+  const ZRule rule = zrule(wp, point[2]);
+  if (rule.keepz()) u[2] = 0.0;
+  if (wp.refg) {
+    referencepull(*field.ref, wp, rule, u, point);
+    return;
+  }
+  const double ws = wp.warpscale;
+  point[0] = point[0] + ws * u[0];
+  point[1] = point[1] + ws * u[1];
+  point[2] = point[2] + ws * u[2];
+}
+
+RingNodes packnodes(const Simulation &sim, const NodeGrid &grid) {
+  RingNodes ring;
+  const size_t count = grid.cellnodes.size();
+  try {
+    ring.resize(count);
+  } catch (const std::bad_alloc &) {
+    checkalloc(1, "warpstl, ringnodes, 1");
+  }
+  const int32_t *listed = grid.cellnodes.data();
+  const double *xyz = sim.nodexyz.data();
+  const uint8_t *active = sim.nodeactive.data();
+  RingNode *out = ring.data();
+  const int64_t n = static_cast<int64_t>(count);
+#pragma omp parallel for schedule(static) default(none) shared(listed, xyz, active, out) firstprivate(n)
+  for (int64_t k = 0; k < n; ++k) {
+    const int32_t node = listed[k];
+    const double *p = xyz + 3 * static_cast<size_t>(node - 1);
+    RingNode &r = out[k];
+    r.xyz[0] = p[0];
+    r.xyz[1] = p[1];
+    r.xyz[2] = p[2];
+    r.n = active[node - 1] ? node : -node;
+  }
+  return ring;
+}
+
+WarpField withringnodes(const WarpField &field, RingNodes &storage) {
+  if (field.ringnodes || field.params.scng || !field.sim || !field.grid) return field;
+  storage = packnodes(*field.sim, *field.grid);
+  WarpField packed = field;
+  packed.ringnodes = storage.data();
+  return packed;
 }
 
 void warpvertex(const WarpField &field, double *point, WarpWork &work) {

@@ -46,6 +46,15 @@ struct WarpParams {
                           // reference the bound is tested against)
 };
 
+// One node as the ring search reads it: coordinates and number in one record, two records to a
+// cache line, so that a visited node costs one load. n is negated for a node that no element
+// uses (the search passes it over).
+struct RingNode {
+  double xyz[3];
+  int32_t n;
+};
+using RingNodes = std::vector<RingNode, LineAllocator<RingNode>>;
+
 // What a point's displacement reads. sim and grid are needed on the nodal path, ref with refg,
 // scn with scng.
 struct WarpField {
@@ -53,8 +62,19 @@ struct WarpField {
   const NodeGrid *grid = nullptr;
   const QuerySet *ref = nullptr;
   const QuerySet *scn = nullptr;
+  // The grid's nodes packed by packnodes, read by the ring search instead of the bucket list,
+  // the flags and the coordinates (null: those are read; the answers are the same to the bit).
+  const RingNode *ringnodes = nullptr;
   WarpParams params;
 };
+
+// The nodes of the grid in the order of its bucket list, with the simulation's coordinates and
+// flags: entry k is the node at position k + 1 of cellnodes, so the cell ranges address both.
+// Throws Fatal 32 ("warpstl, ringnodes, 1").
+RingNodes packnodes(const Simulation &sim, const NodeGrid &grid);
+// The field with its nodes packed into storage; the field itself when they are packed already
+// or it takes the scan path.
+WarpField withringnodes(const WarpField &field, RingNodes &storage);
 
 // The work arrays of one thread, navg entries each.
 struct WarpWork {

@@ -28,7 +28,9 @@ std::vector<WarpWork> threadwork(const WarpField &field) {
   return {};
 }
 
-void warpvertices(const WarpField &field, SurfaceMesh &mesh) {
+void warpvertices(const WarpField &unpacked, SurfaceMesh &mesh) {
+  RingNodes ring;
+  const WarpField field = withringnodes(unpacked, ring);
   std::vector<WarpWork> works = threadwork(field);
   const int32_t nvrt = mesh.nvrt;
   double *vrt = mesh.vrt.data();

@@ -23,7 +23,8 @@ struct WarpScales {
 // Moves every vertex of mesh.vrt in place: an OpenMP loop over the vertices in chunks of 16 (a
 // chunk of one costs a transfer of the shared counter per vertex), each thread with its own work
 // arrays and the floating-point mode of the main thread (flush-to-zero, denormals-are-zero).
-// Every vertex is independent, so the result does not depend on the number of threads.
+// Every vertex is independent, so the result does not depend on the number of threads. The
+// ring searches read the grid's nodes packed (packnodes), made here unless the field has them.
 void warpvertices(const WarpField &field, SurfaceMesh &mesh);
 
 // The moments of the warp, in this order: navg above a tenth of the node count (manynodes, told

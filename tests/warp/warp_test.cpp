@@ -167,8 +167,9 @@ TEST(NodalWarp, RingSearchStartAndStoppingRule) {
 
 // The end of the rings where none can change the answer, and the parts of rings outside the box
 // of the largest held distance: every point, near, far (up to 3e10 away, where the plain search
-// walks every ring of the grid) or not finite, gets the nodes, in the positions and with the
-// distances, that the plain search gets, and so the same point.
+// walks every ring of the grid), on a node (active or not) or not finite, gets the nodes, in the
+// positions and with the distances, that the plain search gets, and so the same point; and so it
+// does with the nodes read packed (packnodes) instead of from the grid's lists.
 TEST(NodalWarp, RingBoundKeepsEveryAnswer) {
   std::vector<P3> xyz = lattice({0, 0, 0}, {24, 14, 18});
   uint32_t seed = 7;
@@ -184,23 +185,49 @@ TEST(NodalWarp, RingBoundKeepsEveryAnswer) {
       const double len = std::sqrt(dir[0] * dir[0] + dir[1] * dir[1] + dir[2] * dir[2]) + 1e-9;
       queries.push_back({11.5 + d * dir[0] / len, 6.5 + d * dir[1] / len, 8.5 + d * dir[2] / len});
     }
+  // Points on nodes: the snap takes the first node within the tolerance, an inactive one never.
+  for (size_t k = 0; k < 40; ++k) queries.push_back(xyz[k * 97 % xyz.size()]);
   queries.push_back({NAN, 1, 1});
   queries.push_back({INFINITY, 2, 3});
   queries.push_back({-INFINITY, -INFINITY, 0});
   ASSERT_GT(std::abs(queries[90][0] - 11.5) + std::abs(queries[90][1] - 6.5) + std::abs(queries[90][2] - 8.5), 1e9);
+  const RingNodes ring = packnodes(n.sim, n.grid);
+  ASSERT_EQ(ring.size(), xyz.size());
+  int snapped = 0, inactive = 0;
   for (int navg : {1, 4, 10}) {
-    WarpWork bounded(navg), plain(navg);
+    WarpWork bounded(navg), plain(navg), packed(navg);
     for (const P3 &q : queries) {
       n.params.navg = navg;
       n.params.ringbound = true;
       const P3 a = n.warp(q, bounded);
+      WarpField f = n.field();
+      f.ringnodes = ring.data();
+      P3 c = q;
+      warpvertex(f, c.data(), packed);
       n.params.ringbound = false;
       const P3 b = n.warp(q, plain);
       EXPECT_EQ(std::memcmp(a.data(), b.data(), sizeof a), 0) << q[0] << " " << q[1] << " " << q[2];
+      EXPECT_EQ(std::memcmp(c.data(), b.data(), sizeof c), 0) << q[0] << " " << q[1] << " " << q[2];
       EXPECT_EQ(bounded.nodes, plain.nodes);
+      EXPECT_EQ(packed.nodes, plain.nodes);
       EXPECT_EQ(std::memcmp(bounded.dist2.data(), plain.dist2.data(), sizeof(double) * size_t(navg)), 0);
+      EXPECT_EQ(std::memcmp(packed.dist2.data(), plain.dist2.data(), sizeof(double) * size_t(navg)), 0);
+      const double ws = n.params.warpscale;
+      for (size_t k = 0; k < xyz.size(); ++k) {
+        if (xyz[k] != q) continue;
+        if (n.sim.nodeactive[k] == 0) {
+          ++inactive;
+          continue;
+        }
+        // An active node gives its own displacement, unweighted.
+        ++snapped;
+        const double *d = &n.sim.nodedisp[3 * k];
+        EXPECT_EQ(b, (P3{q[0] + ws * d[0], q[1] + ws * d[1], q[2] + ws * d[2]}));
+      }
     }
   }
+  EXPECT_GT(snapped, 0);
+  EXPECT_GT(inactive, 0);
 }
 
 TEST(NodalWarp, TooFewActiveNodesAveragesOnlyWhatWasFound) {
@@ -275,6 +302,7 @@ Refined refine(const WarpField &field, RefineParams params, bool ahead, int thre
   omp_set_num_threads(threads);
   warpvertices(field, r.mesh);
   params.ahead = ahead;
+  params.keepedges = true;
   r.counts =
       refinesurface(field, params, r.mesh, r.edges, [&](int32_t, int32_t, int32_t p) { r.percents.push_back(p); });
   omp_set_num_threads(2);
@@ -312,9 +340,11 @@ bool samebits(const std::vector<T> &a, const std::vector<T> &b) {
 
 }  // namespace
 
-// The midpoints computed ahead, wave by wave, on one or two threads, against the walk that
-// displaces each midpoint when it reaches it: the same splits, numbering, coordinates and
-// progress, with boundary and interior edges split over several levels.
+// The midpoints computed ahead (the initial edges' in one wave, the new edges' queued beside
+// the walk, by the walk alone on one thread, with one helper on two, with two on three) against
+// the walk that displaces each midpoint when it reaches it: the same splits, numbering,
+// coordinates and progress, with boundary and interior edges split over several levels and more
+// new edges than fill one chunk of the queue.
 TEST(Refine, WavesGiveExactlyTheSerialWalk) {
   Nodes n(lattice({-2, -2, -2}, {26, 15, 15}), swirl);
   n.params.navg = 6;
@@ -330,6 +360,7 @@ TEST(Refine, WavesGiveExactlyTheSerialWalk) {
   EXPECT_GT(serial.counts.total, 3 * first.ntri);
   EXPECT_GT(serial.mesh.nvrt, 3 * first.nvrt);
   EXPECT_GT(serial.edges.n, 3 * firstedges.n);
+  EXPECT_GT(serial.edges.n - firstedges.n, 8 * 256);
   // The edge list grows from the incremented count (n0, then growcapacity(cap + 1) each time),
   // not from its capacity as the other lists do; here the two rules part.
   int32_t bycount = firstedges.n, bycapacity = firstedges.n;
@@ -337,7 +368,7 @@ TEST(Refine, WavesGiveExactlyTheSerialWalk) {
   while (bycapacity < serial.edges.cap) bycapacity = growcapacity(bycapacity);
   EXPECT_EQ(bycount, serial.edges.cap);
   EXPECT_NE(bycapacity, serial.edges.cap);
-  for (int threads : {1, 2}) {
+  for (int threads : {1, 2, 3}) {
     SCOPED_TRACE(threads);
     const Refined waves = refine(n.field(), params, true, threads);
     EXPECT_EQ(waves.counts.active, serial.counts.active);
