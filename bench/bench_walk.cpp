@@ -98,10 +98,9 @@ int main(int argc, char **argv) {
   const wf::NodeGrid grid = wf::nodegridstep(rep, sim);
   wf::readvariable(rep, "results/job00_" + std::to_string(info.resultnums.back()) + ".dis.ens", sim);
 
-  std::string path = "part.stl";
-  int byteorder = 0;
-  wf::RawSurface raw = wf::readstlstep(rep, path, byteorder);
-  wf::PreparedSurface prep = wf::preparesurfacestep(rep, raw, wf::Tolerances(), "part.stl", path);
+  wf::StlMemory memory;
+  wf::RawSurface raw = wf::readstlstep(rep, "part.stl", memory);
+  wf::PreparedSurface prep = wf::preparesurfacestep(rep, raw, wf::Tolerances(), "part.stl", memory.path);
   const wf::SurfaceMesh mesh0 = std::move(prep.mesh);
   const wf::EdgeTable edges0 = std::move(prep.edges);
 
