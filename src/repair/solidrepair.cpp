@@ -678,36 +678,22 @@ bool fillrim(Work &w, const std::vector<int32_t> &corners, const std::vector<int
 // one of them, the first fan whose corners lie near the rim and whose parts are flat, simple and
 // cross nothing. False (and nothing added) when there is no such fan.
 template <class Joined>
-bool fillbyplanes(Work &w, const std::vector<int32_t> &corners, int32_t piece, const Joined &joined, int depth,
-                  FillRound &round) {
+bool fillbyplanes(Work &w, const std::vector<int32_t> &corners, const std::vector<int32_t> &beside, int32_t piece,
+                  const Joined &joined, int depth, FillRound &round) {
   const size_t k = corners.size();
   if (k < 6) return false;
   auto at = [&](int32_t p) { return &w.m.points[3 * size_t(p)]; };
-  // The plane of the facet beside each step (it holds the step the other way round).
+  // The plane of the facet beside each step: it holds the step the other way round and the
+  // corner `beside`.
   std::vector<std::array<double, 3>> normal(k);
   std::vector<double> weight(k);
-  const SideTable edges = buildsidetable(w.m);
-  {
-    // Facet beside step i: the one whose side runs from corner i + 1 to corner i.
-    std::vector<std::pair<uint64_t, int32_t>> open;
-    for (size_t e = 0; e < edges.nedges(); ++e)
-      if (edges.count(int32_t(e)) == 1) {
-        const int32_t sd = edges.sides[size_t(edges.start[e])];
-        open.emplace_back(uint64_t(uint32_t(sidefrom(w.m, sd))) << 32 | uint32_t(sideto(w.m, sd)), sd / 3);
-      }
-    std::sort(open.begin(), open.end());
-    for (size_t i = 0; i < k; ++i) {
-      const uint64_t key = uint64_t(uint32_t(corners[(i + 1) % k])) << 32 | uint32_t(corners[i]);
-      auto it = std::lower_bound(open.begin(), open.end(), std::make_pair(key, INT32_MIN));
-      if (it == open.end() || it->first != key) return false;
-      const Facet &f = w.m.facets[size_t(it->second)];
-      const double *a = at(f[0]), *b = at(f[1]), *c = at(f[2]);
-      const double u[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]}, v[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
-      const double n[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
-      const double len = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
-      weight[i] = len;
-      normal[i] = len > 0 ? std::array<double, 3>{n[0] / len, n[1] / len, n[2] / len} : std::array<double, 3>{0, 0, 0};
-    }
+  for (size_t i = 0; i < k; ++i) {
+    const double *a = at(corners[(i + 1) % k]), *b = at(corners[i]), *c = at(beside[i]);
+    const double u[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]}, v[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
+    const double n[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
+    const double len = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+    weight[i] = len;
+    normal[i] = len > 0 ? std::array<double, 3>{n[0] / len, n[1] / len, n[2] / len} : std::array<double, 3>{0, 0, 0};
   }
   auto dot = [](const std::array<double, 3> &a, const std::array<double, 3> &b) {
     return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
@@ -963,7 +949,7 @@ bool fillrim(Work &w, const std::vector<int32_t> &corners, const std::vector<int
   const size_t k = corners.size();
   double threshold = 0;
   if (k > 3 && k <= splitlimit && depth < splitdepth && !nearplanar(w.m, corners, threshold)) {
-    if (depth == 0 && fillbyplanes(w, corners, piece, joined, depth, round)) return true;
+    if (depth == 0 && fillbyplanes(w, corners, beside, piece, joined, depth, round)) return true;
     // The chord that leaves both parts near-planar; else the one that cuts off the near-planar
     // part of most corners (the rest is split further). Of equals, the first.
     size_t bi = 0, bj = 0, bestscore = 0;
