@@ -18,11 +18,12 @@
 #include <random>
 #include <vector>
 
+#include "benchclock.h"
 #include "warp/closestpoint.h"
 
 namespace {
 
-double now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
+using wfbench::now;
 
 }  // namespace
 

@@ -31,6 +31,7 @@
 
 #include "app/steps.h"
 #include "base/reporter.h"
+#include "benchclock.h"
 #include "control/catalogue.h"
 #include "outputs/outcommon.h"
 #include "outputs/package3mf.h"
@@ -50,7 +51,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-double now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
+using wfbench::cpunow;
+using wfbench::now;
 
 // Best wall time of repeats runs of f; prepare runs before each, untimed.
 double best(int repeats, const std::function<void()> &prepare, const std::function<void()> &f) {
@@ -62,12 +64,6 @@ double best(int repeats, const std::function<void()> &prepare, const std::functi
     b = std::min(b, now() - t0);
   }
   return b;
-}
-
-double cpunow() {
-  timespec ts{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-  return static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
 }
 
 // Best wall time and best CPU time (all threads of the process) of repeats runs of f.

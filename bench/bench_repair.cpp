@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "benchclock.h"
 #include "judge.h"
 #include "repair/meshfix.h"
 #include "repair/meshrepair.h"
@@ -33,7 +34,7 @@
 
 namespace {
 
-double now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
+using wfbench::now;
 
 // Facets 9 floats each without those whose centroid lies within radius of one of the centres.
 wft::Facets withholes(const wft::Facets &s, const std::vector<std::array<float, 3>> &centres, float radius,

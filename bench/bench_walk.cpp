@@ -20,6 +20,7 @@
 
 #include "app/steps.h"
 #include "base/reporter.h"
+#include "benchclock.h"
 #include "control/catalogue.h"
 #include "simresults/readcase.h"
 #include "simresults/readgeo.h"
@@ -34,13 +35,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-double now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
-
-double cpunow() {
-  timespec ts{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-  return static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
-}
+using wfbench::cpunow;
+using wfbench::now;
 
 struct Timing {
   double wall = 0, cpu = 0;

@@ -46,6 +46,16 @@ size_t listbudget() {
   return budget;
 }
 
+// The edge table's arrays given back (the walk keeps its edges as records meanwhile).
+void releaseedges(EdgeTable &edges) {
+  release(edges.vrt);
+  release(edges.tri);
+  release(edges.opp);
+  release(edges.nbr);
+  release(edges.len);
+  release(edges.level);
+}
+
 // Replaces v by a fresh array of rows x newcap entries holding the old entries in front; inuse
 // counts the bytes of all the walk's lists and takes the change.
 template <class T>
@@ -121,12 +131,7 @@ class Walk {
       r[e].level = 0;
       r[e].len = edges.len[e];
     }
-    release(edges.vrt);
-    release(edges.tri);
-    release(edges.opp);
-    release(edges.nbr);
-    release(edges.len);
-    release(edges.level);
+    releaseedges(edges);
     active_.assign(static_cast<size_t>(tricap_), 1);
     // The lists are counted as the separate arrays of the edge table would take them (two ends,
     // two triangles, two opposite corners, four neighbours, a length and a level an edge), so
@@ -599,12 +604,7 @@ RefineCounts passonly(const RefineParams &params, SurfaceMesh &mesh, EdgeTable &
     edges.len.resize(ne);
     edges.level.assign(ne, 0);
   } else {
-    release(edges.vrt);
-    release(edges.tri);
-    release(edges.opp);
-    release(edges.nbr);
-    release(edges.len);
-    release(edges.level);
+    releaseedges(edges);
   }
   mesh.tri.resize(3 * static_cast<size_t>(mesh.ntri));
   mesh.vrt.resize(3 * static_cast<size_t>(mesh.nvrt));
