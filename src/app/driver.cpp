@@ -127,12 +127,9 @@ void processsurface(Reporter &rep, RunData &run, int i) {
 
 }  // namespace
 
-std::string selectedsurface(const JobFiles &files, int32_t id) {
-  int found = 0;
-  for (int j = 1; j <= files.stlfiles.n; ++j) {
-    if (surfaceselected(files, j) && ++found == id) return rtrim(files.stlfiles[static_cast<size_t>(j - 1)]);
-  }
-  return {};
+std::string selectedname(const JobFiles &files, int32_t id) {
+  const int j = nthselected(files, id);
+  return j > 0 ? rtrim(files.stlfiles[static_cast<size_t>(j - 1)]) : std::string();
 }
 
 void splitpath(const std::string &path, std::string &folder, std::string &name, std::string &ext) {
@@ -194,7 +191,7 @@ SurfaceNames surfacenames(Reporter &rep, const Settings &st, const JobFiles &jf,
   n.progressbase = static_cast<int32_t>(std::lround(99.0 * (i - 1) / jf.nsurfaces));
   n.progressshare = 1.0 / jf.nsurfaces;
   n.curstlid = jf.stlids[static_cast<size_t>(i - 1)];
-  const std::string surface = selectedsurface(jf, n.curstlid);
+  const std::string surface = selectedname(jf, n.curstlid);
   if (st.outpflag) {
     // A list shorter than the surfaces leaves a surface without a name of its own.
     if (i > st.outfiles.n) fatal(196, {surface.empty() ? std::to_string(n.curstlid) : surface});

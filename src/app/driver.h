@@ -62,7 +62,7 @@ SurfaceNames surfacenames(Reporter &rep, const Settings &settings, const JobFile
 void finishsurface(Reporter &rep, const std::string &outstlpath);
 
 // The file of the id-th selected surface (1-based), trimmed; empty when there is none.
-std::string selectedsurface(const JobFiles &files, int32_t id);
+std::string selectedname(const JobFiles &files, int32_t id);
 
 // Splits a path into folder (with its trailing "/"), name and extension (with its dot).
 void splitpath(const std::string &path, std::string &folder, std::string &name, std::string &ext);

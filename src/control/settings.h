@@ -85,6 +85,8 @@ struct JobFiles {
 
 // Whether entry j (1-based) of the job's surfaces is selected: type 1, or with selectbyfraction
 // a fraction above 0.999 (single precision). An entry without a type counts as type 1.
-bool surfaceselected(const JobFiles &files, int j);
+bool isselected(const JobFiles &files, int j);
+// The entry (1-based) of the id-th selected surface (id 1-based); 0 when fewer are selected.
+int nthselected(const JobFiles &files, int32_t id);
 
 }  // namespace wf

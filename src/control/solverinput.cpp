@@ -57,7 +57,7 @@ bool readstlmrow(LineReader &in, int32_t &type, float &fraction) {
 int countselected(const JobFiles &files) {
   int c = 0;
   for (int j = 1; j <= files.stlfiles.n; ++j)
-    if (surfaceselected(files, j)) ++c;
+    if (isselected(files, j)) ++c;
   return c;
 }
 
@@ -69,13 +69,20 @@ std::string nameof(const JobFiles &files, int j) { return rtrim(files.stlfiles[s
 
 }  // namespace
 
-bool surfaceselected(const JobFiles &files, int j) {
+bool isselected(const JobFiles &files, int j) {
   if (j < 1 || j > files.stlfiles.n) return false;
   // A surface without a *STLM row counts as a job without *STLM: processed by default.
   if (surftype(files, j) == 1) return true;
   if (!files.selectbyfraction) return false;
   const float fraction = j <= files.stlfraction.n ? files.stlfraction[static_cast<size_t>(j - 1)] : 1.0f;
   return fraction > 0.999f;
+}
+
+int nthselected(const JobFiles &files, int32_t id) {
+  int found = 0;
+  for (int j = 1; j <= files.stlfiles.n; ++j)
+    if (isselected(files, j) && ++found == id) return j;
+  return 0;
 }
 
 void readsolverinput(Reporter &rep, const Settings &settings, JobFiles &files) {
@@ -167,12 +174,11 @@ void selectsurfaces(Reporter &rep, const Settings &settings, int32_t ninc, JobFi
   if (settings.astlflag && files.selectbyfraction) {
     if (c < nfiles) {
       for (int j = 1; j <= nfiles; ++j)
-        if (!surfaceselected(files, j)) rep.post(Severity::critical, 1036, {nameof(files, j)});
+        if (!isselected(files, j)) rep.post(Severity::critical, 1036, {nameof(files, j)});
     }
     if (lastinc) {
       for (int j = 1; j <= nfiles; ++j)
-        if (surfaceselected(files, j) && surftype(files, j) != 1)
-          rep.post(Severity::critical, 1037, {nameof(files, j)});
+        if (isselected(files, j) && surftype(files, j) != 1) rep.post(Severity::critical, 1037, {nameof(files, j)});
       files.selectbyfraction = false;
       c = countselected(files);
     }
@@ -190,15 +196,8 @@ void selectsurfaces(Reporter &rep, const Settings &settings, int32_t ninc, JobFi
   files.nsurfaces = files.stlids.n;
   if (files.selectbyfraction && lastinc) {
     for (int i = 0; i < files.stlids.n; ++i) {
-      const int32_t id = files.stlids[static_cast<size_t>(i)];
-      int found = 0;
-      for (int j = 1; j <= nfiles; ++j) {
-        if (!surfaceselected(files, j)) continue;
-        if (++found == id) {
-          if (surftype(files, j) != 1) fatal(370, {nameof(files, j)});
-          break;
-        }
-      }
+      const int j = nthselected(files, files.stlids[static_cast<size_t>(i)]);
+      if (j > 0 && surftype(files, j) != 1) fatal(370, {nameof(files, j)});
     }
   }
 }

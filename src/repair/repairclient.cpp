@@ -51,7 +51,7 @@ std::string asgiven(std::string text, const std::string &opened, const std::stri
 
 }  // namespace
 
-RepairRun repairsurface(const std::string &infile, const std::string &outfile, double tolerance, int extended,
+RepairRun repairsurface(const std::string &infile, const std::string &outfile, double tolerance, bool extended,
                         const RepairStageFn &onstage, const Folder &in) {
   Handles h;
   RepairRun run;
@@ -102,7 +102,7 @@ RepairRun repairsurface(const std::string &infile, const std::string &outfile, d
     if (!answered) throw RepairFailure{lasterrortext(h.context)};
 
     if (run.sane == 0) {
-      if ((extended & 0xff) == 0) {
+      if (!extended) {
         run.status = -3;
         tell(RepairStage::unsound);
         return run;
@@ -138,7 +138,7 @@ RepairRun repairsurface(const std::string &infile, const std::string &outfile, d
 RepairRun sendtorepair(const std::string &file, double tolerance, bool tsre, const RepairStageFn &onstage,
                        const Folder &in) {
   const std::string infile = rtrim(file);
-  return repairsurface(infile, repairoutputname(infile, in), tolerance, tsre ? 1 : 0, onstage, in);
+  return repairsurface(infile, repairoutputname(infile, in), tolerance, tsre, onstage, in);
 }
 
 }  // namespace wf

@@ -50,9 +50,9 @@ using RepairStageFn = std::function<void(RepairStage stage, const RepairRun &sof
 // blanks cut) and its repaired name are relative to `in`; the run names them as given.
 RepairRun sendtorepair(const std::string &file, double tolerance, bool tsre, const RepairStageFn &onstage = {},
                        const Folder &in = Folder());
-// The repair of infile into outfile; extended (its low byte) asks for the extended repair when
-// the default one leaves the mesh unsound. Returns the repair as told to onstage.
-RepairRun repairsurface(const std::string &infile, const std::string &outfile, double tolerance, int extended,
+// The repair of infile into outfile; extended asks for the extended repair when the default one
+// leaves the mesh unsound. Returns the repair as told to onstage.
+RepairRun repairsurface(const std::string &infile, const std::string &outfile, double tolerance, bool extended,
                         const RepairStageFn &onstage = {}, const Folder &in = Folder());
 
 }  // namespace wf

@@ -139,7 +139,7 @@ TEST_F(SolverInput, SurfacesOfTheLoop) {
   }
   files.stltype.n = files.stlfraction.n = 1;  // beyond the *STLM rows: processed by default
   files.selectbyfraction = false;
-  EXPECT_EQ((ints{surfaceselected(files, 0), surfaceselected(files, 3), surfaceselected(files, 5)}), (ints{0, 1, 0}));
+  EXPECT_EQ((ints{isselected(files, 0), isselected(files, 3), isselected(files, 5)}), (ints{0, 1, 0}));
   files.selectbyfraction = files.ssssflag = true;  // *SSTL together with *SSSS is refused
   EXPECT_EQ(wft::fatalof([&] { selectsurfaces(cap.rep, settings, 3, files); }), "371");
   surfaces({}, {});
