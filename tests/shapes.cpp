@@ -123,6 +123,15 @@ std::string asciistl(const Soup &s, const std::string &name) {
   return out + "endsolid " + name + "\n";
 }
 
+wf::SurfaceMesh movedtetra() {
+  wf::SurfaceMesh m;
+  m.nvrt = m.ntri = 4;
+  m.prewarp = {0, 0, 0, 10, 0, 0, 0, 10, 0, 0, 0, 10};
+  m.vrt = {0, 0, 0, 11, 0, 0, 0, 12, 0, 0, 0, 14};
+  m.tri = {1, 3, 2, 1, 2, 4, 1, 4, 3, 2, 3, 4};
+  return m;
+}
+
 Facets boxpart(float x0, float y0, float z0, float sx, float sy, float sz, int n) {
   // Each face: its origin corner (bits x, y, z) and two edge directions whose cross product
   // points outwards.

@@ -121,24 +121,6 @@ std::string maskafter(const std::string &text, const std::string &prefix, const 
   return out;
 }
 
-std::vector<float> boxfacets(float L, int n, float x0) {
-  const float f[6][3][3] = {{{0, 0, 0}, {0, 1, 0}, {1, 0, 0}}, {{0, 0, 1}, {1, 0, 0}, {0, 1, 0}},
-                            {{0, 0, 0}, {1, 0, 0}, {0, 0, 1}}, {{0, 1, 0}, {0, 0, 1}, {1, 0, 0}},
-                            {{0, 0, 0}, {0, 0, 1}, {0, 1, 0}}, {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
-  std::vector<float> out;
-  auto put = [&](const float(*g)[3], int i, int j) {
-    for (int a = 0; a < 3; ++a)
-      out.push_back((a == 0 ? x0 : 0) + L * (g[0][a] + (float(i) / n) * g[1][a] + (float(j) / n) * g[2][a]));
-  };
-  for (const auto &g : f)
-    for (int j = 0; j < n; ++j)
-      for (int i = 0; i < n; ++i) {
-        put(g, i, j), put(g, i + 1, j), put(g, i + 1, j + 1);
-        put(g, i, j), put(g, i + 1, j + 1), put(g, i, j + 1);
-      }
-  return out;
-}
-
 std::string binarystlbytes(const std::vector<float> &facets) {
   std::string b(80, ' ');
   const uint32_t n = static_cast<uint32_t>(facets.size() / 9);

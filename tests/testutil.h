@@ -14,9 +14,6 @@ std::string readfile(const std::string &path);
 void writefile(const std::string &path, const std::string &content);
 std::vector<std::string> splitlines(const std::string &text);
 bool contains(const std::string &text, const std::string &part);
-// A closed box [x0, x0 + L] x [0, L] x [0, L], each face in n x n squares of two facets, facing
-// outwards: 9 floats per facet.
-std::vector<float> boxfacets(float L, int n, float x0 = 0);
 // A binary STL of facets (9 floats each) and back; an unreadable file gives no facets.
 std::string binarystlbytes(const std::vector<float> &facets);
 std::vector<float> binarystlfacets(const std::string &bytes);

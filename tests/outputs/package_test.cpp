@@ -31,6 +31,7 @@
 #include "outputs/packagetext.h"
 #include "outputs/zippackage.h"
 #include "reporting.h"
+#include "shapes.h"
 #include "testutil.h"
 
 namespace fs = std::filesystem;
@@ -75,17 +76,6 @@ struct Lib3mfMesh {
       if (h) NMR::lib3mf_release(h);
   }
 };
-
-// A tetrahedron with corners (0,0,0), (10,0,0), (0,10,0), (0,0,10), moved by (0,0,0), (1,0,0),
-// (0,2,0), (0,0,4): displacement magnitudes 0, 1, 2, 4.
-wf::SurfaceMesh tetra() {
-  wf::SurfaceMesh m;
-  m.nvrt = m.ntri = 4;
-  m.prewarp = {0, 0, 0, 10, 0, 0, 0, 10, 0, 0, 0, 10};
-  m.vrt = {0, 0, 0, 11, 0, 0, 0, 12, 0, 0, 0, 14};
-  m.tri = {1, 3, 2, 1, 2, 4, 1, 4, 3, 2, 3, 4};
-  return m;
-}
 
 // A sheet of n x n squares with a bumpy displacement: a model member of several megabytes.
 wf::SurfaceMesh sheet(int n) {
@@ -236,12 +226,12 @@ struct Threads {
 // warning, a model of several compressed chunks and one without triangles included.
 TEST(Package3mf, ReadBackByUnzipAndLib3mf) {
   InTempDir dir("3mf_readback");
-  wf::SurfaceMesh flat = tetra();
+  wf::SurfaceMesh flat = wft::movedtetra();
   flat.ntri = 0;
   const struct {
     const char *name;
     wf::SurfaceMesh mesh;
-  } cases[] = {{"tetra", tetra()}, {"sheet", sheet(300)}, {"empty", flat}};
+  } cases[] = {{"tetra", wft::movedtetra()}, {"sheet", sheet(300)}, {"empty", flat}};
   for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
     const std::string folder = std::string(c.name) + "_color";
@@ -286,7 +276,7 @@ TEST(Package3mf, ReadBackByUnzipAndLib3mf) {
 TEST(Package3mf, ZipFailureAndZip64Flag) {
   InTempDir dir("3mf_zipfail");
   fs::create_directories("p_color.3mf");  // a folder where the zip should go
-  const Written w = writepackage(tetra(), "p_color");
+  const Written w = writepackage(wft::movedtetra(), "p_color");
   EXPECT_EQ(w.files.zipstatus, -1);
   EXPECT_EQ(notetexts(w.notes), std::vector<std::string>({notetext({wf::ZipEvent::starting, "", 0}),
                                                           notetext({wf::ZipEvent::notcreated, "p_color.3mf", 0})}));
@@ -320,7 +310,7 @@ TEST(Package3mf, FolderNamesOneMagnitudeAndFailedMembers) {
   InTempDir dir("3mf_oddities");
   EXPECT_EQ(wf::colourindex(2.5f, 2.5f, 2.5f), std::numeric_limits<int32_t>::min());
   EXPECT_EQ(wf::colourindex(4.0f, 0.0f, 4.0f), 1020);
-  wf::SurfaceMesh still = tetra();
+  wf::SurfaceMesh still = wft::movedtetra();
   still.vrt = still.prewarp;
   EXPECT_EQ(writepackage(still, "still_color").files.zipstatus, 0);
   const std::string model = wft::readfile("still_color/3D/3dmodel.model");
@@ -331,7 +321,7 @@ TEST(Package3mf, FolderNamesOneMagnitudeAndFailedMembers) {
 
   fs::create_directories("broken_color");
   wft::writefile("broken_color/History", "a file where the folder belongs");
-  const std::string fatal = wft::fatalof([&] { writepackage(tetra(), "broken_color"); });
+  const std::string fatal = wft::fatalof([&] { writepackage(wft::movedtetra(), "broken_color"); });
   EXPECT_TRUE(fatal.starts_with("31 broken_color/3D/3dmodel.model ")) << fatal;
   EXPECT_TRUE(fs::exists("broken_color/3D/3dmodel.model"));
   EXPECT_TRUE(fs::exists("broken_color/_rels/.rels"));
@@ -345,7 +335,7 @@ TEST(Package3mf, ModelBlocksReadBackRowByRow) {
   const struct {
     const char *name;
     wf::SurfaceMesh mesh;
-  } cases[] = {{"tetra", tetra()}, {"sheet", sheet(300)}, {"oddities", oddities()}};
+  } cases[] = {{"tetra", wft::movedtetra()}, {"sheet", sheet(300)}, {"oddities", oddities()}};
   for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
     const std::vector<float> disp = wf::dispsingle(c.mesh, "test");

@@ -31,29 +31,12 @@ bool recording() {
   return v != nullptr && *v != '\0' && std::strcmp(v, "0") != 0;
 }
 
-// ---------------------------------------------------------------- binary STL helpers
-
+// A job's binary STL as facets (9 floats each), and back.
 struct Soup {
-  std::vector<float> c;  // 9 floats per triangle
+  std::vector<float> c;
 };
-
-Soup readsoup(const std::string &path) {
-  const std::string b = wft::readfile(path);
-  Soup s;
-  uint32_t n = 0;
-  std::memcpy(&n, b.data() + 80, 4);
-  s.c.resize(9ull * n);
-  for (uint32_t t = 0; t < n; ++t) std::memcpy(&s.c[9ull * t], b.data() + 84 + 50ull * t + 12, 36);
-  return s;
-}
-
-void writesoup(const std::string &path, const Soup &s) {
-  const uint32_t n = static_cast<uint32_t>(s.c.size() / 9);
-  std::string b(84 + 50ull * n, '\0');
-  std::memcpy(b.data() + 80, &n, 4);
-  for (uint32_t t = 0; t < n; ++t) std::memcpy(b.data() + 84 + 50ull * t + 12, &s.c[9ull * t], 36);
-  wft::writefile(path, b);
-}
+Soup readsoup(const std::string &path) { return {wft::binarystlfacets(wft::readfile(path))}; }
+void writesoup(const std::string &path, const Soup &s) { wft::writefile(path, wft::binarystlbytes(s.c)); }
 
 // ---------------------------------------------------------------- jobs
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// STL files. Reader: text detection, the byte-order search and its memory, the repaired sibling,
-// and short, truncated or corrupt files, as the reader's record and stages give them (its
-// console lines are tests of the steps, tests/steps). Writer: the text forms read back, and
+// STL files. Reader: text, the repaired sibling, and short, truncated or corrupt files, as the
+// reader's record and stages give them (its console lines, the byte orders tried and their
+// memory are tests of the steps, tests/steps). Writer: the text forms read back, and
 // the failures.
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -104,24 +104,6 @@ TEST(ReadStl, AsciiFiles) {
     EXPECT_EQ(r.read.raw.box.max[k], 0.1 - 3.0) << k;
   }
   EXPECT_DOUBLE_EQ(r.read.raw.box.centre[0], -3.0 + 0.05);
-}
-
-// Both byte orders, and a header that begins with "solid" with trailing bytes, give the soup in
-// single precision. (Which orders are tried, and their memory from read to read, are the lines
-// of the read step, tests/steps.)
-TEST(ReadStl, BothByteOrdersGiveTheSoup) {
-  const std::string path = tempdir("rdorder") + "/part.stl";
-  const Soup s = cube(3.0, -1.5, 0.25, 7.0);
-  for (const std::string &bytes :
-       {binarystl(s, false), binarystl(s, true), binarystl(s, false, "solid pretending to be text", -1, "tail")}) {
-    writefile(path, bytes);
-    const Read r = readof(path, 0);
-    ASSERT_EQ(r.fatal, "none");
-    EXPECT_FALSE(r.read.ascii);
-    EXPECT_EQ(r.stages.size(), r.read.orders.size() + 2);  // the source, one per attempt, the form
-    EXPECT_EQ(r.stages.back(), wf::StlStage::form);
-    expectsoup(r.read.raw, s, true);
-  }
 }
 
 TEST(ReadStl, ShortTruncatedAndCorruptFiles) {
