@@ -29,6 +29,15 @@ void push(Facets &s, const Corner &a, const Corner &b, const Corner &c) {
   s.insert(s.end(), c.begin(), c.end());
 }
 
+// The cross product of the sides of the facet at p: outwards, twice its area long.
+std::array<double, 3> crossof(const float *p) {
+  const double u[3] = {double(p[3]) - p[0], double(p[4]) - p[1], double(p[5]) - p[2]};
+  const double v[3] = {double(p[6]) - p[0], double(p[7]) - p[1], double(p[8]) - p[2]};
+  return {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
+}
+
+double length(const std::array<double, 3> &c) { return std::sqrt(c[0] * c[0] + c[1] * c[1] + c[2] * c[2]); }
+
 // The facet other than t that shares an edge with it, the first in file order.
 size_t neighbour(const Facets &s, size_t t) {
   for (size_t u = 0; u < s.size() / 9; ++u) {
@@ -109,6 +118,10 @@ std::string binarystl(const Soup &s, bool bigendian, const std::string &header, 
     out += std::string("\x07\x00", 2);
   }
   return out + extra;
+}
+
+std::string binarystlbytes(const std::vector<float> &facets) {
+  return binarystl(Soup(facets.begin(), facets.end()), false, "");
 }
 
 std::string asciistl(const Soup &s, const std::string &name) {
@@ -233,12 +246,8 @@ Facets damage(const Facets &part, Damage d, size_t at) {
     case Damage::side: {
       // Every facet that faces within 45 degrees of -y.
       for (size_t k = 0; k < n; ++k) {
-        const float *p = &part[9 * k];
-        const double u[3] = {double(p[3]) - p[0], double(p[4]) - p[1], double(p[5]) - p[2]};
-        const double v[3] = {double(p[6]) - p[0], double(p[7]) - p[1], double(p[8]) - p[2]};
-        const double c[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
-        const double len = std::sqrt(c[0] * c[0] + c[1] * c[1] + c[2] * c[2]);
-        if (!(c[1] < -std::sqrt(0.5) * len)) s.insert(s.end(), &part[9 * k], &part[9 * k + 9]);
+        const std::array<double, 3> c = crossof(&part[9 * k]);
+        if (!(c[1] < -std::sqrt(0.5) * length(c))) s.insert(s.end(), &part[9 * k], &part[9 * k + 9]);
       }
       return s;
     }
@@ -271,13 +280,7 @@ Facets damage(const Facets &part, Damage d, size_t at) {
 
 double facetarea(const Facets &s) {
   double a = 0;
-  for (size_t t = 0; t < s.size() / 9; ++t) {
-    const float *p = &s[9 * t];
-    const double u[3] = {double(p[3]) - p[0], double(p[4]) - p[1], double(p[5]) - p[2]};
-    const double v[3] = {double(p[6]) - p[0], double(p[7]) - p[1], double(p[8]) - p[2]};
-    const double c[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
-    a += 0.5 * std::sqrt(c[0] * c[0] + c[1] * c[1] + c[2] * c[2]);
-  }
+  for (size_t t = 0; t < s.size() / 9; ++t) a += 0.5 * length(crossof(&s[9 * t]));
   return a;
 }
 

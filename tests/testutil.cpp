@@ -27,6 +27,9 @@ std::string tempdir(const std::string &tag) {
   return p.string();
 }
 
+InTempDir::InTempDir(const std::string &tag) : old(fs::current_path().string()) { fs::current_path(tempdir(tag)); }
+InTempDir::~InTempDir() { fs::current_path(old); }
+
 std::string readfile(const std::string &path) {
   std::ifstream f(path, std::ios::binary);
   std::ostringstream s;
@@ -119,18 +122,6 @@ std::string maskafter(const std::string &text, const std::string &prefix, const 
   }
   out.append(text, from, std::string::npos);
   return out;
-}
-
-std::string binarystlbytes(const std::vector<float> &facets) {
-  std::string b(80, ' ');
-  const uint32_t n = static_cast<uint32_t>(facets.size() / 9);
-  b.append(reinterpret_cast<const char *>(&n), 4);
-  for (size_t t = 0; t < n; ++t) {
-    b.append(12, '\0');
-    b.append(reinterpret_cast<const char *>(&facets[9 * t]), 36);
-    b.append(2, '\0');
-  }
-  return b;
 }
 
 std::vector<float> binarystlfacets(const std::string &b) {

@@ -10,11 +10,18 @@ namespace wft {
 
 // A fresh, empty folder below the system temp folder; names are unique per process and call.
 std::string tempdir(const std::string &tag);
+// The current folder moved to a fresh temporary folder for the object's life.
+struct InTempDir {
+  std::string old;
+  explicit InTempDir(const std::string &tag);
+  ~InTempDir();
+};
 std::string readfile(const std::string &path);
 void writefile(const std::string &path, const std::string &content);
 std::vector<std::string> splitlines(const std::string &text);
 bool contains(const std::string &text, const std::string &part);
-// A binary STL of facets (9 floats each) and back; an unreadable file gives no facets.
+// A binary STL of facets (9 floats each; shapes.h writes it) and back; an unreadable file gives
+// no facets.
 std::string binarystlbytes(const std::vector<float> &facets);
 std::vector<float> binarystlfacets(const std::string &bytes);
 // Every run of the characters of chars that follows prefix becomes replacement; the runs are

@@ -229,12 +229,3 @@ TEST(Deck, ReadmeListsTheCardsOfTheTable) {
   EXPECT_EQ(readme, table);
   EXPECT_GE(table.size(), 30u);
 }
-
-// The table's own records: each keyword is found by its padded first five characters, and a
-// keyword that differs is not.
-TEST(Deck, EveryCardIsFoundByItsKeyword) {
-  for (const DeckCard &card : deckcards()) EXPECT_EQ(findcard(card.keyword), &card) << card.keyword;
-  EXPECT_EQ(findcard("*warp"), nullptr);
-  EXPECT_EQ(findcard("*STLM"), nullptr);  // a card of the solver input file only
-  EXPECT_EQ(findcard("*WAR "), nullptr);
-}

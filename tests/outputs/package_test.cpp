@@ -41,12 +41,6 @@ namespace {
 const char *members[] = {"_rels/.rels", "3D/_rels/3dmodel.model.rels", "History/history.xml", "[Content_Types].xml",
                          "3D/3dmodel.model"};
 
-struct InTempDir {
-  fs::path old = fs::current_path();
-  explicit InTempDir(const std::string &tag) { fs::current_path(wft::tempdir(tag)); }
-  ~InTempDir() { fs::current_path(old); }
-};
-
 std::string shell(const std::string &cmd, int *status = nullptr) {
   std::string out;
   std::FILE *p = popen((cmd + " 2>&1").c_str(), "r");
@@ -100,23 +94,14 @@ std::string notetext(const wf::ZipNote &n) {
   return std::to_string(static_cast<int>(n.event)) + " " + n.name + " " + std::to_string(n.number);
 }
 
-// A package as written: its files, the model as told (before the first note of the zip) and the
-// zip's notes.
+// A package as written: its files and the zip's notes.
 struct Written {
   wf::PackageFiles files;
-  std::string modeltold;
-  size_t notesbeforemodel = 0;
   std::vector<wf::ZipNote> notes;
 };
 Written writepackage(const wf::SurfaceMesh &m, const std::string &folder) {
   Written w;
-  w.files = wf::write3mf(
-      m, wf::dispsingle(m, "test"), folder,
-      [&](const wf::PackageFiles &sofar) {
-        w.modeltold = sofar.modelpath;
-        w.notesbeforemodel = w.notes.size();
-      },
-      [&](const wf::ZipNote &n) { w.notes.push_back(n); });
+  w.files = wf::write3mf(m, wf::dispsingle(m, "test"), folder, {}, [&](const wf::ZipNote &n) { w.notes.push_back(n); });
   return w;
 }
 
@@ -221,11 +206,12 @@ struct Threads {
 
 }  // namespace
 
-// The zip holds the members in their order, deflated, stamped with the members' write times,
-// and unzips to the members byte for byte; lib3MF's reader takes every package without a
-// warning, a model of several compressed chunks and one without triangles included.
+// The zip holds the members in their order, deflated, stamped with the members' write times, and
+// passes unzip's test (its entries against the members are the regression set's); lib3MF's
+// reader takes every package without a warning, a model of several compressed chunks and one without triangles
+// included.
 TEST(Package3mf, ReadBackByUnzipAndLib3mf) {
-  InTempDir dir("3mf_readback");
+  wft::InTempDir dir("3mf_readback");
   wf::SurfaceMesh flat = wft::movedtetra();
   flat.ntri = 0;
   const struct {
@@ -238,18 +224,12 @@ TEST(Package3mf, ReadBackByUnzipAndLib3mf) {
     const Written w = writepackage(c.mesh, folder);
     EXPECT_EQ(w.files.zipstatus, 0);
     EXPECT_EQ(w.files.zipname, folder + ".3mf");
-    EXPECT_EQ(w.modeltold, folder + "/3D/3dmodel.model");
-    EXPECT_EQ(w.notesbeforemodel, 0u);  // the model is told before the zip starts
     EXPECT_EQ(notetexts(w.notes), goodnotes(folder));
     int status = 0;
     const std::string test = shell("unzip -t " + folder + ".3mf", &status);
     EXPECT_TRUE(status == 0 && wft::contains(test, "No errors detected")) << test;
     std::string onfile;
     for (const char *m : members) {
-      std::string pattern;  // unzip takes brackets as a wildcard class
-      for (const char *ch = m; *ch; ++ch)
-        pattern += (*ch == '[' || *ch == ']') ? std::string("\\") + *ch : std::string(1, *ch);
-      EXPECT_EQ(shell("unzip -p " + folder + ".3mf '" + pattern + "'"), wft::readfile(folder + "/" + m)) << m;
       struct stat st;
       ASSERT_EQ(stat((folder + "/" + m).c_str(), &st), 0);
       std::tm t{};
@@ -274,7 +254,7 @@ TEST(Package3mf, ReadBackByUnzipAndLib3mf) {
 // A failed zip is returned, with the members in place; the zip64 flag starts at exactly
 // 0xFFFFFFFF bytes, and a file that cannot be opened has no size.
 TEST(Package3mf, ZipFailureAndZip64Flag) {
-  InTempDir dir("3mf_zipfail");
+  wft::InTempDir dir("3mf_zipfail");
   fs::create_directories("p_color.3mf");  // a folder where the zip should go
   const Written w = writepackage(wft::movedtetra(), "p_color");
   EXPECT_EQ(w.files.zipstatus, -1);
@@ -307,7 +287,7 @@ TEST(Package3mf, FolderNamesOneMagnitudeAndFailedMembers) {
   EXPECT_EQ(wf::packagefolder("out.v2/part"), "out_color");
   EXPECT_EQ(wf::packagefolder("part"), "_color");
 
-  InTempDir dir("3mf_oddities");
+  wft::InTempDir dir("3mf_oddities");
   EXPECT_EQ(wf::colourindex(2.5f, 2.5f, 2.5f), std::numeric_limits<int32_t>::min());
   EXPECT_EQ(wf::colourindex(4.0f, 0.0f, 4.0f), 1020);
   wf::SurfaceMesh still = wft::movedtetra();
@@ -331,7 +311,7 @@ TEST(Package3mf, FolderNamesOneMagnitudeAndFailedMembers) {
 // to the byte whether it is held whole or goes through the bounded buffer, on one and on two
 // threads (the sheet has many blocks, more than one stripe of the buffer).
 TEST(Package3mf, ModelBlocksReadBackRowByRow) {
-  InTempDir dir("3mf_blocks");
+  wft::InTempDir dir("3mf_blocks");
   const struct {
     const char *name;
     wf::SurfaceMesh mesh;
@@ -373,7 +353,7 @@ TEST(Package3mf, ModelBlocksReadBackRowByRow) {
 // from its file, byte for byte, with the same notes; and the package is the same on one and on
 // two threads (the entries' dates aside, which follow the files' write times).
 TEST(Package3mf, ZipFromMemoryIsTheZipReadBack) {
-  InTempDir dir("3mf_frommemory");
+  wft::InTempDir dir("3mf_frommemory");
   const wf::SurfaceMesh m = sheet(300);
   std::string zips[2];
   std::vector<std::string> notes[2];

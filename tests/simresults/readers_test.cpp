@@ -25,14 +25,9 @@ namespace {
 
 // Every test runs in its own empty folder, which is the current folder while it runs.
 struct InFolder : ::testing::Test {
-  std::filesystem::path oldcwd;
+  wft::InTempDir dir{"simres"};
   wft::CapturedReporter cap;
-  void SetUp() override {
-    oldcwd = std::filesystem::current_path();
-    std::filesystem::current_path(wft::tempdir("simres"));
-    std::filesystem::create_directories("results");
-  }
-  void TearDown() override { std::filesystem::current_path(oldcwd); }
+  void SetUp() override { std::filesystem::create_directories("results"); }
 };
 
 // Sequential binary records as the solver writes them.

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The steps of a surface as the console shows them: the read (the repaired sibling, the byte
-// orders tried, the form, the box and counts), the preparation (tolerance, merge, edges and the
-// warnings), the read-back and the query sets, the warp, the coloured package and its zip, the
-// plain 3MF conversion and the repair. What the algorithms compute is tested with them.
+// The steps of a surface as the console shows them, where no job of the regression set shows
+// them: the read (the repaired sibling, the byte orders tried, the form), the preparation's
+// warnings, the warp's node-count warning, the coloured package and its zip, the plain 3MF
+// conversion and the repair. What the algorithms compute is tested with them.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

@@ -4,7 +4,6 @@
 // memory are tests of the steps, tests/steps). Writer: the text forms read back, and
 // the failures.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
@@ -148,18 +147,16 @@ TEST(ReadStl, ShortTruncatedAndCorruptFiles) {
 }
 
 TEST(ReadStl, RepairedSibling) {
-  const std::string dir = tempdir("rdrepair");
+  const wft::InTempDir here("rdrepair");
   const Soup original = tetrahedron(1.0), repaired = cube(2.0);
-  writefile(dir + "/part.v2.stl", binarystl(original));
-  writefile(dir + "/part.v2_ls_repair.stl", binarystl(repaired));
-  Read r = readof(dir + "/part.v2.stl", 0);
-  EXPECT_EQ(r.read.path, dir + "/part.v2_ls_repair.stl");
+  writefile("part.v2.stl", binarystl(original));
+  writefile("part.v2_ls_repair.stl", binarystl(repaired));
+  Read r = readof("part.v2.stl", 0);
+  EXPECT_EQ(r.read.path, "part.v2_ls_repair.stl");
   EXPECT_TRUE(r.read.repaired);
   expectsoup(r.read.raw, repaired, true);
   // A name without a dot, or with a dot in first place only, looks for "_ls_repair.stl" in
   // the current folder.
-  const std::string here = std::filesystem::current_path().string();
-  ASSERT_EQ(chdir(dir.c_str()), 0);
   writefile("nodot", binarystl(original));
   writefile(".hidden", binarystl(original));
   r = readof("nodot", 0);  // no sibling yet
@@ -173,7 +170,6 @@ TEST(ReadStl, RepairedSibling) {
     EXPECT_TRUE(r.read.repaired) << name;
     expectsoup(r.read.raw, repaired, true);
   }
-  ASSERT_EQ(chdir(here.c_str()), 0);
 }
 
 TEST(WriteStl, AsciiFormsReadBackAndFailures) {
