@@ -218,16 +218,14 @@ Facets scatteredfacets(int n, unsigned seed) {
 }
 
 const char *damagename(Damage d) {
-  switch (d) {
-    case Damage::none: return "intact";
-    case Damage::onefacet: return "one facet removed";
-    case Damage::twofacets: return "two neighbouring facets removed";
-    case Damage::side: return "a whole side removed";
-    case Damage::sliver: return "a zero-area sliver added";
-    case Damage::fin: return "a fin added";
-    case Damage::reversedcopy: return "a reversed copy of every facet added";
-  }
-  return "?";
+  static const char *const names[] = {"intact",
+                                      "one facet removed",
+                                      "two neighbouring facets removed",
+                                      "a whole side removed",
+                                      "a zero-area sliver added",
+                                      "a fin added",
+                                      "a reversed copy of every facet added"};
+  return names[int(d)];
 }
 
 Facets damage(const Facets &part, Damage d, size_t at) {
@@ -331,14 +329,9 @@ WarpRun warpsurface(const std::string &folder, const Facets &surface, const std:
 }
 
 const char *jobdamagename(JobDamage d) {
-  switch (d) {
-    case JobDamage::farvertex: return "a vertex 3e10 mm away";
-    case JobDamage::nanvertices: return "every vertex not a number";
-    case JobDamage::count2e30: return "triangle count 2^30";
-    case JobDamage::countneg: return "triangle count -2^31";
-    case JobDamage::maxrefine: return "*MAXR 268435456";
-  }
-  return "?";
+  static const char *const names[] = {"a vertex 3e10 mm away", "every vertex not a number", "triangle count 2^30",
+                                      "triangle count -2^31", "*MAXR 268435456"};
+  return names[int(d)];
 }
 
 std::string damagedjob(const std::string &folder, JobDamage d) {

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
@@ -44,15 +45,9 @@ void writefile(const std::string &path, const std::string &content) {
 
 std::vector<std::string> splitlines(const std::string &text) {
   std::vector<std::string> out;
-  size_t pos = 0;
-  while (pos < text.size()) {
-    size_t nl = text.find('\n', pos);
-    if (nl == std::string::npos) {
-      out.push_back(text.substr(pos));
-      break;
-    }
+  for (size_t pos = 0, nl; pos < text.size(); pos = nl + 1) {
+    nl = std::min(text.find('\n', pos), text.size());
     out.push_back(text.substr(pos, nl - pos));
-    pos = nl + 1;
   }
   return out;
 }

@@ -197,7 +197,7 @@ TEST(SurfaceSteps, NodeCountWarningBeforeTheWarp) {
 
 // The package's lines once the console has turned to hexadecimal: the sizes of the zip's members
 // stay decimal (the lines themselves, in decimal, are the regression set's). A zip that cannot
-// be made: its two lines and "ERROR zipping", no warning.
+// be made: its two lines and "ERROR zipping", no warning, the members in place.
 TEST(OutputSteps, PackageLinesInHexadecimalAndAFailedZip) {
   namespace fs = std::filesystem;
   const std::string dir = tempdir("steppackage");
@@ -215,6 +215,9 @@ TEST(OutputSteps, PackageLinesInHexadecimalAndAFailedZip) {
   fs::create_directories(dir + "/p_color.3mf");  // a folder where the zip should go
   wf::package3mfstep(cap.rep, m, wf::dispsingle(m, "test"), "p_color", in);
   EXPECT_TRUE(cap.text().ends_with("zip:  starting\nzip:  error opening \"p_color.3mf\"\n ERROR zipping\n"));
+  for (const char *member :
+       {"_rels/.rels", "3D/_rels/3dmodel.model.rels", "History/history.xml", "[Content_Types].xml", "3D/3dmodel.model"})
+    EXPECT_TRUE(fs::exists(dir + "/p_color/" + member)) << member;  // the members stay
   EXPECT_EQ(cap.rep.warnings() + cap.rep.criticals(), 0);
 }
 
@@ -228,16 +231,9 @@ TEST(OutputSteps, PlainConversionLines) {
   const std::string rule(66, '-');
   CapturedReporter cap;
   EXPECT_EQ(wf::plain3mfstep(cap.rep, "part.stl", in), 0);
-  Lines lines = splitlines(cap.text());
-  ASSERT_EQ(lines.size(), 8u);
-  for (size_t k : {4u, 6u}) {
-    ASSERT_TRUE(lines[k].starts_with("elapsed time: ") && lines[k].ends_with("ms")) << lines[k];
-    const std::string ms = lines[k].substr(14, lines[k].size() - 16);
-    EXPECT_TRUE(!ms.empty() && ms.find_first_not_of("0123456789") == std::string::npos) << lines[k];
-    lines[k] = "elapsed time";
-  }
-  EXPECT_EQ(lines, Lines({rule, "3MF Model Converter", rule, "reading part.stl...", "elapsed time",
-                          "writing part.3mf...", "elapsed time", "done converting 3MF"}));
+  EXPECT_EQ(splitlines(maskafter(cap.text(), "elapsed time: ", "0123456789", "<n>")),
+            Lines({rule, "3MF Model Converter", rule, "reading part.stl...", "<n>ms", "writing part.3mf...", "<n>ms",
+                   "done converting 3MF"}));
   EXPECT_TRUE(std::filesystem::is_regular_file(dir + "/part.3mf"));
   EXPECT_EQ(cap.rep.numbermode(), wf::NumberMode::decimal);
   writefile(dir + "/bad.3mf", "not a zip at all");

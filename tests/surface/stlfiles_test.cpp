@@ -180,19 +180,13 @@ TEST(WriteStl, AsciiFormsReadBackAndFailures) {
   const wf::SurfaceMesh m = meshof(s);
   const std::vector<double> n = normalsof(m);
   writefile(path, std::string(100000, 'z'));  // an earlier, longer file
-  auto fields = [](const double *v) { return wf::scitext(v[0]) + wf::scitext(v[1]) + wf::scitext(v[2]); };
-  for (char form : {'a', 'd'}) {
+  for (char form : {'a', 'd'}) {              // their layout is the regression set's (forma_wrtu, formd_o3mf_ioff)
     wf::writestl(m, &n, path, wf::StlForm(form));
-    std::string want = "solid vcg\n";
-    for (size_t t = 0; t < 5; ++t) {
-      want += "  facet normal " + fields(&n[3 * t]) + "\n    outer loop\n";
-      for (int c = 0; c < 3; ++c) want += "      vertex " + fields(&s[9 * t + 3 * c]) + "\n";
-      want += form == 'a' ? "    end loop\n  end facet\n" : "    endloop\n  endfacet\n";
-    }
-    EXPECT_EQ(readfile(path), want + "endsolid vcg\n") << form;
+    const std::string text = readfile(path);
+    EXPECT_TRUE(text.ends_with("endsolid vcg\n")) << form;  // the earlier file cut
     // The raw cross product, twice the area long; zero for the degenerate triangle.
-    EXPECT_TRUE(contains(want, "  facet normal   0.000000E+00  0.000000E+00 -6.250000E+00\n"));
-    EXPECT_TRUE(contains(want, "  facet normal   0.000000E+00  0.000000E+00  0.000000E+00\n"));
+    EXPECT_TRUE(contains(text, "  facet normal   0.000000E+00  0.000000E+00 -6.250000E+00\n"));
+    EXPECT_TRUE(contains(text, "  facet normal   0.000000E+00  0.000000E+00  0.000000E+00\n"));
     const Read r = readof(path, 0);  // our reader takes it back
     EXPECT_TRUE(r.read.ascii);
     expectsoup(r.read.raw, s, false, true);
