@@ -147,9 +147,21 @@ TEST(SurfaceSteps, FlippedOpenAndOverloaded) {
   EXPECT_TRUE(contains(p.out, "\n\n WARNING\n STL file part.stl is not watertight.\n Edges with   1 triangle  = 3\n"));
   EXPECT_TRUE(contains(p.out, " *** WARNING: 1\n STL file part.stl has non-manifold edges\n"));
   EXPECT_FALSE(contains(p.out, "inversely"));
-  // Three triangles on one edge.
+  // Three triangles on one edge (no job of the regression set has one).
   p = preparecapture({0, 0, 0, 4, 0, 0, 1, 3, 0, 4, 0, 0, 0, 0, 0, 1, -3, 0, 1, 0, 3, 0, 0, 0, 4, 0, 0});
   EXPECT_TRUE(contains(p.out, " Edges with   2 triangles = 0\n Edges with > 2 triangles = 1\n"));
+}
+
+// The query set takes the box of the file read, its name's trailing blanks cut. (Its lines are
+// the regression set's, refg and scng.)
+TEST(SurfaceSteps, QuerySetTakesTheBoxRead) {
+  const std::string dir = tempdir("stepquery");
+  writefile(dir + "/ref.stl", binarystl(cube(2.0, 1.0, -3.0, 0.5)));
+  CapturedReporter cap;
+  wf::StlMemory memory;
+  const wf::QuerySet set = wf::querysetstep(cap.rep, "Processing reference geometry", dir + "/ref.stl   ", memory);
+  EXPECT_EQ(memory.path, dir + "/ref.stl");
+  EXPECT_EQ(std::vector<double>(set.bbox, set.bbox + 6), (std::vector<double>{1, -3, 0.5, 3, -1, 2.5}));
 }
 
 TEST(SurfaceSteps, RaisedToleranceWarning) {
