@@ -54,6 +54,17 @@ std::vector<std::string> splitlines(const std::string &text) {
 
 bool contains(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
 
+std::vector<std::string> readmecards(const std::string &readmetext) {
+  std::vector<std::string> cards;
+  for (const std::string &line : splitlines(readmetext))
+    if (line.rfind("| `*", 0) == 0) {
+      const std::string cell = line.substr(1, line.find('|', 1) - 1);
+      for (size_t p = cell.find("`*"); p != std::string::npos; p = cell.find("`*", p + 1))
+        cards.push_back(cell.substr(p + 1, cell.find('`', p + 1) - p - 1));
+    }
+  return cards;
+}
+
 RunResult runprogram(const std::string &exe, const std::vector<std::string> &args, const std::string &cwd,
                      const std::map<std::string, std::string> &env) {
   RunResult r;

@@ -20,6 +20,8 @@ std::string readfile(const std::string &path);
 void writefile(const std::string &path, const std::string &content);
 std::vector<std::string> splitlines(const std::string &text);
 bool contains(const std::string &text, const std::string &part);
+// The cards of the README's card table (rows "| `*O3DM` / `*N3DM` | ..."), in its order.
+std::vector<std::string> readmecards(const std::string &readmetext);
 // A binary STL of facets (9 floats each; shapes.h writes it) and back; an unreadable file gives
 // no facets.
 std::string binarystlbytes(const std::vector<float> &facets);

@@ -215,14 +215,7 @@ TEST(Deck, SeveralFaultsAtOnceKeepTheirOrder) {
 
 // Every card of the table is in the README's card table, and every card there is in the table.
 TEST(Deck, ReadmeListsTheCardsOfTheTable) {
-  std::vector<std::string> readme;
-  for (const std::string &line : wft::splitlines(wft::readfile(WARPFORGE_SOURCE_DIR "/README.md")))
-    if (line.rfind("| `*", 0) == 0) {
-      const std::string cell = line.substr(1, line.find('|', 1) - 1);  // "`*O3DM` / `*N3DM`"
-      for (size_t p = cell.find("`*"); p != std::string::npos; p = cell.find("`*", p + 1))
-        readme.push_back(cell.substr(p + 1, cell.find('`', p + 1) - p - 1));
-    }
-  std::vector<std::string> table;
+  std::vector<std::string> readme = wft::readmecards(wft::readfile(WARPFORGE_SOURCE_DIR "/README.md")), table;
   for (const DeckCard &card : deckcards()) table.emplace_back(card.keyword);
   std::sort(readme.begin(), readme.end());
   std::sort(table.begin(), table.end());

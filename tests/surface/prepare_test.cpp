@@ -454,20 +454,14 @@ TEST(PrepareSurface, StagesAreToldBeforeTheirWork) {
 }
 
 TEST(PrepareSurface, ToleranceAndSnap) {
-  // Cube 100 with a minimum edge 10: edge rule 1.0, box rule 1e-4. Box 1e4 with a minimum
-  // edge 1e-4: edge rule 1e-5, box rule 1e-2. Either rule can be forced.
+  // The smaller of the two rules: cube 100 with a minimum edge 10 takes the box rule (1e-4, not
+  // 1.0), box 1e4 with a minimum edge 1e-4 the edge rule (1e-5, not 1e-2).
   Soup c100 = cube(100.0);
   c100.insert(c100.end(), {0, 0, 0, 10, 0, 0, 0, 10, 0});
   const Soup b1e4 = {0, 0, 0, 1e4, 0, 0, 0, 1e4, 0, 0, 0, 0, 1e-4, 0, 0, 0, 1e-4, 0};
-  const std::tuple<const Soup *, bool, bool, double, double> cases[] = {// by edge, by box
-                                                                        {&c100, false, false, 10, 1e-4},
-                                                                        {&c100, true, false, 10, 1.0},
-                                                                        {&c100, false, true, 10, 1e-4},
-                                                                        {&b1e4, false, false, 1e-4, 1e-5}};
-  for (const auto &[soup, byedge, bybox, minedge, tol] : cases) {
-    wf::Tolerances rules;
-    rules.tolbyedge = byedge, rules.tolbybox = bybox;
-    const wf::PreparedSurface p = preparedof(*soup, rules);
+  for (const auto &[soup, minedge, tol] :
+       {std::tuple<const Soup *, double, double>{&c100, 10.0, 1e-4}, {&b1e4, 1e-4, 1e-5}}) {
+    const wf::PreparedSurface p = preparedof(*soup);
     EXPECT_NEAR(p.minedgelen, minedge, 1e-12 * minedge);
     EXPECT_NEAR(p.tolerance.tol, tol, 1e-12 * tol);
     EXPECT_FALSE(p.tolerance.raised());
