@@ -1,16 +1,14 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Repair of broken surfaces made in code, through the repair component as the run calls it (file
 // in, default or extended repair, soundness, file out), judged by tests/judge: a printable solid,
-// volume and area against the intact part. The program's own check of a solid.
+// volume and area against the intact part.
 #include <gtest/gtest.h>
 
 #include <random>
 
 #include "component.h"
 #include "judge.h"
-#include "repair/solidcheck.h"
 
-using namespace wf;
 using wft::Facets;
 using wft::Repaired;
 
@@ -120,19 +118,4 @@ TEST(Repair, SeparateOverlappingAndTouchingParts) {
   overlapping.insert(overlapping.end(), shifted.begin(), shifted.end());
   EXPECT_EQ(repair(overlapping, false).saneafter, 0);  // not called sound by the default repair
   expectsolid(repair(overlapping, true), 2000.0 - 575.0);
-}
-
-TEST(SolidCheck, TellsPrintableFromLookingSound) {
-  const Facets cube = box(2, 2);
-  SolidCheck c = checksolid(cube.data(), int64_t(cube.size() / 9));
-  EXPECT_TRUE(c.printable());
-  EXPECT_NEAR(c.volume, 8.0, 1e-12);
-  Facets inside = cube;
-  for (size_t t = 0; t < inside.size() / 9; ++t) flip(inside, t);
-  c = checksolid(inside.data(), int64_t(inside.size() / 9));
-  EXPECT_TRUE(c.told && !c.crossing && c.volume < 0 && !c.printable());
-  Facets open = cube;
-  open.resize(open.size() - 9);
-  c = checksolid(open.data(), int64_t(open.size() / 9));
-  EXPECT_TRUE(c.told && !c.closed && !c.printable());
 }
