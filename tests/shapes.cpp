@@ -29,6 +29,15 @@ void push(Facets &s, const Corner &a, const Corner &b, const Corner &c) {
   s.insert(s.end(), c.begin(), c.end());
 }
 
+// The cross product of the sides of the facet at p: outwards, twice its area long.
+std::array<double, 3> crossof(const float *p) {
+  const double u[3] = {double(p[3]) - p[0], double(p[4]) - p[1], double(p[5]) - p[2]};
+  const double v[3] = {double(p[6]) - p[0], double(p[7]) - p[1], double(p[8]) - p[2]};
+  return {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
+}
+
+double length(const std::array<double, 3> &c) { return std::sqrt(c[0] * c[0] + c[1] * c[1] + c[2] * c[2]); }
+
 // The facet other than t that shares an edge with it, the first in file order.
 size_t neighbour(const Facets &s, size_t t) {
   for (size_t u = 0; u < s.size() / 9; ++u) {
@@ -111,6 +120,10 @@ std::string binarystl(const Soup &s, bool bigendian, const std::string &header, 
   return out + extra;
 }
 
+std::string binarystlbytes(const std::vector<float> &facets) {
+  return binarystl(Soup(facets.begin(), facets.end()), false, "");
+}
+
 std::string asciistl(const Soup &s, const std::string &name) {
   std::string out = "solid " + name + "\n";
   char buf[128];
@@ -121,6 +134,15 @@ std::string asciistl(const Soup &s, const std::string &name) {
     if (c % 3 == 2) out += "    endloop\n  endfacet\n";
   }
   return out + "endsolid " + name + "\n";
+}
+
+wf::SurfaceMesh movedtetra() {
+  wf::SurfaceMesh m;
+  m.nvrt = m.ntri = 4;
+  m.prewarp = {0, 0, 0, 10, 0, 0, 0, 10, 0, 0, 0, 10};
+  m.vrt = {0, 0, 0, 11, 0, 0, 0, 12, 0, 0, 0, 14};
+  m.tri = {1, 3, 2, 1, 2, 4, 1, 4, 3, 2, 3, 4};
+  return m;
 }
 
 Facets boxpart(float x0, float y0, float z0, float sx, float sy, float sz, int n) {
@@ -196,16 +218,14 @@ Facets scatteredfacets(int n, unsigned seed) {
 }
 
 const char *damagename(Damage d) {
-  switch (d) {
-    case Damage::none: return "intact";
-    case Damage::onefacet: return "one facet removed";
-    case Damage::twofacets: return "two neighbouring facets removed";
-    case Damage::side: return "a whole side removed";
-    case Damage::sliver: return "a zero-area sliver added";
-    case Damage::fin: return "a fin added";
-    case Damage::reversedcopy: return "a reversed copy of every facet added";
-  }
-  return "?";
+  static const char *const names[] = {"intact",
+                                      "one facet removed",
+                                      "two neighbouring facets removed",
+                                      "a whole side removed",
+                                      "a zero-area sliver added",
+                                      "a fin added",
+                                      "a reversed copy of every facet added"};
+  return names[int(d)];
 }
 
 Facets damage(const Facets &part, Damage d, size_t at) {
@@ -224,12 +244,8 @@ Facets damage(const Facets &part, Damage d, size_t at) {
     case Damage::side: {
       // Every facet that faces within 45 degrees of -y.
       for (size_t k = 0; k < n; ++k) {
-        const float *p = &part[9 * k];
-        const double u[3] = {double(p[3]) - p[0], double(p[4]) - p[1], double(p[5]) - p[2]};
-        const double v[3] = {double(p[6]) - p[0], double(p[7]) - p[1], double(p[8]) - p[2]};
-        const double c[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
-        const double len = std::sqrt(c[0] * c[0] + c[1] * c[1] + c[2] * c[2]);
-        if (!(c[1] < -std::sqrt(0.5) * len)) s.insert(s.end(), &part[9 * k], &part[9 * k + 9]);
+        const std::array<double, 3> c = crossof(&part[9 * k]);
+        if (!(c[1] < -std::sqrt(0.5) * length(c))) s.insert(s.end(), &part[9 * k], &part[9 * k + 9]);
       }
       return s;
     }
@@ -262,13 +278,7 @@ Facets damage(const Facets &part, Damage d, size_t at) {
 
 double facetarea(const Facets &s) {
   double a = 0;
-  for (size_t t = 0; t < s.size() / 9; ++t) {
-    const float *p = &s[9 * t];
-    const double u[3] = {double(p[3]) - p[0], double(p[4]) - p[1], double(p[5]) - p[2]};
-    const double v[3] = {double(p[6]) - p[0], double(p[7]) - p[1], double(p[8]) - p[2]};
-    const double c[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
-    a += 0.5 * std::sqrt(c[0] * c[0] + c[1] * c[1] + c[2] * c[2]);
-  }
+  for (size_t t = 0; t < s.size() / 9; ++t) a += 0.5 * length(crossof(&s[9 * t]));
   return a;
 }
 
@@ -319,14 +329,9 @@ WarpRun warpsurface(const std::string &folder, const Facets &surface, const std:
 }
 
 const char *jobdamagename(JobDamage d) {
-  switch (d) {
-    case JobDamage::farvertex: return "a vertex 3e10 mm away";
-    case JobDamage::nanvertices: return "every vertex not a number";
-    case JobDamage::count2e30: return "triangle count 2^30";
-    case JobDamage::countneg: return "triangle count -2^31";
-    case JobDamage::maxrefine: return "*MAXR 268435456";
-  }
-  return "?";
+  static const char *const names[] = {"a vertex 3e10 mm away", "every vertex not a number", "triangle count 2^30",
+                                      "triangle count -2^31", "*MAXR 268435456"};
+  return names[int(d)];
 }
 
 std::string damagedjob(const std::string &folder, JobDamage d) {

@@ -42,6 +42,10 @@ std::string asciistl(const Soup &s, const std::string &name = "part");
 
 using Facets = std::vector<float>;
 
+// A tetrahedron with corners (0,0,0), (10,0,0), (0,10,0), (0,0,10) as warped: moved by (0,0,0),
+// (1,0,0), (0,2,0), (0,0,4), displacement magnitudes 0, 1, 2, 4.
+wf::SurfaceMesh movedtetra();
+
 // ---------------------------------------------------------------- parts
 
 // A box [x0, x0 + sx] x [y0, y0 + sy] x [z0, z0 + sz], each face in n x n rectangles of two facets.

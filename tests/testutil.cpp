@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
@@ -27,6 +28,9 @@ std::string tempdir(const std::string &tag) {
   return p.string();
 }
 
+InTempDir::InTempDir(const std::string &tag) : old(fs::current_path().string()) { fs::current_path(tempdir(tag)); }
+InTempDir::~InTempDir() { fs::current_path(old); }
+
 std::string readfile(const std::string &path) {
   std::ifstream f(path, std::ios::binary);
   std::ostringstream s;
@@ -41,20 +45,25 @@ void writefile(const std::string &path, const std::string &content) {
 
 std::vector<std::string> splitlines(const std::string &text) {
   std::vector<std::string> out;
-  size_t pos = 0;
-  while (pos < text.size()) {
-    size_t nl = text.find('\n', pos);
-    if (nl == std::string::npos) {
-      out.push_back(text.substr(pos));
-      break;
-    }
+  for (size_t pos = 0, nl; pos < text.size(); pos = nl + 1) {
+    nl = std::min(text.find('\n', pos), text.size());
     out.push_back(text.substr(pos, nl - pos));
-    pos = nl + 1;
   }
   return out;
 }
 
 bool contains(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+
+std::vector<std::string> readmecards(const std::string &readmetext) {
+  std::vector<std::string> cards;
+  for (const std::string &line : splitlines(readmetext))
+    if (line.rfind("| `*", 0) == 0) {
+      const std::string cell = line.substr(1, line.find('|', 1) - 1);
+      for (size_t p = cell.find("`*"); p != std::string::npos; p = cell.find("`*", p + 1))
+        cards.push_back(cell.substr(p + 1, cell.find('`', p + 1) - p - 1));
+    }
+  return cards;
+}
 
 RunResult runprogram(const std::string &exe, const std::vector<std::string> &args, const std::string &cwd,
                      const std::map<std::string, std::string> &env) {
@@ -119,36 +128,6 @@ std::string maskafter(const std::string &text, const std::string &prefix, const 
   }
   out.append(text, from, std::string::npos);
   return out;
-}
-
-std::vector<float> boxfacets(float L, int n, float x0) {
-  const float f[6][3][3] = {{{0, 0, 0}, {0, 1, 0}, {1, 0, 0}}, {{0, 0, 1}, {1, 0, 0}, {0, 1, 0}},
-                            {{0, 0, 0}, {1, 0, 0}, {0, 0, 1}}, {{0, 1, 0}, {0, 0, 1}, {1, 0, 0}},
-                            {{0, 0, 0}, {0, 0, 1}, {0, 1, 0}}, {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
-  std::vector<float> out;
-  auto put = [&](const float(*g)[3], int i, int j) {
-    for (int a = 0; a < 3; ++a)
-      out.push_back((a == 0 ? x0 : 0) + L * (g[0][a] + (float(i) / n) * g[1][a] + (float(j) / n) * g[2][a]));
-  };
-  for (const auto &g : f)
-    for (int j = 0; j < n; ++j)
-      for (int i = 0; i < n; ++i) {
-        put(g, i, j), put(g, i + 1, j), put(g, i + 1, j + 1);
-        put(g, i, j), put(g, i + 1, j + 1), put(g, i, j + 1);
-      }
-  return out;
-}
-
-std::string binarystlbytes(const std::vector<float> &facets) {
-  std::string b(80, ' ');
-  const uint32_t n = static_cast<uint32_t>(facets.size() / 9);
-  b.append(reinterpret_cast<const char *>(&n), 4);
-  for (size_t t = 0; t < n; ++t) {
-    b.append(12, '\0');
-    b.append(reinterpret_cast<const char *>(&facets[9 * t]), 36);
-    b.append(2, '\0');
-  }
-  return b;
 }
 
 std::vector<float> binarystlfacets(const std::string &b) {

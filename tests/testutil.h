@@ -10,14 +10,20 @@ namespace wft {
 
 // A fresh, empty folder below the system temp folder; names are unique per process and call.
 std::string tempdir(const std::string &tag);
+// The current folder moved to a fresh temporary folder for the object's life.
+struct InTempDir {
+  std::string old;
+  explicit InTempDir(const std::string &tag);
+  ~InTempDir();
+};
 std::string readfile(const std::string &path);
 void writefile(const std::string &path, const std::string &content);
 std::vector<std::string> splitlines(const std::string &text);
 bool contains(const std::string &text, const std::string &part);
-// A closed box [x0, x0 + L] x [0, L] x [0, L], each face in n x n squares of two facets, facing
-// outwards: 9 floats per facet.
-std::vector<float> boxfacets(float L, int n, float x0 = 0);
-// A binary STL of facets (9 floats each) and back; an unreadable file gives no facets.
+// The cards of the README's card table (rows "| `*O3DM` / `*N3DM` | ..."), in its order.
+std::vector<std::string> readmecards(const std::string &readmetext);
+// A binary STL of facets (9 floats each; shapes.h writes it) and back; an unreadable file gives
+// no facets.
 std::string binarystlbytes(const std::vector<float> &facets);
 std::vector<float> binarystlfacets(const std::string &bytes);
 // Every run of the characters of chars that follows prefix becomes replacement; the runs are

@@ -202,8 +202,8 @@ SurfaceNames surfacenames(Reporter &rep, const Settings &st, const JobFiles &jf,
   // Kept deliberately: the report's name depends on whether an earlier output stands there, in
   // the folder the pass starts in (the case folder in the first pass): a first run writes
   // job_1_warp.stl_wrtu.txt, a run over its output job_1_warp_wrtu.txt. [pinned: regression
-  // jobs forma_wrtu, nrle_fixz (first run); SurfaceNames.ReportNameDependsOnAnEarlierOutput
-  // (second run); Jobs.TheFirstPassLooksForAnEarlierOutputInTheCaseFolder (the folder)]
+  // jobs forma_wrtu, nrle_fixz (first run); Jobs.TheFirstPassLooksForAnEarlierOutputInTheCaseFolder
+  // (second run, and the folder)]
   std::string copy = n.outstlpath;
   if (fileexists(folders.here().at(copy))) copy = stripext(copy);
   n.wrtupath = rtrim(copy) + "_wrtu.txt";

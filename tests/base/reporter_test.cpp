@@ -6,6 +6,7 @@
 
 #include "base/list.h"
 #include "base/reporter.h"
+#include "reporting.h"
 #include "testutil.h"
 
 using namespace wf;
@@ -23,19 +24,12 @@ std::string untag(const std::string &text, std::vector<std::string> &tags) {
 TEST(Reporter, CatalogueFailuresAreStickyAndNeverFatal) {
   const std::string dir = wft::tempdir("catalogue");
   for (const std::string &file : {std::string(R"({"errors": {"5": "five"}})"), std::string("{not json")}) {
-    std::FILE *console = std::tmpfile();
-    {
-      Reporter rep(console);
-      wft::writefile(dir + "/cat.arb", file);
-      rep.loadcatalogue(dir + "/cat.arb");
-      rep.post(Severity::error, 404, {"z"});
-      rep.post(Severity::error, 5);
-      rep.integer(0);
-    }
-    std::rewind(console);
-    std::string out(1 << 14, '\0');
-    out.resize(std::fread(out.data(), 1, out.size(), console));
-    std::fclose(console);
+    wft::CapturedReporter cap;
+    wft::writefile(dir + "/cat.arb", file);
+    cap.rep.loadcatalogue(dir + "/cat.arb");
+    cap.rep.post(Severity::error, 404, {"z"});
+    cap.rep.post(Severity::error, 5);
+    const std::string out = cap.text();
     std::vector<std::string> tags;
     const std::string messages = "\n  Signal tag T\n ERROR\n  Code 404\n \n\n\n  Signal tag T\n ERROR\n  Code 5\n \n\n";
     EXPECT_TRUE(wft::contains(untag(out, tags), messages)) << out;
@@ -45,19 +39,16 @@ TEST(Reporter, CatalogueFailuresAreStickyAndNeverFatal) {
 
 // A status printed in hexadecimal leaves every later integer of the console in hexadecimal.
 TEST(Reporter, HexStatusSwitchesNumbersForGood) {
-  std::FILE *console = std::tmpfile();
-  {
-    Reporter rep(console);
-    EXPECT_EQ(rep.integer(255), "255");
-    EXPECT_EQ(rep.numbermode(), NumberMode::decimal);
-    EXPECT_EQ(rep.hexstatus(-2147467259), "80004005");
-    EXPECT_EQ(rep.numbermode(), NumberMode::hexadecimal);
-    EXPECT_EQ(rep.integer(255), "FF");
-    EXPECT_EQ(rep.integer(1234567), "12D687");
-    EXPECT_EQ(rep.hexstatus(0), "0");  // a later status of 0 does not switch back
-    EXPECT_EQ(rep.integer(10), "A");
-  }
-  std::fclose(console);
+  wft::CapturedReporter cap;
+  Reporter &rep = cap.rep;
+  EXPECT_EQ(rep.integer(255), "255");
+  EXPECT_EQ(rep.numbermode(), NumberMode::decimal);
+  EXPECT_EQ(rep.hexstatus(-2147467259), "80004005");
+  EXPECT_EQ(rep.numbermode(), NumberMode::hexadecimal);
+  EXPECT_EQ(rep.integer(255), "FF");
+  EXPECT_EQ(rep.integer(1234567), "12D687");
+  EXPECT_EQ(rep.hexstatus(0), "0");  // a later status of 0 does not switch back
+  EXPECT_EQ(rep.integer(10), "A");
 }
 
 // Growth by 1.2 in single precision: 10 times 1.2f does not round up to 13.

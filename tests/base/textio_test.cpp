@@ -53,16 +53,6 @@ TEST(FreeForm, NumbersReadAsTheRuntimeDoes) {
   EXPECT_EQ(readint("x", pos, i), IOSTAT_BADVALUE);
 }
 
-TEST(NumberForms, ShortestTextReadsBack) {
-  for (double v : {-1.0, 0.001, 1e-5, 0.1 + 0.2, 123456.789, 5e-324, 1.7976931348623157e308}) {
-    double back = 0;
-    ASSERT_TRUE(parsereal(numtext(v), back)) << numtext(v);
-    EXPECT_EQ(back, v);
-  }
-  EXPECT_EQ(numtext(-1.0), "-1");
-  EXPECT_EQ(numtext(0.001), "0.001");
-}
-
 TEST(NumberForms, ScientificFields) {
   const std::pair<std::string, std::string> cases[] = {
       {scitext(12.3456), "  1.234560E+01"},
@@ -72,8 +62,7 @@ TEST(NumberForms, ScientificFields) {
       {scitext(1.5e100), "  1.500000+100"},
       {scitext(-1.5e-100), " -1.500000-100"},
       {scitext(std::numeric_limits<double>::infinity()), "      Infinity"},
-      {scitext(std::nan("")), "           NaN"},
-      {scitext(1.0, 5), "*****"}};
+      {scitext(std::nan("")), "           NaN"}};
   for (const auto &[got, want] : cases) EXPECT_EQ(got, want);
 }
 

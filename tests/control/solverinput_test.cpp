@@ -25,9 +25,7 @@ struct SolverInput : ::testing::Test {
   wft::CapturedReporter cap;
   Settings settings;
   JobFiles files;
-  std::filesystem::path oldcwd = std::filesystem::current_path();
-  void SetUp() override { std::filesystem::current_path(wft::tempdir("solverinput")); }
-  void TearDown() override { std::filesystem::current_path(oldcwd); }
+  wft::InTempDir dir{"solverinput"};
   void readfrom(const std::string &text) {
     wft::writefile("job.in", text);
     settings.inpuflag = true;

@@ -31,29 +31,9 @@ bool recording() {
   return v != nullptr && *v != '\0' && std::strcmp(v, "0") != 0;
 }
 
-// ---------------------------------------------------------------- binary STL helpers
-
-struct Soup {
-  std::vector<float> c;  // 9 floats per triangle
-};
-
-Soup readsoup(const std::string &path) {
-  const std::string b = wft::readfile(path);
-  Soup s;
-  uint32_t n = 0;
-  std::memcpy(&n, b.data() + 80, 4);
-  s.c.resize(9ull * n);
-  for (uint32_t t = 0; t < n; ++t) std::memcpy(&s.c[9ull * t], b.data() + 84 + 50ull * t + 12, 36);
-  return s;
-}
-
-void writesoup(const std::string &path, const Soup &s) {
-  const uint32_t n = static_cast<uint32_t>(s.c.size() / 9);
-  std::string b(84 + 50ull * n, '\0');
-  std::memcpy(b.data() + 80, &n, 4);
-  for (uint32_t t = 0; t < n; ++t) std::memcpy(b.data() + 84 + 50ull * t + 12, &s.c[9ull * t], 36);
-  wft::writefile(path, b);
-}
+// A job's binary STL as facets (9 floats each), and back.
+std::vector<float> readsoup(const std::string &path) { return wft::binarystlfacets(wft::readfile(path)); }
+void writesoup(const std::string &path, const std::vector<float> &s) { wft::writefile(path, wft::binarystlbytes(s)); }
 
 // ---------------------------------------------------------------- jobs
 
@@ -107,8 +87,8 @@ std::vector<JobRecipe> jobs() {
                {"--tris", "448"},
                kInput + "*IOFF\n-1\n*REFG\nref.stl\n*N3DM\n*WRTU\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n",
                [](const std::string &dir) {
-                 Soup s = readsoup(dir + "/part.stl");
-                 for (float &v : s.c) v *= 1.002f;
+                 std::vector<float> s = readsoup(dir + "/part.stl");
+                 for (float &v : s) v *= 1.002f;
                  writesoup(dir + "/ref.stl", s);
                }});
   // A scan job: no simulation; the nominal surface is the reference, the scan is the part
@@ -117,8 +97,8 @@ std::vector<JobRecipe> jobs() {
                {"--tris", "448"},
                "*REFG\npart.stl\n*SCNG\nscan.stl\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n*OUTP\nscanwarp.stl\n",
                [](const std::string &dir) {
-                 Soup s = readsoup(dir + "/part.stl");
-                 for (size_t k = 0; k + 2 < s.c.size(); k += 3) s.c[k] += 0.01f * s.c[k + 2];
+                 std::vector<float> s = readsoup(dir + "/part.stl");
+                 for (size_t k = 0; k + 2 < s.size(); k += 3) s[k] += 0.01f * s[k + 2];
                  writesoup(dir + "/scan.stl", s);
                }});
   // An open surface, read back and repaired with the extended repair; the conversion then
@@ -127,10 +107,10 @@ std::vector<JobRecipe> jobs() {
                {"--tris", "448"},
                kInput + "*IOFF\n-1\n*TSRD\n*TSRE\n*TSRT\n0.02\n*O3MF\n*N3DM\n*MINE\n3.0\n*MAXE\n6.0\n*RTOL\n0.003\n",
                [](const std::string &dir) {
-                 Soup s = readsoup(dir + "/part.stl");
+                 std::vector<float> s = readsoup(dir + "/part.stl");
                  // drop two triangles far apart: two small holes
-                 s.c.erase(s.c.begin() + 9 * 300, s.c.begin() + 9 * 301);
-                 s.c.erase(s.c.begin() + 9 * 10, s.c.begin() + 9 * 11);
+                 s.erase(s.begin() + 9 * 300, s.begin() + 9 * 301);
+                 s.erase(s.begin() + 9 * 10, s.begin() + 9 * 11);
                  writesoup(dir + "/part.stl", s);
                }});
   // Two surfaces with their own output names, STL scaling, a type-2 surface selected by its
@@ -140,11 +120,11 @@ std::vector<JobRecipe> jobs() {
                kInput + "*IOFF\n1\n*ASTL\n*SSTL\n*OUTP\nfirst.stl\nsecond.stl\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n"
                         "*FORM\nb\n*WRTU\n",
                [](const std::string &dir) {
-                 Soup s = readsoup(dir + "/part.stl");
-                 for (size_t k = 0; k + 2 < s.c.size(); k += 3) {
-                   s.c[k] = 0.5f * s.c[k] + 5.0f;
-                   s.c[k + 1] = 0.5f * s.c[k + 1] + 2.0f;
-                   s.c[k + 2] = 0.5f * s.c[k + 2];
+                 std::vector<float> s = readsoup(dir + "/part.stl");
+                 for (size_t k = 0; k + 2 < s.size(); k += 3) {
+                   s[k] = 0.5f * s[k] + 5.0f;
+                   s[k + 1] = 0.5f * s[k + 1] + 2.0f;
+                   s[k + 2] = 0.5f * s[k + 2];
                  }
                  writesoup(dir + "/inner.stl", s);
                  wft::writefile(dir + "/job.in",

@@ -10,10 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "component.h"
 #include "judge.h"
-#include "repair/meshrepair.h"
-#include "shapes.h"
-#include "testutil.h"
 
 using wft::Damage;
 
@@ -46,28 +44,6 @@ class WarpedRepair : public ::testing::Test {
 std::string WarpedRepair::dir;
 std::vector<Part> WarpedRepair::parts;
 
-// The component as the client calls it: default repair, then the extended one when unsound.
-struct Outcome {
-  int sane = -1;
-  std::vector<float> facets;
-};
-Outcome repaircomponent(const wft::Facets &s) {
-  const std::string d = wft::tempdir("component");
-  wft::writefile(d + "/in.stl", wft::binarystlbytes(s));
-  wf::MeshRepairContext *context = nullptr;
-  wf::meshrepair_initcontext(&context);
-  wf::MeshRepairMesh *mesh = wf::meshrepair_loadstl(context, (d + "/in.stl").c_str());
-  Outcome o;
-  if (mesh && wf::meshrepair_defaultrepair(mesh, 0.01f) == 0 && wf::meshrepair_issane(mesh, &o.sane) == 0 &&
-      o.sane == 0 && wf::meshrepair_extendedrepair(mesh, 0.01f) == 0)
-    wf::meshrepair_issane(mesh, &o.sane);
-  if (mesh && wf::meshrepair_savestl(mesh, (d + "/out.stl").c_str(), 0) == 0)
-    o.facets = wft::binarystlfacets(wft::readfile(d + "/out.stl"));
-  wf::meshrepair_free(mesh);
-  wf::meshrepair_freecontext(context);
-  return o;
-}
-
 }  // namespace
 
 TEST_F(WarpedRepair, DamagedPartsComeOutPrintable) {
@@ -89,8 +65,8 @@ TEST_F(WarpedRepair, DamagedPartsComeOutPrintable) {
       EXPECT_TRUE(wft::contains(w.console, "Finished repair\n"));
       // The whole run's result, and the component's on the same warped surface as the client
       // calls it: both judged against the intact part.
-      const Outcome component = repaircomponent(w.warped);
-      EXPECT_EQ(component.sane, 1);
+      const wft::Repaired component = wft::repaircomponent(w.warped, true);
+      EXPECT_EQ(component.saneafter, 1);
       for (const std::vector<float> *result : {&std::as_const(w.repaired), &component.facets}) {
         const wft::Verdict v = wft::judge(*result, &w.warped);
         EXPECT_TRUE(v.printable()) << v.text();
@@ -110,5 +86,5 @@ TEST_F(WarpedRepair, DamagedPartsComeOutPrintable) {
 TEST(RepairRefuses, ScatteredFacets) {
   const wft::Facets s = wft::scatteredfacets(100, 11);
   ASSERT_EQ(wft::judge(s).shells, 100u);
-  EXPECT_EQ(repaircomponent(s).sane, 0);
+  EXPECT_EQ(wft::repaircomponent(s, true).saneafter, 0);
 }

@@ -32,6 +32,9 @@ TEST(Sources, IncludesFollowTheLayers) {
     ASSERT_TRUE(allowed.count(folder)) << "a folder outside the layers: " << folder;
     const std::string text = wft::readfile(entry.path().string());
     ++files;
+    // The layers that compute return what they found and never print; app/steps says their lines.
+    const bool computes = std::set<std::string>{"surface", "warp", "recheck", "repair", "outputs"}.count(folder) > 0;
+    EXPECT_FALSE(computes && wft::contains(text, "base/reporter.h")) << entry.path() << " includes the Reporter";
     // Every '#include "folder/...' names a folder this one may use.
     for (size_t p = text.find("#include \""); p != std::string::npos; p = text.find("#include \"", p + 1)) {
       const size_t q = p + 10, slash = text.find('/', q), close = text.find('"', q);
@@ -53,19 +56,4 @@ TEST(Sources, IncludesFollowTheLayers) {
     }
   }
   EXPECT_GT(files, 50);
-}
-
-// The layers that compute return what they found and never print: no file of theirs includes the
-// Reporter; the steps above them (app/steps) say the run's lines.
-TEST(Sources, ComputingLayersDoNotPrint) {
-  const fs::path src = fs::path(WARPFORGE_SOURCE_DIR) / "src";
-  int files = 0;
-  for (const char *folder : {"surface", "warp", "recheck", "repair", "outputs"}) {
-    for (const auto &entry : fs::recursive_directory_iterator(src / folder)) {
-      if (!entry.is_regular_file()) continue;
-      ++files;
-      EXPECT_FALSE(wft::contains(wft::readfile(entry.path().string()), "base/reporter.h")) << entry.path();
-    }
-  }
-  EXPECT_GT(files, 30);
 }

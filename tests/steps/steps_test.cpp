@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The steps of a surface as the console shows them: the read (the repaired sibling, the byte
-// orders tried, the form, the box and counts), the preparation (tolerance, merge, edges and the
-// warnings), the read-back and the query sets, the warp, the coloured package and its zip, the
-// plain 3MF conversion and the repair. What the algorithms compute is tested with them.
+// The steps of a surface as the console shows them, where no job of the regression set shows
+// them: the read (the repaired sibling, the byte orders tried, the form), the preparation's
+// warnings, the warp's node-count warning, the coloured package and its zip, the plain 3MF
+// conversion and the repair. What the algorithms compute is tested with them.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -71,41 +71,30 @@ Prepared preparecapture(const Soup &s, const wf::Tolerances &rules = {}, const s
 
 }  // namespace
 
-TEST(SurfaceSteps, ReadAsciiLines) {
-  const std::string path = tempdir("stepascii") + "/part.stl";
-  Soup s = tetrahedron(0.1);
-  for (double &x : s) x -= 3.0;
-  writefile(path, asciistl(s));
-  wf::StlMemory memory;
-  const Read r = readcapture(path, memory);
-  ASSERT_EQ(r.fatal, "none") << r.out;
-  EXPECT_EQ(memory.byteorder, 0);
-  const std::string lo = wf::scitext(-3.0), hi = wf::scitext(0.1 - 3.0);
-  EXPECT_EQ(splitlines(r.out), Lines({" Reading " + path, " ASCII STL file", " Bounding box:", lo + " <= x <= " + hi,
-                                      lo + " <= y <= " + hi, lo + " <= z <= " + hi, "", " Number of vertices  = 12",
-                                      " Number of triangles = 4", " Finished reading " + path, ""}));
-}
-
+// Both byte orders, a header that begins with "solid" with trailing bytes, and text: the orders
+// tried, their memory from read to read (text leaves it alone), the form, and the soup read.
 TEST(SurfaceSteps, ReadByteOrderLinesAndTheirMemory) {
   const std::string dir = tempdir("steporder");
   const Soup s = cube(3.0, -1.5, 0.25, 7.0);
   writefile(dir + "/le.stl", binarystl(s, false));
   writefile(dir + "/be.stl", binarystl(s, true));
   writefile(dir + "/solid.stl", binarystl(s, false, "solid pretending to be text", -1, "tail"));
+  writefile(dir + "/text.stl", asciistl(s));
   const std::string native = " Reading in native format...", little = " Reading in little_endian format...",
                     big = " Reading in big_endian format...";
-  const std::tuple<const char *, Lines, int> steps[] = {{"le", {native}, 1},
-                                                        {"le", {native}, 1},
-                                                        {"be", {native, native, little, big}, 3},
-                                                        {"be", {big}, 3},
-                                                        {"solid", {big, native}, 1}};
+  const std::tuple<const char *, Lines, int> steps[] = {
+      {"le", {native}, 1}, {"le", {native}, 1}, {"be", {native, native, little, big}, 3},
+      {"be", {big}, 3},    {"text", {}, 3},     {"solid", {big, native}, 1}};
   wf::StlMemory memory;
   for (const auto &[file, formats, want] : steps) {
     const Read r = readcapture(dir + "/" + file + ".stl", memory);
     ASSERT_EQ(r.fatal, "none") << r.out;
     EXPECT_EQ(formatlines(r.out), formats) << file;
     EXPECT_EQ(memory.byteorder, want) << file;
-    EXPECT_TRUE(hasline(r.out, " Binary STL file") && hasline(r.out, " Number of triangles = 12"));
+    EXPECT_TRUE(hasline(r.out, formats.empty() ? " ASCII STL file" : " Binary STL file")) << r.out;
+    EXPECT_TRUE(hasline(r.out, " Number of triangles = 12"));
+    ASSERT_EQ(r.raw.vrt.size(), s.size());
+    for (size_t i = 0; i < s.size(); ++i) ASSERT_EQ(float(r.raw.vrt[i]), float(s[i])) << file << " " << i;
   }
 }
 
@@ -142,19 +131,6 @@ TEST(SurfaceSteps, ReadRepairedSiblingLines) {
   EXPECT_TRUE(hasline(r.out, " Finished reading " + r.path));
 }
 
-// A clean surface: every line of the preparation in its order.
-TEST(SurfaceSteps, CleanSurfaceLines) {
-  const Prepared p = preparecapture(cube(2.0));
-  EXPECT_EQ(p.prep.check.status, 0);
-  EXPECT_EQ(
-      splitlines(p.out),
-      Lines({" Minimum edge length = " + wf::numtext(2.0), " Machine precision = " + wf::numtext(wf::machineprecision),
-             " STL precision for 8-byte integers = " + wf::numtext(0x1p-63 * 2.0),
-             " Absolute tolerance = " + wf::numtext(1.0e-6 * 2.0), "", " Equivalencing vertices",
-             " Number of unique vertices = 8", " Finished vertex equivalencing", "", " Equivalencing STL edges",
-             " Number of unique edges = 18", " Euler characteristic   = 2", " Finished edge equivalencing", ""}));
-}
-
 TEST(SurfaceSteps, FlippedOpenAndOverloaded) {
   // A tetrahedron with one triangle turned: three inverse edges, named by the path read.
   Soup s = tetrahedron();
@@ -164,25 +140,28 @@ TEST(SurfaceSteps, FlippedOpenAndOverloaded) {
   EXPECT_TRUE(contains(p.out,
                        "\n *** WARNING: 1\n STL file dir/part.stl has 3 inversely oriented edges.\n"
                        " Consider repairing the STL with Tessero before continuing.\n \n"));
-  // A single triangle: the plain block and the numbered warning, no orientation check. The
-  // watertightness warnings give the job's name of the surface, not the path read.
+  // A single triangle: the plain block and the numbered warning (their words are the regression
+  // set's), no orientation check; they give the job's name of the surface, not the path read.
   p = preparecapture({0, 0, 0, 1, 0, 0, 0, 1, 0}, {}, "part.stl", "elsewhere/part_ls_repair.stl");
   EXPECT_EQ(p.prep.check.status, -1);
-  EXPECT_TRUE(contains(p.out,
-                       "\n\n WARNING\n STL file part.stl is not watertight.\n"
-                       " Edges with   1 triangle  = 3\n Edges with   2 triangles = 0\n"
-                       " Edges with > 2 triangles = 0\n\n"
-                       " Consider repairing the STL (e.g. with Tessero) before continuing.\n\n"
-                       " Euler characteristic   = 1\n"));
-  EXPECT_TRUE(contains(p.out,
-                       " *** WARNING: 1\n STL file part.stl has non-manifold edges\n \n"
-                       " Use a larger tolerance multiplier, or repair the geometry in Tessero\n \n"));
+  EXPECT_TRUE(contains(p.out, "\n\n WARNING\n STL file part.stl is not watertight.\n Edges with   1 triangle  = 3\n"));
+  EXPECT_TRUE(contains(p.out, " *** WARNING: 1\n STL file part.stl has non-manifold edges\n"));
   EXPECT_FALSE(contains(p.out, "inversely"));
-  // Three triangles on one edge.
+  // Three triangles on one edge (no job of the regression set has one).
   p = preparecapture({0, 0, 0, 4, 0, 0, 1, 3, 0, 4, 0, 0, 0, 0, 0, 1, -3, 0, 1, 0, 3, 0, 0, 0, 4, 0, 0});
-  EXPECT_TRUE(contains(p.out,
-                       " Edges with   1 triangle  = 6\n Edges with   2 triangles = 0\n"
-                       " Edges with > 2 triangles = 1\n"));
+  EXPECT_TRUE(contains(p.out, " Edges with   2 triangles = 0\n Edges with > 2 triangles = 1\n"));
+}
+
+// The query set takes the box of the file read, its name's trailing blanks cut. (Its lines are
+// the regression set's, refg and scng.)
+TEST(SurfaceSteps, QuerySetTakesTheBoxRead) {
+  const std::string dir = tempdir("stepquery");
+  writefile(dir + "/ref.stl", binarystl(cube(2.0, 1.0, -3.0, 0.5)));
+  CapturedReporter cap;
+  wf::StlMemory memory;
+  const wf::QuerySet set = wf::querysetstep(cap.rep, "Processing reference geometry", dir + "/ref.stl   ", memory);
+  EXPECT_EQ(memory.path, dir + "/ref.stl");
+  EXPECT_EQ(std::vector<double>(set.bbox, set.bbox + 6), (std::vector<double>{1, -3, 0.5, 3, -1, 2.5}));
 }
 
 TEST(SurfaceSteps, RaisedToleranceWarning) {
@@ -199,31 +178,10 @@ TEST(SurfaceSteps, RaisedToleranceWarning) {
   EXPECT_TRUE(contains(p.out, " Increasing tolerance to " + wf::numtext(0x1p-43) + "\n"));
 }
 
-TEST(SurfaceSteps, ReadBackAndQuerySetLines) {
-  const std::string dir = tempdir("stepback");
-  writefile(dir + "/out.stl", binarystl(cube(2.0)));
-  CapturedReporter cap;
-  wf::StlMemory memory;
-  const wf::RawSurface back = wf::readbackstep(cap.rep, dir + "/out.stl   ", memory);
-  EXPECT_EQ(memory.path, dir + "/out.stl");  // the blanks of the field cut
-  EXPECT_EQ(memory.byteorder, 1);
-  EXPECT_EQ(back.ntri, 12);
-  Lines lines = splitlines(cap.text());
-  ASSERT_GE(lines.size(), 2u);
-  EXPECT_EQ(Lines(lines.begin(), lines.begin() + 2), Lines({"", " Reading " + dir + "/out.stl"}));
-  const wf::QuerySet set = wf::querysetstep(cap.rep, "Processing reference geometry", dir + "/out.stl", memory);
-  lines = splitlines(cap.text());
-  ASSERT_GE(lines.size(), 3u);
-  EXPECT_EQ(lines.front(), " Processing reference geometry");
-  EXPECT_EQ(lines[1], " Reading " + dir + "/out.stl");
-  EXPECT_EQ(lines.back(), " Calculating surface normals");
-  EXPECT_EQ(set.bbox[5], 2.0);
-}
-
-// The warp's lines in their order: the warning on the number of averaged nodes (here 2 of 8,
-// above a tenth), the two stage lines, the progress of the walk, the counts of the refinement
-// and of the vertices; without the node check, no warning.
-TEST(SurfaceSteps, WarpLinesInTheirOrder) {
+// The warning on the number of averaged nodes (here 2 of 8, above a tenth) comes before the
+// warp's first line, and only with the node check. (The warp's other lines are the regression
+// set's.)
+TEST(SurfaceSteps, NodeCountWarningBeforeTheWarp) {
   wf::Simulation sim;
   sim.nnodes = 8;
   for (int k = 0; k < 8; ++k) {
@@ -237,92 +195,47 @@ TEST(SurfaceSteps, WarpLinesInTheirOrder) {
   field.sim = &sim;
   field.grid = &grid;
   field.params.navg = 2;
-  wf::RefineParams refine;
-  refine.maxedge = 0.6;
-  refine.minedge = 0.1;
+  const std::string warning =
+      "\n WARNING:  number of nodes for weighted averaging is\n           greater than 10% of the total number of\n"
+      "           nodes\n\n";
   for (bool nodecheck : {true, false}) {
-    SCOPED_TRACE(nodecheck);
     wf::PreparedSurface prep = preparedof(cube(1.0));
     CapturedReporter cap;
-    wf::warpstep(cap.rep, field, nodecheck, 0.0, wf::WarpScales{}, refine, prep.mesh, prep.edges);
-    Lines lines, progress;
-    for (const std::string &l : splitlines(cap.text())) (contains(l, " Progress = ") ? progress : lines).push_back(l);
-    // The triangles made in all, live or dead, are more than the live ones.
-    ASSERT_GE(lines.size(), 2u);
-    std::string &total = lines[lines.size() - 2];
-    ASSERT_EQ(total.substr(0, 20), " Total  triangles = ");
-    EXPECT_GT(std::stoll(total.substr(20)), prep.mesh.ntri);
-    total.resize(20);
-    EXPECT_FALSE(progress.empty());
-    EXPECT_EQ(progress.back().substr(0, 16), " Progress =  99 ");
-    Lines want = {" Displacing original STL vertices ...",
-                  " Refining STL edges ...",
-                  "",
-                  "",
-                  " Active triangles = " + wf::inttext(prep.mesh.ntri),
-                  " Total  triangles = ",
-                  " Number of vertices = " + wf::inttext(prep.mesh.nvrt)};
-    if (nodecheck)
-      want.insert(want.begin(), {"", " WARNING:  number of nodes for weighted averaging is",
-                                 "           greater than 10% of the total number of", "           nodes", ""});
-    EXPECT_EQ(lines, want);
-    EXPECT_GT(prep.mesh.ntri, 12);  // the walk split the cube's edges
+    wf::warpstep(cap.rep, field, nodecheck, 0.0, wf::WarpScales{}, wf::RefineParams{}, prep.mesh, prep.edges);
+    const std::string out = cap.text();
+    EXPECT_TRUE(out.starts_with((nodecheck ? warning : "") + " Displacing original STL vertices ...\n")) << out;
   }
 }
 
-namespace {
-
-// A tetrahedron moved by (0,0,0), (1,0,0), (0,2,0), (0,0,4): four displacement magnitudes.
-wf::SurfaceMesh movedtetra() {
-  wf::SurfaceMesh m;
-  m.nvrt = m.ntri = 4;
-  m.prewarp = {0, 0, 0, 10, 0, 0, 0, 10, 0, 0, 0, 10};
-  m.vrt = {0, 0, 0, 11, 0, 0, 0, 12, 0, 0, 0, 14};
-  m.tri = {1, 3, 2, 1, 2, 4, 1, 4, 3, 2, 3, 4};
-  return m;
-}
-
-}  // namespace
-
-// The package's lines in their order, the package folder named as given: the model finished and
-// two blank lines, the zip's lines (each member's size in its order, the model last), the
-// package finished. The sizes stay decimal after the console has turned to hexadecimal. A zip
-// that cannot be made: its two lines and "ERROR zipping".
-TEST(OutputSteps, PackageLinesInTheirOrder) {
+// The package's lines once the console has turned to hexadecimal: the sizes of the zip's members
+// stay decimal (the lines themselves, in decimal, are the regression set's). A zip that cannot
+// be made: its two lines and "ERROR zipping", no warning, the members in place.
+TEST(OutputSteps, PackageLinesInHexadecimalAndAFailedZip) {
   namespace fs = std::filesystem;
   const std::string dir = tempdir("steppackage");
   const wf::Folder in(dir);
   const wf::SurfaceMesh m = movedtetra();
-  const char *members[] = {"_rels/.rels", "3D/_rels/3dmodel.model.rels", "History/history.xml", "[Content_Types].xml",
-                           "3D/3dmodel.model"};
-  for (bool hex : {false, true}) {
-    SCOPED_TRACE(hex);
-    CapturedReporter cap;
-    if (hex) cap.rep.hexstatus(0);
-    const std::string folder = hex ? "h_color" : "d_color";
-    wf::package3mfstep(cap.rep, m, wf::dispsingle(m, "test"), folder, in);
-    Lines want = {" Finished writing 3dmodel file " + folder + "/3D/3dmodel.model", "", "", "zip:  starting",
-                  "zip:  creating \"" + folder + ".3mf\""};
-    for (const char *member : members) {
-      const std::string file = folder + "/" + member;
-      want.push_back("zip:  file \"" + file + "\" is " + std::to_string(fs::file_size(dir + "/" + file)) + " bytes");
-    }
-    want.insert(want.end(), {"zip:  done", " Finished writing 3MF file " + folder + ".3mf"});
-    EXPECT_EQ(splitlines(cap.text()), want);
-    EXPECT_TRUE(fs::is_regular_file(dir + "/" + folder + ".3mf"));
-  }
-  fs::create_directories(dir + "/p_color.3mf");  // a folder where the zip should go
   CapturedReporter cap;
-  wf::package3mfstep(cap.rep, m, wf::dispsingle(m, "test"), "p_color", in);
+  cap.rep.hexstatus(0);
+  wf::package3mfstep(cap.rep, m, wf::dispsingle(m, "test"), "h_color", in);
   const std::string out = cap.text();
-  EXPECT_TRUE(out.ends_with("zip:  starting\nzip:  error opening \"p_color.3mf\"\n ERROR zipping\n")) << out;
+  const size_t bytes = fs::file_size(dir + "/h_color/3D/3dmodel.model");
+  ASSERT_GT(bytes, 9u);
+  EXPECT_TRUE(contains(out, "zip:  file \"h_color/3D/3dmodel.model\" is " + std::to_string(bytes) + " bytes\n")) << out;
+  EXPECT_TRUE(out.ends_with("zip:  done\n Finished writing 3MF file h_color.3mf\n")) << out;
+
+  fs::create_directories(dir + "/p_color.3mf");  // a folder where the zip should go
+  wf::package3mfstep(cap.rep, m, wf::dispsingle(m, "test"), "p_color", in);
+  EXPECT_TRUE(cap.text().ends_with("zip:  starting\nzip:  error opening \"p_color.3mf\"\n ERROR zipping\n"));
+  for (const char *member :
+       {"_rels/.rels", "3D/_rels/3dmodel.model.rels", "History/history.xml", "[Content_Types].xml", "3D/3dmodel.model"})
+    EXPECT_TRUE(fs::exists(dir + "/p_color/" + member)) << member;  // the members stay
   EXPECT_EQ(cap.rep.warnings() + cap.rep.criticals(), 0);
 }
 
-// The converter's lines: the title between two rules, the read and the write with their times,
-// the end. A name that keeps its blanks has an unknown extension (said as it stands) and gets
-// the warning; a file lib3MF cannot parse has its status said in hexadecimal, which turns the
-// console's integers to hexadecimal for good.
+// The converter's lines on a file it converts: the title between two rules, the read and the
+// write with their times, the end. A file lib3MF cannot parse (its lines are the regression
+// set's) turns the console's integers to hexadecimal for good.
 TEST(OutputSteps, PlainConversionLines) {
   const std::string dir = tempdir("stepplain");
   const wf::Folder in(dir);
@@ -330,66 +243,41 @@ TEST(OutputSteps, PlainConversionLines) {
   const std::string rule(66, '-');
   CapturedReporter cap;
   EXPECT_EQ(wf::plain3mfstep(cap.rep, "part.stl", in), 0);
-  Lines lines = splitlines(cap.text());
-  ASSERT_EQ(lines.size(), 8u);
-  for (size_t k : {4u, 6u}) {
-    ASSERT_TRUE(lines[k].starts_with("elapsed time: ") && lines[k].ends_with("ms")) << lines[k];
-    const std::string ms = lines[k].substr(14, lines[k].size() - 16);
-    EXPECT_TRUE(!ms.empty() && ms.find_first_not_of("0123456789") == std::string::npos) << lines[k];
-    lines[k] = "elapsed time";
-  }
-  EXPECT_EQ(lines, Lines({rule, "3MF Model Converter", rule, "reading part.stl...", "elapsed time",
-                          "writing part.3mf...", "elapsed time", "done converting 3MF"}));
+  EXPECT_EQ(splitlines(maskafter(cap.text(), "elapsed time: ", "0123456789", "<n>")),
+            Lines({rule, "3MF Model Converter", rule, "reading part.stl...", "<n>ms", "writing part.3mf...", "<n>ms",
+                   "done converting 3MF"}));
   EXPECT_TRUE(std::filesystem::is_regular_file(dir + "/part.3mf"));
-
-  EXPECT_EQ(wf::plain3mfstep(cap.rep, "part.STL  ", in), -5);
-  EXPECT_EQ(splitlines(cap.text()), Lines({rule, "3MF Model Converter", rule, "unknown input file extension:.stl  ",
-                                           " Warning:  3MF conversion was not successful.", ""}));
   EXPECT_EQ(cap.rep.numbermode(), wf::NumberMode::decimal);
-
   writefile(dir + "/bad.3mf", "not a zip at all");
   EXPECT_EQ(wf::plain3mfstep(cap.rep, "bad.3mf", in), -8);
-  lines = splitlines(cap.text());
-  ASSERT_EQ(lines.size(), 7u);
-  EXPECT_EQ(lines[3], "reading bad.3mf...");
-  ASSERT_TRUE(lines[4].starts_with("could not parse file: ")) << lines[4];
-  const std::string status = lines[4].substr(22);
-  EXPECT_TRUE(!status.empty() && status.find_first_not_of("0123456789ABCDEF") == std::string::npos) << lines[4];
-  EXPECT_EQ(Lines(lines.begin() + 5, lines.end()), Lines({" Warning:  3MF conversion was not successful.", ""}));
+  const std::string out = cap.text();
+  EXPECT_TRUE(contains(out, "\ncould not parse file: ")) << out;
   EXPECT_EQ(cap.rep.numbermode(), wf::NumberMode::hexadecimal);
-  EXPECT_EQ(cap.rep.integer(255), "FF");
 }
 
-// The repair's lines: a cube with a facet gone is repaired by the default repair and saved; its
-// counts follow the console's number mode. Facets that bound nothing stay unsound: without the
-// extended repair the repair ends there, with it the extended repair is said and tried; either
-// way a critical warning, and the repaired name stands for the surface. A file that cannot be
-// loaded ends in the component's words, naming the file as given.
+// The repair's lines: a cube with a facet gone is repaired by the default repair and saved, its
+// counts in the console's number mode (in decimal they are the regression set's). Facets that
+// bound nothing stay unsound: without the extended repair the repair ends there, with it the
+// extended repair is said and tried; either way a critical warning, and the repaired name stands
+// for the surface. A file that cannot be loaded ends in the component's words.
 TEST(RepairSteps, RepairLinesInTheirOrder) {
   const std::string dir = tempdir("steprepair");
   const wf::Folder in(dir);
   Soup open = cube(10.0);
   open.resize(open.size() - 9);
   writefile(dir + "/open.stl", binarystl(open));
-  const Lines head = {"Starting Tessero default repair...", "infile = open.stl", "outfile = open_ls_repair.stl"};
-  for (bool hex : {false, true}) {
-    SCOPED_TRACE(hex);
+  {
     CapturedReporter cap;
-    if (hex) cap.rep.hexstatus(0);
+    cap.rep.hexstatus(0);
     EXPECT_EQ(wf::repairstep(cap.rep, "open.stl    ", 0.01, false, in), "open_ls_repair.stl");
-    Lines want = head;
-    if (hex)
-      want.insert(want.end(), {"Version 7E3", "Loading mesh...", "facecount: B", "Status: 0",
-                               "Repairing mesh with tolerance 0.01 ...", "facecount: C", "Status: 1"});
-    else
-      want.insert(want.end(), {"Version 2019", "Loading mesh...", "facecount: 11", "Status: 0",
-                               "Repairing mesh with tolerance 0.01 ...", "facecount: 12", "Status: 1"});
-    want.insert(want.end(), {"Saving repaired STL...", "Finished repair"});
-    EXPECT_EQ(splitlines(cap.text()), want);
+    EXPECT_EQ(
+        splitlines(cap.text()),
+        Lines({"Starting Tessero default repair...", "infile = open.stl", "outfile = open_ls_repair.stl", "Version 7E3",
+               "Loading mesh...", "facecount: B", "Status: 0", "Repairing mesh with tolerance 0.01 ...", "facecount: C",
+               "Status: 1", "Saving repaired STL...", "Finished repair"}));
     EXPECT_EQ(cap.rep.criticals(), 0);
     EXPECT_TRUE(std::filesystem::is_regular_file(dir + "/open_ls_repair.stl"));
   }
-
   writefile(dir + "/dust.stl", binarystlbytes(scatteredfacets(20, 3)));
   for (bool tsre : {false, true}) {
     SCOPED_TRACE(tsre);
@@ -410,12 +298,7 @@ TEST(RepairSteps, RepairLinesInTheirOrder) {
 
   CapturedReporter cap;
   EXPECT_EQ(wf::repairstep(cap.rep, "absent.stl", 0.01, false, in), "absent.stl_ls_repair.stl");
-  const Lines lines = splitlines(cap.text());
-  ASSERT_GE(lines.size(), 6u);
-  EXPECT_EQ(Lines(lines.begin(), lines.begin() + 5),
-            Lines({"Starting Tessero default repair...", "infile = absent.stl", "outfile = absent.stl_ls_repair.stl",
-                   "Version 2019", "Loading mesh..."}));
-  EXPECT_TRUE(lines[5].starts_with("fatal error: ")) << lines[5];
-  EXPECT_TRUE(contains(lines[5], "'absent.stl'") || !contains(lines[5], dir)) << lines[5];
+  const std::string out = cap.text();
+  EXPECT_TRUE(contains(out, "outfile = absent.stl_ls_repair.stl\nVersion 2019\nLoading mesh...\nfatal error: ")) << out;
   EXPECT_EQ(cap.rep.criticals(), 1);
 }

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// STL files. Reader: text detection, the byte-order search and its memory, the repaired sibling,
-// and short, truncated or corrupt files, as the reader's record and stages give them (its
-// console lines are tests of the steps, tests/steps). Writer: the text forms read back, and
+// STL files. Reader: text, the repaired sibling, and short, truncated or corrupt files, as the
+// reader's record and stages give them (its console lines, the byte orders tried and their
+// memory are tests of the steps, tests/steps). Writer: the text forms read back, and
 // the failures.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
@@ -106,24 +105,6 @@ TEST(ReadStl, AsciiFiles) {
   EXPECT_DOUBLE_EQ(r.read.raw.box.centre[0], -3.0 + 0.05);
 }
 
-// Both byte orders, and a header that begins with "solid" with trailing bytes, give the soup in
-// single precision. (Which orders are tried, and their memory from read to read, are the lines
-// of the read step, tests/steps.)
-TEST(ReadStl, BothByteOrdersGiveTheSoup) {
-  const std::string path = tempdir("rdorder") + "/part.stl";
-  const Soup s = cube(3.0, -1.5, 0.25, 7.0);
-  for (const std::string &bytes :
-       {binarystl(s, false), binarystl(s, true), binarystl(s, false, "solid pretending to be text", -1, "tail")}) {
-    writefile(path, bytes);
-    const Read r = readof(path, 0);
-    ASSERT_EQ(r.fatal, "none");
-    EXPECT_FALSE(r.read.ascii);
-    EXPECT_EQ(r.stages.size(), r.read.orders.size() + 2);  // the source, one per attempt, the form
-    EXPECT_EQ(r.stages.back(), wf::StlStage::form);
-    expectsoup(r.read.raw, s, true);
-  }
-}
-
 TEST(ReadStl, ShortTruncatedAndCorruptFiles) {
   // Text whose vertex lines are in capitals or indented by a tab, with four vertex lines for
   // one facet, or with a number that does not read, is no text; binary files of no triangles,
@@ -166,18 +147,16 @@ TEST(ReadStl, ShortTruncatedAndCorruptFiles) {
 }
 
 TEST(ReadStl, RepairedSibling) {
-  const std::string dir = tempdir("rdrepair");
+  const wft::InTempDir here("rdrepair");
   const Soup original = tetrahedron(1.0), repaired = cube(2.0);
-  writefile(dir + "/part.v2.stl", binarystl(original));
-  writefile(dir + "/part.v2_ls_repair.stl", binarystl(repaired));
-  Read r = readof(dir + "/part.v2.stl", 0);
-  EXPECT_EQ(r.read.path, dir + "/part.v2_ls_repair.stl");
+  writefile("part.v2.stl", binarystl(original));
+  writefile("part.v2_ls_repair.stl", binarystl(repaired));
+  Read r = readof("part.v2.stl", 0);
+  EXPECT_EQ(r.read.path, "part.v2_ls_repair.stl");
   EXPECT_TRUE(r.read.repaired);
   expectsoup(r.read.raw, repaired, true);
   // A name without a dot, or with a dot in first place only, looks for "_ls_repair.stl" in
   // the current folder.
-  const std::string here = std::filesystem::current_path().string();
-  ASSERT_EQ(chdir(dir.c_str()), 0);
   writefile("nodot", binarystl(original));
   writefile(".hidden", binarystl(original));
   r = readof("nodot", 0);  // no sibling yet
@@ -191,7 +170,6 @@ TEST(ReadStl, RepairedSibling) {
     EXPECT_TRUE(r.read.repaired) << name;
     expectsoup(r.read.raw, repaired, true);
   }
-  ASSERT_EQ(chdir(here.c_str()), 0);
 }
 
 TEST(WriteStl, AsciiFormsReadBackAndFailures) {
@@ -202,19 +180,13 @@ TEST(WriteStl, AsciiFormsReadBackAndFailures) {
   const wf::SurfaceMesh m = meshof(s);
   const std::vector<double> n = normalsof(m);
   writefile(path, std::string(100000, 'z'));  // an earlier, longer file
-  auto fields = [](const double *v) { return wf::scitext(v[0]) + wf::scitext(v[1]) + wf::scitext(v[2]); };
-  for (char form : {'a', 'd'}) {
+  for (char form : {'a', 'd'}) {              // their layout is the regression set's (forma_wrtu, formd_o3mf_ioff)
     wf::writestl(m, &n, path, wf::StlForm(form));
-    std::string want = "solid vcg\n";
-    for (size_t t = 0; t < 5; ++t) {
-      want += "  facet normal " + fields(&n[3 * t]) + "\n    outer loop\n";
-      for (int c = 0; c < 3; ++c) want += "      vertex " + fields(&s[9 * t + 3 * c]) + "\n";
-      want += form == 'a' ? "    end loop\n  end facet\n" : "    endloop\n  endfacet\n";
-    }
-    EXPECT_EQ(readfile(path), want + "endsolid vcg\n") << form;
+    const std::string text = readfile(path);
+    EXPECT_TRUE(text.ends_with("endsolid vcg\n")) << form;  // the earlier file cut
     // The raw cross product, twice the area long; zero for the degenerate triangle.
-    EXPECT_TRUE(contains(want, "  facet normal   0.000000E+00  0.000000E+00 -6.250000E+00\n"));
-    EXPECT_TRUE(contains(want, "  facet normal   0.000000E+00  0.000000E+00  0.000000E+00\n"));
+    EXPECT_TRUE(contains(text, "  facet normal   0.000000E+00  0.000000E+00 -6.250000E+00\n"));
+    EXPECT_TRUE(contains(text, "  facet normal   0.000000E+00  0.000000E+00  0.000000E+00\n"));
     const Read r = readof(path, 0);  // our reader takes it back
     EXPECT_TRUE(r.read.ascii);
     expectsoup(r.read.raw, s, false, true);
