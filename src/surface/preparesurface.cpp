@@ -194,8 +194,8 @@ void mergevertices(RawSurface &raw, SurfaceMesh &mesh, std::vector<double> &trie
   std::vector<int32_t> longrun, iuniq;
   int32_t nvrt = 0;
   for (size_t i = 0; i < n; ++i) p[i] = static_cast<int32_t>(i + 1);
-  dmatsort(raw.vrt.data(), p.data(), 3, nraw);
-  uniq_include(raw.vrt.data(), p.data(), longrun, 3, nraw, nvrt, iuniq, false);
+  sortdoublerows(raw.vrt.data(), p.data(), 3, nraw);
+  numberdoubleruns(raw.vrt.data(), p.data(), longrun, 3, nraw, nvrt, iuniq);
   release(iuniq);
 
   // Corner k of triangle t is raw vertex 3t + k: it keeps its place and takes the number of

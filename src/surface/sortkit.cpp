@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Sorting and uniquing kit. All three sorts are the same stable bottom-up merge sort (no
+// Sorting and uniquing kit. Both sorts are the same stable bottom-up merge sort (no
 // recursion, no insertion-sort cut-off); only the rule that decides whether the right row is
 // strictly smaller than the left one differs. Ties always go to the left run, which is what
 // keeps the sort stable.
@@ -10,8 +10,8 @@
 // result, is the same as for a merge of bare row numbers: the same comparisons are made on
 // the same values in the same sequence.
 //
-// Where the comparison is a strict weak order (integer rows, and double rows without a value
-// that is not a number) a stable order is unique: any sort that ranks ties by their incoming
+// Where the comparison is a strict weak order (rows without a value that is not a number) a
+// stable order is unique: any sort that ranks ties by their incoming
 // position yields the very permutation of the merge sort. Those tables of up to three columns
 // take a quicker road: the keys become unsigned integers that order as the values do, a
 // radix sort orders the records by the first column, and the runs of equal first keys are
@@ -88,13 +88,6 @@ inline bool drowsmaller(const double *r, const double *l, int ncols) {
   return false;
 }
 
-inline bool irowsmaller(const int32_t *r, const int32_t *l, int ncols) {
-  for (int c = 0; c < ncols; ++c) {
-    if (r[c] != l[c]) return r[c] < l[c];
-  }
-  return false;
-}
-
 template <class K, int NC>
 struct Rec {
   K k[NC];
@@ -138,7 +131,6 @@ inline uint64_t orderkey(double x) {
   uint64_t b = std::bit_cast<uint64_t>(x);
   return (b >> 63) ? ~b : (b | (uint64_t{1} << 63));
 }
-inline uint32_t orderkey(int32_t x) { return static_cast<uint32_t>(x) ^ 0x80000000u; }
 
 // The least significant digit radix sort of records by an unsigned key (32 or 64 bits), 11
 // bits a digit, shared by the table sorts and the ranking of distinct keys. tally counts a key's
@@ -413,54 +405,12 @@ bool rankkeys(const uint64_t *keys, int32_t n, int32_t *rank, KeyRanks &out, Scr
   }
 }
 
-bool keysort(const uint64_t *keys, int32_t *p, int32_t n) {
-  for (int32_t i = 0; i < n; ++i) p[i] = i + 1;
-  if (n < 2) return true;
-  struct R {
-    uint64_t key;
-    int32_t row;
-  };
-  const size_t nn = static_cast<size_t>(n);
-  std::unique_ptr<R[]> buf(new (std::nothrow) R[2 * nn]);
-  if (!buf) return false;
-  R *src = buf.get(), *dst = src + nn;
-  uint64_t all = 0;
-  for (size_t i = 0; i < nn; ++i) {
-    src[i] = R{keys[i], static_cast<int32_t>(i + 1)};
-    all |= keys[i];
-  }
-  // Least significant digit first, 16 bits a digit; a digit that no key uses is passed over.
-  constexpr int bits = 16, nbucket = 1 << bits;
-  std::vector<uint32_t> count(nbucket);
-  for (int shift = 0; shift < 64 && (all >> shift) != 0; shift += bits) {
-    if (((all >> shift) & (nbucket - 1)) == 0) continue;
-    std::fill(count.begin(), count.end(), 0u);
-    for (size_t i = 0; i < nn; ++i) ++count[(src[i].key >> shift) & (nbucket - 1)];
-    uint32_t sum = 0;
-    for (int b = 0; b < nbucket; ++b) {
-      const uint32_t c = count[static_cast<size_t>(b)];
-      count[static_cast<size_t>(b)] = sum;
-      sum += c;
-    }
-    for (size_t i = 0; i < nn; ++i) dst[count[(src[i].key >> shift) & (nbucket - 1)]++] = src[i];
-    std::swap(src, dst);
-  }
-  for (size_t i = 0; i < nn; ++i) p[i] = src[i].row;
-  return true;
-}
-
-void dmatsort(const double *a, int32_t *p, int ncols, int32_t n) {
+void sortdoublerows(const double *a, int32_t *p, int ncols, int32_t n) {
   if (n < 2) return;
   if (!sorttable(a, p, ncols, n, drowsmaller)) checkalloc(1, "dmatsort, work, 1");
 }
 
-void imatsort(const int32_t *a, int32_t *p, int ncols, int32_t n) {
-  for (int32_t i = 0; i < n; ++i) p[i] = i + 1;
-  if (n < 2) return;
-  if (!sorttable(a, p, ncols, n, irowsmaller)) throw std::bad_alloc();
-}
-
-void dvecsort(const double *a, int32_t *p, int32_t n) {
+void sortdoubles(const double *a, int32_t *p, int32_t n) {
   for (int32_t i = 0; i < n; ++i) p[i] = i + 1;
   if (n < 2) return;
   // The left value is taken when right >= left, so a value that is not a number on the right
@@ -473,9 +423,8 @@ void dvecsort(const double *a, int32_t *p, int32_t n) {
   }
 }
 
-void uniq_include(const double *a, const int32_t *p, std::vector<int32_t> &longrun, int ncols, int32_t n,
-                  int32_t &nuniq, std::vector<int32_t> &iuniq, bool flag) {
-  (void)flag;  // no caller asks for the other branch
+void numberdoubleruns(const double *a, const int32_t *p, std::vector<int32_t> &longrun, int ncols, int32_t n,
+                      int32_t &nuniq, std::vector<int32_t> &iuniq) {
   const size_t nc = static_cast<size_t>(ncols);
   numberruns(p, longrun, n, nuniq, iuniq, [&](int32_t i, int32_t j) {
     if (j + 8 < n) __builtin_prefetch(a + nc * static_cast<size_t>(p[j + 8] - 1));
@@ -483,21 +432,6 @@ void uniq_include(const double *a, const int32_t *p, std::vector<int32_t> &longr
     const double *r2 = a + nc * static_cast<size_t>(p[j] - 1);
     for (size_t c = 0; c < nc; ++c) {
       if (r1[c] != r2[c]) return true;  // a value that is not a number differs from itself
-    }
-    return false;
-  });
-}
-
-void uniq_include_int(const int32_t *a, const int32_t *p, std::vector<int32_t> &longrun, int ncols, int32_t n,
-                      int32_t &nuniq, std::vector<int32_t> &iuniq, bool flag) {
-  (void)flag;
-  const size_t nc = static_cast<size_t>(ncols);
-  numberruns(p, longrun, n, nuniq, iuniq, [&](int32_t i, int32_t j) {
-    if (j + 8 < n) __builtin_prefetch(a + nc * static_cast<size_t>(p[j + 8] - 1));
-    const int32_t *r1 = a + nc * static_cast<size_t>(p[i] - 1);
-    const int32_t *r2 = a + nc * static_cast<size_t>(p[j] - 1);
-    for (size_t c = 0; c < nc; ++c) {
-      if (r1[c] != r2[c]) return true;
     }
     return false;
   });

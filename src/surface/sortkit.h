@@ -4,8 +4,9 @@
 // the array); p holds 1-based row numbers. No table data moves, only the permutation.
 // Double rows compare column by column, the first column with right > left or right < left
 // deciding (a NaN decides nothing); integer rows as signed numbers; ties keep their order.
-// Throws Fatal 32 ("dmatsort, work, 1", "uniq_include, long, 1", "uniq_include, iuniq, 1") when
-// memory runs out; imatsort and dvecsort let std::bad_alloc through.
+// Throws Fatal 32 ("dmatsort, work, 1", "uniq_include, long, 1", "uniq_include, iuniq, 1": the
+// names the run's messages have always carried) when memory runs out; sortdoubles lets
+// std::bad_alloc through.
 //
 // Also here: the numbering of distinct 64-bit keys by their rank (a hash table finds the
 // distinct keys, and only those are sorted), and the scratch memory that it and the surface
@@ -40,12 +41,10 @@ class Scratch {
   size_t bytes_ = 0;
 };
 
-void dmatsort(const double *a, int32_t *p, int ncols, int32_t n);   // p given
-void imatsort(const int32_t *a, int32_t *p, int ncols, int32_t n);  // fills p = 1..n
-void dvecsort(const double *a, int32_t *p, int32_t n);              // fills p = 1..n
-// The rows 1..n in ascending order of their 64-bit keys, ties in row order (p filled). False when
-// the scratch could not be had.
-bool keysort(const uint64_t *keys, int32_t *p, int32_t n);
+// The rows of a double table in order (p given: the rows to order, 1-based), and the single
+// column a (p filled with 1..n first). The memory message of the first names it dmatsort.
+void sortdoublerows(const double *a, int32_t *p, int ncols, int32_t n);
+void sortdoubles(const double *a, int32_t *p, int32_t n);
 // The distinct values among keys[0..n-1] numbered by rank: rank[i] := the 1-based rank of keys[i]
 // among the distinct values in ascending order, so that equal keys get equal numbers and the
 // numbers are those of a stable sort of the keys followed by the numbering of its runs.
@@ -64,10 +63,10 @@ inline uint32_t keyslot(uint64_t key, int bits) {
   return static_cast<uint32_t>((key * 0x9E3779B97F4A7C15ull) >> (64 - bits));
 }
 
-// longrun(i) = run number of sorted position i (1-based runs in sort order).
-void uniq_include(const double *a, const int32_t *p, std::vector<int32_t> &longrun, int ncols, int32_t n,
-                  int32_t &nuniq, std::vector<int32_t> &iuniq, bool flag);
-void uniq_include_int(const int32_t *a, const int32_t *p, std::vector<int32_t> &longrun, int ncols, int32_t n,
-                      int32_t &nuniq, std::vector<int32_t> &iuniq, bool flag);
+// The runs of equal rows of a double table in the order p: longrun(i) = run number of sorted
+// position i (1-based runs in sort order), nuniq the number of runs, iuniq the first rows of the
+// runs (as kept in numberruns). The memory messages name it uniq_include.
+void numberdoubleruns(const double *a, const int32_t *p, std::vector<int32_t> &longrun, int ncols, int32_t n,
+                      int32_t &nuniq, std::vector<int32_t> &iuniq);
 
 }  // namespace wf

@@ -635,7 +635,7 @@ RefineCounts refinesurface(const WarpField &unpacked, const RefineParams &params
   if (nonumber) {
     ntested = n0;
     edgeorder.resize(static_cast<size_t>(std::max(n0, 0)));
-    dvecsort(edges.len.data(), edgeorder.data(), n0);
+    sortdoubles(edges.len.data(), edgeorder.data(), n0);
   } else {
     std::vector<double> lengths;
     std::vector<int32_t> numbers;
@@ -647,7 +647,7 @@ RefineCounts refinesurface(const WarpField &unpacked, const RefineParams &params
         numbers.push_back(e);
       }
     edgeorder.resize(static_cast<size_t>(ntested));
-    dvecsort(lengths.data(), edgeorder.data(), ntested);
+    sortdoubles(lengths.data(), edgeorder.data(), ntested);
     for (int32_t &k : edgeorder) k = numbers[col(k)];
   }
 

@@ -219,33 +219,33 @@ TEST(SortKit, AgainstReference) {
       I p = identity(n);
       std::shuffle(p.begin(), p.end(), gen);
       const I expect = stablereference(a, p, nc);
-      wf::dmatsort(a.data(), p.data(), nc, n);
-      ASSERT_EQ(p, expect) << "dmatsort n=" << n << " ncols=" << nc;
-      wf::uniq_include(a.data(), p.data(), longrun, nc, n, nuniq, iuniq, false);
+      wf::sortdoublerows(a.data(), p.data(), nc, n);
+      ASSERT_EQ(p, expect) << "sortdoublerows n=" << n << " ncols=" << nc;
+      wf::numberdoubleruns(a.data(), p.data(), longrun, nc, n, nuniq, iuniq);
       EXPECT_EQ(longrun, runsof(a, p, nc));
       EXPECT_EQ(nuniq, n ? longrun.back() : 0);
-      p.assign(p.size(), 0);  // dvecsort fills p itself
-      wf::dvecsort(a.data(), p.data(), n);
-      EXPECT_EQ(p, stablereference(V(a.begin(), a.begin() + n), identity(n), 1)) << "dvecsort n=" << n;
+      p.assign(p.size(), 0);  // sortdoubles fills p itself
+      wf::sortdoubles(a.data(), p.data(), n);
+      EXPECT_EQ(p, stablereference(V(a.begin(), a.begin() + n), identity(n), 1)) << "sortdoubles n=" << n;
     }
 }
 
 TEST(SortKit, ValuesThatAreNotNumbers) {
   // [3, NaN, 1]: pass 1 ties 3 with NaN (left first); pass 2 takes 1 before 3, then the rest.
-  // dvecsort takes the right value unless right >= left: NaN moves ahead in pass 1, and 1
+  // sortdoubles takes the right value unless right >= left: NaN moves ahead in pass 1, and 1
   // beats NaN in pass 2.
   V a = {3.0, qnan, 1.0}, rows = {qnan, 2.0, qnan, 1.0}, twonan = {qnan, qnan, 0.0};
   I p = identity(3), longrun, iuniq;
-  wf::dmatsort(a.data(), p.data(), 1, 3);
+  wf::sortdoublerows(a.data(), p.data(), 1, 3);
   EXPECT_EQ(p, I({3, 1, 2}));
-  wf::dvecsort(a.data(), p.data(), 3);
+  wf::sortdoubles(a.data(), p.data(), 3);
   EXPECT_EQ(p, I({3, 2, 1}));
   p = identity(2);  // a NaN in the first column passes the decision to the next column
-  wf::dmatsort(rows.data(), p.data(), 2, 2);
+  wf::sortdoublerows(rows.data(), p.data(), 2, 2);
   EXPECT_EQ(p, I({2, 1}));
   int32_t nuniq = 0;  // a NaN never equals itself: two NaN rows are two runs
   p = identity(3);
-  wf::uniq_include(twonan.data(), p.data(), longrun, 1, 3, nuniq, iuniq, false);
+  wf::numberdoubleruns(twonan.data(), p.data(), longrun, 1, 3, nuniq, iuniq);
   EXPECT_EQ(longrun, I({1, 2, 3}));
 }
 
@@ -256,11 +256,11 @@ TEST(SortKit, FirstRowsShiftedWhenTheFirstRunRepeats) {
   int32_t nuniq = 0;
   const V repeated = {1.0, 1.0, 2.0, 3.0}, single = {1.0, 2.0, 2.0, 3.0};
   const I p = identity(4);
-  wf::uniq_include(repeated.data(), p.data(), longrun, 1, 4, nuniq, iuniq, false);
+  wf::numberdoubleruns(repeated.data(), p.data(), longrun, 1, 4, nuniq, iuniq);
   EXPECT_EQ(longrun, I({1, 1, 2, 3}));
   EXPECT_EQ(nuniq, 3);
   EXPECT_EQ(iuniq, I({3, 4, 0}));  // the first rows of the runs would be 1, 3, 4
-  wf::uniq_include(single.data(), p.data(), longrun, 1, 4, nuniq, iuniq, false);
+  wf::numberdoubleruns(single.data(), p.data(), longrun, 1, 4, nuniq, iuniq);
   EXPECT_EQ(longrun, I({1, 2, 2, 3}));
   EXPECT_EQ(iuniq, I({1, 2, 4}));
 }
