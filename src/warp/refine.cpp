@@ -5,15 +5,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <immintrin.h>
-
 #include <algorithm>
-#include <atomic>
 #include <cmath>
-#include <deque>
-#include <exception>
 #include <limits>
-#include <thread>
 
 #include "base/memory.h"
 #include "surface/sortkit.h"
@@ -357,9 +351,9 @@ void Walk::splitedge(int32_t e, const double *midbefore, const double *midafter,
 // The displaced midpoints of the edges that the walk will test, computed ahead in parallel.
 // The midpoint of an edge depends only on its two ends before the warp, which are fixed when the
 // edge is made, and whether the walk tests it only on its level and its length, also fixed then.
-// So the midpoints of the initial edges can all be computed before the walk starts, in one wave
-// in the order of their numbers (neighbours in space), each by the same call the walk would
-// make; the walk then takes them in its own order. The edges it makes go to the MidpointQueue.
+// So the midpoints of a wave of edges (the initial edges, then the edges made while the walk
+// went through the previous wave) can all be computed before the walk reaches them, each by the
+// same call the walk would make; the walk then takes them in its own order.
 class Midpoints {
  public:
   Midpoints(const WarpField &field, const RefineParams &params, const SurfaceMesh &mesh, const Walk &walk)
@@ -409,8 +403,6 @@ class Midpoints {
   }
   // The displaced midpoint of edge e of the current wave.
   const double *after(int32_t e) const { return after_.data() + 3 * static_cast<size_t>(e - first_); }
-  // The wave's midpoints are no longer read.
-  void release() { wf::release(after_); }
 
  private:
   const WarpField &field_;
@@ -420,163 +412,6 @@ class Midpoints {
   std::vector<WarpWork> works_;
   std::vector<double> after_;
   int32_t first_ = 1;
-};
-
-// The midpoints of the edges that the walk makes, displaced beside it. The walk queues the
-// midpoint before the warp of each edge it makes and will test, in the order it makes them,
-// which is the order it reaches them; the other threads displace the queued midpoints chunk by
-// chunk while the walk goes on, and the walk displaces a chunk itself when it reaches one that
-// no thread has taken (all of them on one thread). Each midpoint is displaced by the same call,
-// on a thread of the same floating-point mode, as the walk would make, so what the walk reads
-// does not depend on who displaced it or on the number of threads.
-class MidpointQueue {
- public:
-  static constexpr int32_t kChunk = 256;
-  enum State { kOpen, kSealed, kTaken, kDone };  // a chunk's life: filled, offered, displaced
-  struct Chunk {
-    double before[kChunk][3];
-    double after[kChunk][3];
-    int32_t count = 0;
-    int64_t seq = 0;
-    std::atomic<int> state{kOpen};
-    std::atomic<Chunk *> next{nullptr};
-  };
-
-  MidpointQueue(const WarpField &field, int helpers) : field_(field), positions_(static_cast<size_t>(helpers)) {
-    head_ = tail_ = read_ = fresh(0);
-    for (std::atomic<int64_t> &p : positions_) p.store(0, std::memory_order_relaxed);
-  }
-  MidpointQueue(const MidpointQueue &) = delete;
-  MidpointQueue &operator=(const MidpointQueue &) = delete;
-  ~MidpointQueue() {
-    for (Chunk *c : retired_) delete c;
-    for (Chunk *c = read_; c;) {
-      Chunk *n = c->next.load(std::memory_order_relaxed);
-      delete c;
-      c = n;
-    }
-  }
-
-  // The walk: helpers counted that do not run (the region had fewer threads) never hold a chunk.
-  void absent(int from) {
-    for (size_t h = static_cast<size_t>(std::max(from, 0)); h < positions_.size(); ++h)
-      positions_[h].store(std::numeric_limits<int64_t>::max(), std::memory_order_release);
-  }
-  // The walk: queues the midpoint before the warp of the next edge it will test.
-  void push(const double *before) {
-    if (tail_->state.load(std::memory_order_relaxed) != kOpen) {
-      Chunk *c = fresh(tail_->seq + 1);
-      tail_->next.store(c, std::memory_order_release);
-      tail_ = c;
-    }
-    double *b = tail_->before[tail_->count];
-    b[0] = before[0];
-    b[1] = before[1];
-    b[2] = before[2];
-    if (++tail_->count == kChunk) tail_->state.store(kSealed, std::memory_order_release);
-  }
-  // The walk: the next queued midpoint, before and after the warp.
-  void next(double *before, double *after, WarpWork &work) {
-    if (readidx_ == read_->count && read_->state.load(std::memory_order_relaxed) != kOpen) {
-      Chunk *c = read_->next.load(std::memory_order_relaxed);  // the walk made it
-      retire(read_);
-      read_ = c;
-      readidx_ = 0;
-    }
-    int st = read_->state.load(std::memory_order_acquire);
-    if (st == kOpen) {
-      // The last chunk, still filling: taken as it stands; the next midpoint starts another.
-      read_->state.store(kTaken, std::memory_order_relaxed);
-      displace(read_, work);
-      read_->state.store(kDone, std::memory_order_release);
-    } else if (st == kSealed && read_->state.compare_exchange_strong(st, kTaken, std::memory_order_acq_rel)) {
-      displace(read_, work);
-      read_->state.store(kDone, std::memory_order_release);
-    } else if (st != kDone) {
-      // A helper is displacing this chunk: rather than wait for it (a thread can lose its core
-      // for a while), the walk displaces this midpoint itself, by the same call; the chunk's
-      // before is not written again once offered.
-      const int32_t k = readidx_++;
-      for (int c = 0; c < 3; ++c) after[c] = before[c] = read_->before[k][c];
-      warpvertex(field_, after, work);
-      return;
-    }
-    const int32_t k = readidx_++;
-    for (int c = 0; c < 3; ++c) {
-      before[c] = read_->before[k][c];
-      after[c] = read_->after[k][c];
-    }
-  }
-  // The walk: no midpoint will be queued any more.
-  void stop() { stop_.store(true, std::memory_order_release); }
-
-  // Helper h: displaces the chunks that the walk offers, in order, until the walk stops.
-  void help(int h, WarpWork &work) {
-    Chunk *c = head_;
-    for (int spins = 0;;) {
-      int st = c->state.load(std::memory_order_acquire);
-      if (st == kSealed) {
-        if (c->state.compare_exchange_strong(st, kTaken, std::memory_order_acq_rel)) {
-          displace(c, work);
-          c->state.store(kDone, std::memory_order_release);
-          spins = 0;
-        }
-        continue;
-      }
-      Chunk *n = st == kOpen ? nullptr : c->next.load(std::memory_order_acquire);
-      if (!n) {
-        if (stop_.load(std::memory_order_acquire)) return;
-        relax(spins);
-        continue;
-      }
-      positions_[static_cast<size_t>(h)].store(n->seq, std::memory_order_release);
-      c = n;
-    }
-  }
-
- private:
-  static void relax(int &spins) {
-    if (++spins < 64)
-      _mm_pause();
-    else
-      std::this_thread::yield();
-  }
-  static Chunk *fresh(int64_t seq) {
-    Chunk *c = nullptr;
-    try {
-      c = new Chunk;
-    } catch (const std::bad_alloc &) {
-      checkalloc(1, "refinesurface, midpoints, 1");
-    }
-    c->seq = seq;
-    return c;
-  }
-  void displace(Chunk *c, WarpWork &work) const {
-    for (int32_t k = 0; k < c->count; ++k) {
-      double *mid = c->after[k];
-      mid[0] = c->before[k][0];
-      mid[1] = c->before[k][1];
-      mid[2] = c->before[k][2];
-      warpvertex(field_, mid, work);
-    }
-  }
-  // A chunk the walk has passed goes once every helper has moved beyond it.
-  void retire(Chunk *c) {
-    retired_.push_back(c);
-    int64_t least = std::numeric_limits<int64_t>::max();
-    for (const std::atomic<int64_t> &p : positions_) least = std::min(least, p.load(std::memory_order_acquire));
-    while (!retired_.empty() && retired_.front()->seq < least) {
-      delete retired_.front();
-      retired_.pop_front();
-    }
-  }
-
-  const WarpField &field_;
-  std::vector<std::atomic<int64_t>> positions_;  // the chunk each helper is at
-  Chunk *head_ = nullptr, *tail_ = nullptr, *read_ = nullptr;
-  int32_t readidx_ = 0;
-  std::deque<Chunk *> retired_;
-  std::atomic<bool> stop_{false};
 };
 
 // The walk where no initial edge is to be tested: nothing is split, and the walk only passes its
@@ -658,89 +493,56 @@ RefineCounts refinesurface(const WarpField &unpacked, const RefineParams &params
     RingNodes ring;
     const WarpField field = withringnodes(unpacked, ring);
     Midpoints mids(field, params, mesh, walk);
+    int32_t wavelast = params.ahead ? n0 : std::numeric_limits<int32_t>::max();
     if (params.ahead) mids.wave(1, n0);
-    std::vector<WarpWork> works = threadwork(field);
-    const int threads = params.ahead ? static_cast<int>(works.size()) : 1;
-    MidpointQueue queue(field, threads - 1);
+    WarpWork serialwork(field.params.navg);
 
-    const auto walkall = [&](WarpWork &work) {
-      int32_t progressmark = params.progressbase;
-      for (int32_t i = 1; i <= walk.nedge(); ++i) {
-        // Position i of the initial edges: the i-th longest, or one passed as a position alone (0).
-        const int32_t e = i > n0 ? i : i <= ntested ? edgeorder[static_cast<size_t>(ntested - i)] : 0;
-        if (i == n0 + 1) mids.release();
-
-        const double share = params.progressshare * 99.0 * i / walk.nedge();
-        int32_t p = params.progressbase + static_cast<int32_t>(std::lround(share));
-        if (p > 99) p = 99;
-        if (p > progressmark) {
-          if (progress) progress(i, walk.nedge(), p);
-          progressmark = p;
-        }
-
-        if (e == 0 || !mids.tested(e)) continue;
-        const WalkEdge &r = walk.edge(e);
-        const double len = r.len;
-        const int32_t a = r.vrt[0], b = r.vrt[1], level = r.level;
-        double before[3], after[3];
-        if (!params.ahead) {
-          mids.before(e, before);
-          for (int k = 0; k < 3; ++k) after[k] = before[k];
-          warpvertex(field, after, work);
-        } else if (e <= n0) {
-          mids.before(e, before);
-          const double *mid = mids.after(e);
-          for (int k = 0; k < 3; ++k) after[k] = mid[k];
-        } else {
-          queue.next(before, after, work);
-        }
-
-        bool split = len > params.maxedge;
-        if (!split) {
-          const double *wa = mesh.vrt.data() + 3 * col(a);
-          const double *wb = mesh.vrt.data() + 3 * col(b);
-          double dev = 0.0;
-          for (int k = 0; k < 3; ++k) {
-            const double mk = 0.5 * (wa[k] + wb[k]);
-            const double dk = after[k] - mk;
-            dev += dk * dk;
-          }
-          split = dev > params.refinetolsq;
-        }
-        if (!split) continue;
-        const int32_t made = walk.nedge() + 1;
-        walk.splitedge(e, before, after, level);
-        if (!params.ahead) continue;
-        for (int32_t k = made; k <= walk.nedge(); ++k)
-          if (mids.tested(k)) {
-            double mid[3];
-            mids.before(k, mid);
-            queue.push(mid);
-          }
+    int32_t progressmark = params.progressbase;
+    for (int32_t i = 1; i <= walk.nedge(); ++i) {
+      // Position i of the initial edges: the i-th longest, or one passed as a position alone (0).
+      const int32_t e = i > n0 ? i : i <= ntested ? edgeorder[static_cast<size_t>(ntested - i)] : 0;
+      if (e > wavelast) {
+        // The walk enters the edges made by the previous wave.
+        mids.wave(wavelast + 1, walk.nedge());
+        wavelast = walk.nedge();
       }
-    };
 
-    // The walk on the first thread, the queue's helpers on the others. What the walk throws
-    // (a list's allocation message) is carried out of the region and thrown on.
-    std::exception_ptr failure;
-#pragma omp parallel num_threads(threads) default(none) shared(walkall, queue, works, failure)
-    {
-      setfpmode();
-      const int t = omp_get_thread_num();
-      WarpWork &work = works[static_cast<size_t>(t)];
-      if (t == 0) {
-        queue.absent(omp_get_num_threads() - 1);
-        try {
-          walkall(work);
-        } catch (...) {
-          failure = std::current_exception();
-        }
-        queue.stop();
+      const double share = params.progressshare * 99.0 * i / walk.nedge();
+      int32_t p = params.progressbase + static_cast<int32_t>(std::lround(share));
+      if (p > 99) p = 99;
+      if (p > progressmark) {
+        if (progress) progress(i, walk.nedge(), p);
+        progressmark = p;
+      }
+
+      if (e == 0 || !mids.tested(e)) continue;
+      const WalkEdge &r = walk.edge(e);
+      const double len = r.len;
+      const int32_t a = r.vrt[0], b = r.vrt[1], level = r.level;
+      double before[3], after[3];
+      mids.before(e, before);
+      if (params.ahead) {
+        const double *mid = mids.after(e);
+        for (int k = 0; k < 3; ++k) after[k] = mid[k];
       } else {
-        queue.help(t - 1, work);
+        for (int k = 0; k < 3; ++k) after[k] = before[k];
+        warpvertex(field, after, serialwork);
       }
+
+      bool split = len > params.maxedge;
+      if (!split) {
+        const double *wa = mesh.vrt.data() + 3 * col(a);
+        const double *wb = mesh.vrt.data() + 3 * col(b);
+        double dev = 0.0;
+        for (int k = 0; k < 3; ++k) {
+          const double mk = 0.5 * (wa[k] + wb[k]);
+          const double dk = after[k] - mk;
+          dev += dk * dk;
+        }
+        split = dev > params.refinetolsq;
+      }
+      if (split) walk.splitedge(e, before, after, level);
     }
-    if (failure) std::rethrow_exception(failure);
     walk.leave(edges, params.keepedges);
     active = walk.takeactive();
   }  // the records, the midpoints, the packed nodes and the order go before the compaction

@@ -31,9 +31,8 @@ struct RefineParams {
   double minedge = 0.5;
   double maxedge = 3.0;
   double refinetolsq = 1e-6;
-  // Midpoints displaced ahead of the walk on all threads (true: the initial edges' in one wave
-  // before it, the new edges' beside it), or each when the walk reaches it (false: the plain
-  // serial walk, the reference the others are tested against).
+  // Midpoints displaced ahead of the walk in waves on all threads (true), or each when the walk
+  // reaches it (false: the plain serial walk, the reference the waves are tested against).
   bool ahead = true;
   // The edge table left as the walk leaves it (true), or only its counts, its arrays released
   // (false: nothing after the walk reads them, and a copy would cost their size again when the
@@ -55,10 +54,8 @@ struct RefineCounts {
 // The walk and the compaction of the live triangles. mesh.vrt and mesh.prewarp hold the warped
 // and unwarped vertices; edges is the table of the mesh with its lengths (scaled as the warp
 // has them), taken into the walk's own records (one cache line an edge) and left as
-// params.keepedges says. The midpoints are displaced ahead of the walk on all threads (each with
-// the program's floating-point mode and its own work arrays): the initial edges' in one wave
-// before the walk, the new edges' beside it, while the walk runs on the calling thread (which
-// also tells the progress); the walk's decisions,
+// params.keepedges says. The midpoints are displaced ahead of the walk, wave by wave, on all threads (each
+// with the floating-point mode of the caller and its own work arrays); the walk's decisions,
 // numbering and result are those of a walk that displaces each midpoint when it reaches it, on
 // any number of threads. The ring searches read the grid's nodes packed (packnodes), made here
 // when some edge is to be tested, unless the field has them.
