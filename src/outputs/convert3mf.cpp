@@ -91,6 +91,7 @@ int convertto3mf(const char *inputpath, const char *outputpath, const ConvertSta
   tell(ConvertStage::writing);
   start = tickcount();
   status = NMR::lib3mf_writer_writetofileutf8(writer, in.at(outputpath).c_str());
+  NMR::lib3mf_release(writer);
   if (status != 0) {
     fail(-10, status);
     // The reader was released after the read; lib3MF frees the object there, and a second
