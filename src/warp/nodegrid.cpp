@@ -34,15 +34,6 @@ double cuberoot(double x) {
 
 }  // namespace
 
-int32_t gridcell(double c, double o, double s, int32_t n) {
-  // A negative or undefined offset (a zero cell size) is cell 1, and anything at or beyond the
-  // last cell is the last cell, so the high face belongs to it.
-  const double q = std::floor((c - o) / s);
-  if (!(q >= 0.0)) return 1;
-  if (q >= static_cast<double>(n)) return n;
-  return static_cast<int32_t>(q) + 1;
-}
-
 int64_t maxgridcells(int32_t nnodes) {
   return std::max<int64_t>(64 * static_cast<int64_t>(std::max(nnodes, 0)), int64_t{1} << 24);
 }

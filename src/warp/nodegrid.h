@@ -11,6 +11,7 @@
 // the grid is refused with its allocation message instead of tried.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 #include <vector>
 
@@ -29,7 +30,14 @@ struct NodeGrid {
 // Cell (1..n) of coordinate c on an axis of origin o, cell size s and count n: floor of the
 // offset in cells, plus 1, clamped to 1..n. With a zero size the offset is 0/0 (cell 1) or
 // +-infinity (cell n or 1); a coordinate that is not a number gives cell 1.
-int32_t gridcell(double c, double o, double s, int32_t n);
+inline int32_t gridcell(double c, double o, double s, int32_t n) {
+  // A negative or undefined offset (a zero cell size) is cell 1, and anything at or beyond the
+  // last cell is the last cell, so the high face belongs to it.
+  const double q = std::floor((c - o) / s);
+  if (!(q >= 0.0)) return 1;
+  if (q >= static_cast<double>(n)) return n;
+  return static_cast<int32_t>(q) + 1;
+}
 
 // The grid's box, counts and cell sizes for nnodes nodes (3 x nnodes coordinates).
 NodeGrid gridlayout(const double *xyz, int32_t nnodes);

@@ -15,6 +15,7 @@
 #include "warp/warpfield.h"
 
 #include "base/memory.h"
+#include "warp/rootpow.h"
 
 namespace wf {
 
@@ -290,9 +291,16 @@ void nodeaverage(const Found &found, const Simulation &sim, double halfexponent,
   const int32_t *nodes = work.nodes.data();
   double *weights = work.weights.data();
   double wsum = 0.0;
-  for (int m = 0; m < nfill; ++m) {
-    weights[m] = 1.0 / std::pow(dist2[m], halfexponent);
-    wsum += weights[m];
+  if (halfexponent == 0.5) {
+    for (int m = 0; m < nfill; ++m) {
+      weights[m] = 1.0 / rootpow(dist2[m]);
+      wsum += weights[m];
+    }
+  } else {
+    for (int m = 0; m < nfill; ++m) {
+      weights[m] = 1.0 / std::pow(dist2[m], halfexponent);
+      wsum += weights[m];
+    }
   }
   double sx0 = 0.0, sy0 = 0.0, sz0 = 0.0;
   for (int m = 0; m < nfill; ++m) {
