@@ -15,6 +15,7 @@
 #include <sys/mman.h>
 
 #include "base/fatal.h"
+#include "base/mappedfile.h"
 #include "base/memory.h"
 #include "base/text.h"
 #include "base/textio.h"
@@ -367,10 +368,21 @@ bool writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle, c
   const RowSection triangles = trianglesection(rows);
   const size_t size = head.size() + vertices.bytes() + middle.size() + triangles.bytes() + tail.size();
 
-  std::unique_ptr<char, FreeText> whole;
-  if (packed != nullptr) whole = textmemory(size);
+  // With a package the whole text is formatted at once: into the file's own pages, or where
+  // those cannot be had into memory, then written.
+  std::unique_ptr<MappedFile> mapped;
+  std::unique_ptr<char, FreeText> held;
+  char *whole = nullptr;
+  if (packed != nullptr) {
+    mapped = std::make_unique<MappedFile>(in.at(path), fileno(f), size);
+    whole = mapped->data();
+    if (whole == nullptr) {
+      held = textmemory(size);
+      whole = held.get();
+    }
+  }
   {
-    ModelOut out(f, path, whole.get());
+    ModelOut out(f, path, whole);
     out.put(head);
     out.putrows(rows, vertices);
     out.put(middle);
@@ -380,17 +392,19 @@ bool writemodel(const SurfaceMesh &mesh, const std::vector<float> &dispsingle, c
   release(colour);
 
   bool deflated = false;
-  if (whole) {
-    // One thread writes the file while the others deflate the chunks; it joins them when done.
-    const unsigned char *text = reinterpret_cast<const unsigned char *>(whole.get());
+  if (whole != nullptr) {
+    // One thread writes the file (unless the text is in the file's pages already) while the
+    // others deflate the chunks; it joins them when done.
+    const unsigned char *text = reinterpret_cast<const unsigned char *>(whole);
     const int nthreads = omp_get_max_threads();
     ChunkDeflate job(text, size, nthreads);
     const long long count = job.ready() ? static_cast<long long>(job.chunks()) : 0;
+    const bool inplace = mapped->mapped();
     int err = 0;
 #pragma omp parallel num_threads(nthreads)
     {
 #pragma omp single nowait
-      err = writetext(f, whole.get(), size);
+      if (!inplace) err = writetext(f, whole, size);
 #pragma omp for schedule(dynamic, 1)
       for (long long c = 0; c < count; ++c) job.compress(static_cast<size_t>(c));
     }

@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "base/fatal.h"
+#include "base/mappedfile.h"
 #include "base/memory.h"
 #include "base/textio.h"
 
@@ -112,9 +113,12 @@ void writebinary(const SurfaceMesh &mesh, const std::string &file, const std::st
 
   const int32_t count = mesh.ntri > 0 ? mesh.ntri : 0;
   const size_t ntri = static_cast<size_t>(count);
+  // The records are made in the file's own pages, or where those cannot be had in memory and
+  // then written; both start as zeros.
+  const MappedFile mapped(file, fd, 84 + 50 * ntri);
   std::vector<unsigned char> block;
-  allocate(block, 84 + 50 * ntri, "writestl, block, 1");
-  unsigned char *b = block.data();
+  if (!mapped.mapped()) allocate(block, 84 + 50 * ntri, "writestl, block, 1");
+  unsigned char *b = mapped.mapped() ? reinterpret_cast<unsigned char *>(mapped.data()) : block.data();
   std::memcpy(b, header.data(), 80);
   // Both forms store the count in the machine's order; form c moves its bits through a 4-byte
   // field as raw bytes, which lands the same bytes on disk.
@@ -131,7 +135,7 @@ void writebinary(const SurfaceMesh &mesh, const std::string &file, const std::st
     // job_1_warp.stl of plain and the other jobs of form b or c]
     std::memcpy(rec + 12, x, 36);
   }
-  std::fwrite(block.data(), 1, block.size(), f.get());
+  if (!mapped.mapped()) std::fwrite(block.data(), 1, block.size(), f.get());
 }
 
 }  // namespace
