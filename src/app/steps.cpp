@@ -27,8 +27,8 @@ void boxline(Reporter &rep, const BBox &box, int k, const char *text) {
   rep.raw(std::string_view(buf, static_cast<size_t>(p - buf)));
 }
 
-// One line of the zip: "zip:  " and the words of the note; its statuses in the console's number
-// mode, a member's size always in decimal.
+}  // namespace
+
 void zipline(Reporter &rep, const ZipNote &note) {
   const std::string &name = note.name;
   std::string text;
@@ -39,25 +39,25 @@ void zipline(Reporter &rep, const ZipNote &note) {
     case ZipEvent::notcreated: text = "error opening \"" + name + "\""; break;
     case ZipEvent::membersize: text = "file \"" + name + "\" is " + std::to_string(note.number) + " bytes"; break;
     case ZipEvent::notopenedinzip:
-      text = "error in opening \"" + name + "\" in zipfile (" + rep.integer(note.number) + ")";
+      text = "error in opening \"" + name + "\" in zipfile (" + rep.integer(static_cast<int>(note.number)) + ")";
       break;
     case ZipEvent::notopened: text = "error in opening \"" + name + "\" for reading"; break;
     case ZipEvent::notread: text = "error in reading \"" + name + "\""; break;
     case ZipEvent::notwritten:
-      text = "error in writing \"" + name + "\" in the zipfile (" + rep.integer(note.number) + ")";
+      text = "error in writing \"" + name + "\" in the zipfile (" + rep.integer(static_cast<int>(note.number)) + ")";
       break;
     case ZipEvent::notclosedinzip:
-      text = "error in closing \"" + name + "\" in the zipfile (" + rep.integer(note.number) + ")";
+      text = "error in closing \"" + name + "\" in the zipfile (" + rep.integer(static_cast<int>(note.number)) + ")";
       break;
     case ZipEvent::done: text = "done"; break;
-    // Kept deliberately: the quote after the zip's name is missing. [not pinned: minizip closes
-    // every zip it has opened and written]
-    case ZipEvent::notclosed: text = "error in closing \"" + name + "(" + rep.integer(note.number) + ")"; break;
+    // Kept deliberately: the quote after the zip's name is missing. [pinned:
+    // OutputSteps.LinesNoJobReaches; a zip that took its members closes]
+    case ZipEvent::notclosed:
+      text = "error in closing \"" + name + "(" + rep.integer(static_cast<int>(note.number)) + ")";
+      break;
   }
   rep.raw("zip:  " + text);
 }
-
-}  // namespace
 
 RawSurface readstlstep(Reporter &rep, const std::string &file, StlMemory &memory, const Folder &in) {
   memory.path = file;
@@ -275,6 +275,23 @@ void package3mfstep(Reporter &rep, const SurfaceMesh &mesh, const std::vector<fl
   }
 }
 
+void conversionfailure(Reporter &rep, const Conversion &c) {
+  // A lib3MF status goes out in hexadecimal, which leaves the console's integers so.
+  switch (c.status) {
+    case -1: rep.raw("could not get 3MF Library version: " + rep.hexstatus(c.libstatus)); break;
+    case -2: rep.raw("invalid 3MF Library major version: " + rep.integer(1)); break;
+    case -3: rep.raw("invalid 3MF Library minor version: " + rep.integer(5)); break;
+    case -5: rep.raw("unknown input file extension:" + c.extension); break;
+    case -6: rep.raw("could not create model: " + rep.hexstatus(c.libstatus)); break;
+    case -7: rep.raw("could not create model reader: " + rep.hexstatus(c.libstatus)); break;
+    case -8: rep.raw("could not parse file: " + rep.hexstatus(c.libstatus)); break;
+    // Kept deliberately: a writer that cannot be had is reported with the reader's words.
+    // [pinned: OutputSteps.LinesNoJobReaches; lib3MF gives its writer whenever it gives a model]
+    case -9: rep.raw("could not create model reader: " + rep.hexstatus(c.libstatus)); break;
+    case -10: rep.raw("could not write file: " + rep.hexstatus(c.libstatus)); break;
+  }
+}
+
 int plain3mfstep(Reporter &rep, const std::string &outstlpath, const Folder &in) {
   const std::string plain = plain3mfname(outstlpath);
   const auto onstage = [&](ConvertStage stage, const Conversion &sofar) {
@@ -295,22 +312,7 @@ int plain3mfstep(Reporter &rep, const std::string &outstlpath, const Folder &in)
         rep.raw("elapsed time: " + rep.integer(static_cast<long long>(sofar.writems)) + "ms");
         rep.raw("done converting 3MF");
         break;
-      case ConvertStage::failed:
-        // A lib3MF status goes out in hexadecimal, which leaves the console's integers so.
-        switch (sofar.status) {
-          case -1: rep.raw("could not get 3MF Library version: " + rep.hexstatus(sofar.libstatus)); break;
-          case -2: rep.raw("invalid 3MF Library major version: " + rep.integer(1)); break;
-          case -3: rep.raw("invalid 3MF Library minor version: " + rep.integer(5)); break;
-          case -5: rep.raw("unknown input file extension:" + sofar.extension); break;
-          case -6: rep.raw("could not create model: " + rep.hexstatus(sofar.libstatus)); break;
-          case -7: rep.raw("could not create model reader: " + rep.hexstatus(sofar.libstatus)); break;
-          case -8: rep.raw("could not parse file: " + rep.hexstatus(sofar.libstatus)); break;
-          // Kept deliberately: a writer that cannot be had is reported with the reader's words.
-          // [not pinned: lib3MF gives its writer whenever it gives a model]
-          case -9: rep.raw("could not create model reader: " + rep.hexstatus(sofar.libstatus)); break;
-          case -10: rep.raw("could not write file: " + rep.hexstatus(sofar.libstatus)); break;
-        }
-        break;
+      case ConvertStage::failed: conversionfailure(rep, sofar); break;
     }
   };
   const int status = convertto3mf(outstlpath.c_str(), plain.c_str(), onstage, in);

@@ -11,6 +11,7 @@
 #include "base/reporter.h"
 #include "outputs/convert3mf.h"
 #include "outputs/package3mf.h"
+#include "outputs/zippackage.h"
 #include "recheck/readback.h"
 #include "repair/repairclient.h"
 #include "surface/preparesurface.h"
@@ -56,6 +57,10 @@ RawSurface readbackstep(Reporter &rep, const std::string &file, StlMemory &memor
 void warpstep(Reporter &rep, const WarpField &field, bool nodecheck, double refminz, const WarpScales &scales,
               const RefineParams &refine, SurfaceMesh &mesh, EdgeTable &edges);
 
+// The console line of one note of the zip: "zip:  " and its words, statuses in the console's
+// number mode, a member's size always in decimal.
+void zipline(Reporter &rep, const ZipNote &note);
+
 // The coloured 3MF package of a surface (outputs/package3mf.h) with its console lines and
 // signal events: the model member finished, the zip's lines ("zip:  ", statuses in the
 // console's number mode) and the package finished, or "ERROR zipping" when the zip failed (no
@@ -63,6 +68,10 @@ void warpstep(Reporter &rep, const WarpField &field, bool nodecheck, double refm
 // given. Throws what write3mf throws (31, 200, 32).
 void package3mfstep(Reporter &rep, const SurfaceMesh &mesh, const std::vector<float> &dispsingle,
                     const std::string &folder, const Folder &in = Folder());
+
+// The line of a conversion that failed (its status, with lib3MF's status in hexadecimal, which
+// switches the console's integers to hexadecimal for good).
+void conversionfailure(Reporter &rep, const Conversion &c);
 
 // The plain 3MF file of an output (*O3MF, outputs/convert3mf.h) with the converter's lines and,
 // when it fails, its status line (a lib3MF status in hexadecimal, which switches the console's

@@ -103,6 +103,11 @@ void Reporter::printwarning() {
   say("*** WARNING: " + std::to_string(nwarnings_));
 }
 
+std::string Reporter::integer(int v) const {
+  if (numbers_ == NumberMode::decimal) return std::to_string(v);
+  return integer(static_cast<long long>(static_cast<uint32_t>(v)));
+}
+
 std::string Reporter::integer(long long v) const {
   if (numbers_ == NumberMode::decimal) return std::to_string(v);
   char buf[32];

@@ -56,7 +56,9 @@ class Reporter {
   void printline(std::string_view text);
   // A numbered warning: the count goes up, then a blank line and "*** WARNING: " with it.
   void printwarning();
-  // An integer as the console prints it, in the number mode.
+  // An integer as the console prints it, in the number mode. In hexadecimal a negative value
+  // shows the bits of its own width, as a stream prints it: an int as 8 digits, a long long as 16.
+  std::string integer(int value) const;
   std::string integer(long long value) const;
   // A 32-bit status in hexadecimal; it switches the number mode to hexadecimal for good.
   std::string hexstatus(int status);
