@@ -32,6 +32,7 @@
 #include "app/steps.h"
 #include "base/reporter.h"
 #include "benchclock.h"
+#include "benchjob.h"
 #include "control/catalogue.h"
 #include "outputs/outcommon.h"
 #include "outputs/package3mf.h"
@@ -116,55 +117,27 @@ int main(int argc, char **argv) {
   const std::string tris = argc > 3 ? argv[3] : "1100000";
   const std::string nodes = argc > 4 ? argv[4] : "1000000";
   const std::string bindir = wf::exefolder();
-  const std::string genjob = bindir + "genjob", warpforge = bindir + "warpforge";
+  const std::string warpforge = bindir + "warpforge";
 
-  fs::remove_all(folder);
-  const std::string make = "'" + genjob + "' '" + folder + "' --tris " + tris + " --nodes " + nodes + " >/dev/null";
-  if (std::system(make.c_str()) != 0) {
-    std::fprintf(stderr, "bench_job: genjob failed\n");
-    return 1;
-  }
+  if (!wfbench::makejob(folder, tris, nodes, true, "bench_job")) return 1;
   writetext(folder + "/default.deck", "*INPU\njob\n*IOFF\n-1\n");
   writetext(folder + "/refine.deck", "*INPU\njob\n*IOFF\n-1\n*MINE\n0.05\n*MAXE\n0.12\n*N3DM\n");
 
-  std::FILE *devnull = std::fopen("/dev/null", "w");
-  wf::Reporter rep(devnull);
+  wfbench::BenchJob job(folder);
   std::error_code ec;
-  fs::current_path(folder, ec);
-  wf::setfpmode();
 
   // The simulation, loaded once.
-  wf::Simulation sim;
-  const wf::CaseInfo info = wf::readcase(rep, "job.case");
-  const double tload = best(1, nullptr, [&] {
-    wf::readgeo(rep, info, "job", info.meshnums.back(), ".geo", sim);
-    wf::marknodes(sim);
-  });
-  wf::NodeGrid grid;
-  const double tgrid = best(repeats, nullptr, [&] { grid = wf::nodegridstep(rep, sim); });
-  wf::readvariable(rep, "results/job00_" + std::to_string(info.resultnums.back()) + ".dis.ens", sim);
-
+  const double tload = best(1, nullptr, [&] { job.loadmesh(); });
+  const double tgrid = best(repeats, nullptr, [&] { job.makegrid(); });
+  job.loaddisplacements();
   // Surface preparation: read, snap, merge, edges.
-  wf::SurfaceMesh mesh0;
-  wf::EdgeTable edges0;
-  wf::StlMemory memory;
-  const double tprep = best(repeats, nullptr, [&] {
-    wf::RawSurface raw = wf::readstlstep(rep, "part.stl", memory);
-    mesh0 = wf::SurfaceMesh();
-    edges0 = wf::EdgeTable();
-    wf::PreparedSurface prep = wf::preparesurfacestep(rep, raw, wf::Tolerances(), "part.stl", memory.path);
-    mesh0 = std::move(prep.mesh);
-    edges0 = std::move(prep.edges);
-  });
-
-  wf::WarpField field;
-  field.sim = &sim;
-  field.grid = &grid;
-  field.params.buildplane = mesh0.box.min[2];
-  wf::RefineParams refine;
-  refine.minedge = 0.05;
-  refine.maxedge = 0.12;
-  refine.refinetolsq = 1e-6;
+  const double tprep = best(repeats, nullptr, [&] { job.preparesurface(); });
+  const wf::Simulation &sim = job.sim;
+  const wf::NodeGrid &grid = job.grid;
+  const wf::SurfaceMesh &mesh0 = job.mesh0;
+  const wf::EdgeTable &edges0 = job.edges0;
+  const wf::WarpField field = job.field();
+  const wf::RefineParams refine = wfbench::refiningparams();
 
   std::printf("==== job: %s triangles, %d nodes (%d x %d x %d cells); best of %d\n", tris.c_str(), sim.nnodes, grid.nx,
               grid.ny, grid.nz, repeats);
@@ -269,6 +242,5 @@ int main(int argc, char **argv) {
       std::printf("%-34s %8.3f s   (%d threads; %u-triangle scan)\n", "whole run, scan job", tscan, threads, n);
     }
   }
-  std::fclose(devnull);
   return 0;
 }

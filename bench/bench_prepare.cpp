@@ -28,6 +28,7 @@
 
 #include "app/steps.h"
 #include "base/reporter.h"
+#include "benchjob.h"
 #include "control/catalogue.h"
 #include "surface/edges.h"
 #include "surface/preparesurface.h"
@@ -124,15 +125,7 @@ int main(int argc, char **argv) {
   mallopt(M_TRIM_THRESHOLD, 1 << 30);
   omp_set_num_threads(1);
 
-  std::error_code ec;
-  if (!fs::exists(folder + "/part.stl", ec)) {
-    const std::string make =
-        "'" + wf::exefolder() + "genjob' '" + folder + "' --tris " + tris + " --nodes " + nodes + " >/dev/null";
-    if (std::system(make.c_str()) != 0) {
-      std::fprintf(stderr, "bench_prepare: genjob failed\n");
-      return 1;
-    }
-  }
+  if (!wfbench::makejob(folder, tris, nodes, false, "bench_prepare")) return 1;
   std::FILE *devnull = std::fopen("/dev/null", "w");
   wf::Reporter rep(devnull);
   wf::setfpmode();

@@ -13,25 +13,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "app/steps.h"
-#include "base/reporter.h"
 #include "benchclock.h"
-#include "control/catalogue.h"
-#include "simresults/readcase.h"
-#include "simresults/readgeo.h"
-#include "simresults/readvariable.h"
-#include "surface/preparesurface.h"
-#include "surface/readstl.h"
-#include "warp/nodegrid.h"
+#include "benchjob.h"
 #include "warp/refine.h"
 #include "warp/warpstl.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -73,41 +62,15 @@ int main(int argc, char **argv) {
   const int repeats = argc > 2 ? std::max(1, std::atoi(argv[2])) : 5;
   const std::string tris = argc > 3 ? argv[3] : "1100000";
   const std::string nodes = argc > 4 ? argv[4] : "1000000";
-  const std::string genjob = wf::exefolder() + "genjob";
-  if (!fs::exists(folder + "/part.stl")) {
-    const std::string make = "'" + genjob + "' '" + folder + "' --tris " + tris + " --nodes " + nodes + " >/dev/null";
-    if (std::system(make.c_str()) != 0) {
-      std::fprintf(stderr, "bench_walk: genjob failed\n");
-      return 1;
-    }
-  }
-  std::FILE *devnull = std::fopen("/dev/null", "w");
-  wf::Reporter rep(devnull);
-  std::error_code ec;
-  fs::current_path(folder, ec);
-  wf::setfpmode();
-
-  wf::Simulation sim;
-  const wf::CaseInfo info = wf::readcase(rep, "job.case");
-  wf::readgeo(rep, info, "job", info.meshnums.back(), ".geo", sim);
-  wf::marknodes(sim);
-  const wf::NodeGrid grid = wf::nodegridstep(rep, sim);
-  wf::readvariable(rep, "results/job00_" + std::to_string(info.resultnums.back()) + ".dis.ens", sim);
-
-  wf::StlMemory memory;
-  wf::RawSurface raw = wf::readstlstep(rep, "part.stl", memory);
-  wf::PreparedSurface prep = wf::preparesurfacestep(rep, raw, wf::Tolerances(), "part.stl", memory.path);
-  const wf::SurfaceMesh mesh0 = std::move(prep.mesh);
-  const wf::EdgeTable edges0 = std::move(prep.edges);
-
-  wf::WarpField field;
-  field.sim = &sim;
-  field.grid = &grid;
-  field.params.buildplane = mesh0.box.min[2];
-  wf::RefineParams refine;
-  refine.minedge = 0.05;
-  refine.maxedge = 0.12;
-  refine.refinetolsq = 1e-6;
+  if (!wfbench::makejob(folder, tris, nodes, false, "bench_walk")) return 1;
+  wfbench::BenchJob job(folder);
+  job.loadall();
+  const wf::Simulation &sim = job.sim;
+  const wf::NodeGrid &grid = job.grid;
+  const wf::SurfaceMesh &mesh0 = job.mesh0;
+  const wf::EdgeTable &edges0 = job.edges0;
+  const wf::WarpField field = job.field();
+  const wf::RefineParams refine = wfbench::refiningparams();
 
   std::printf("==== job: %s triangles (%d vertices, %d edges), %d nodes (%d x %d x %d cells); median of %d\n",
               tris.c_str(), mesh0.nvrt, edges0.n, sim.nnodes, grid.nx, grid.ny, grid.nz, repeats);
@@ -156,6 +119,5 @@ int main(int argc, char **argv) {
          std::to_string(mesh0.ntri) + " -> " + std::to_string(counts.active) + " triangles, " +
              std::to_string(edges.n) + " edges");
   }
-  std::fclose(devnull);
   return 0;
 }
