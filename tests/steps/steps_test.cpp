@@ -48,10 +48,7 @@ Lines formatlines(const std::string &out) {
   return r;
 }
 
-bool hasline(const std::string &out, const std::string &line) {
-  const Lines lines = splitlines(out);
-  return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
+bool hasline(const std::string &out, const std::string &line) { return contains("\n" + out, "\n" + line + "\n"); }
 
 struct Prepared {
   wf::PreparedSurface prep;
@@ -184,10 +181,8 @@ TEST(SurfaceSteps, RaisedToleranceWarning) {
 TEST(SurfaceSteps, NodeCountWarningBeforeTheWarp) {
   wf::Simulation sim;
   sim.nnodes = 8;
-  for (int k = 0; k < 8; ++k) {
-    for (int a = 0; a < 3; ++a) sim.nodexyz.push_back(((k >> a) & 1) * 4.0 - 1.0);
-    for (int a = 0; a < 3; ++a) sim.nodedisp.push_back(0.0);
-  }
+  for (int k = 0; k < 24; ++k) sim.nodexyz.push_back(((k / 3 >> k % 3) & 1) * 4.0 - 1.0);
+  sim.nodedisp.assign(24, 0.0);
   sim.nodeactive.assign(8, 255);
   wf::NodeGrid grid = wf::gridlayout(sim.nodexyz.data(), sim.nnodes);
   wf::filenodes(grid, sim.nodexyz.data(), sim.nnodes);
