@@ -204,11 +204,10 @@ TEST(Deck, SeveralFaultsAtOnceKeepTheirOrder) {
     EXPECT_TRUE(r->aborted);
     EXPECT_EQ(validationevents(r->out), c.events) << r->out;
     // The signal stream has the same messages in the same order.
-    std::vector<std::string> codes;
-    for (int code : r->codes) codes.push_back("code " + std::to_string(code));
-    std::vector<std::string> consolecodes;
+    std::string codes, consolecodes;
+    for (int code : r->codes) codes += " code " + std::to_string(code);
     for (const std::string &e : c.events)
-      if (e.rfind("code ", 0) == 0) consolecodes.push_back(e);
+      if (e.starts_with("code ")) consolecodes += " " + e;
     EXPECT_EQ(codes, consolecodes);
   }
 }
