@@ -39,14 +39,8 @@ namespace {
 const char *members[] = {"_rels/.rels", "3D/_rels/3dmodel.model.rels", "History/history.xml", "[Content_Types].xml",
                          "3D/3dmodel.model"};
 
-std::string shell(const std::string &cmd, int *status = nullptr) {
-  std::string out;
-  std::FILE *p = popen((cmd + " 2>&1").c_str(), "r");
-  for (int c; (c = std::fgetc(p)) != EOF;) out += static_cast<char>(c);
-  const int rc = pclose(p);
-  if (status) *status = rc;
-  return out;
-}
+// A shell command run in the current folder: its status and output.
+wft::RunResult shell(const std::string &cmd) { return wft::runprogram("/bin/sh", {"-c", cmd}, fs::current_path()); }
 
 // The first mesh object of a 3MF file as lib3MF's reader sees it; ok is false on any failure.
 struct Lib3mfMesh {
@@ -193,9 +187,8 @@ TEST(Package3mf, ReadBackByUnzipAndLib3mf) {
     const Written w = writepackage(c.mesh, folder);
     EXPECT_EQ(w.files.zipstatus, 0);
     EXPECT_EQ(w.files.zipname, folder + ".3mf");
-    int status = 0;
-    const std::string test = shell("unzip -t " + folder + ".3mf", &status);
-    EXPECT_TRUE(status == 0 && wft::contains(test, "No errors detected")) << test;
+    const wft::RunResult test = shell("unzip -t " + folder + ".3mf");
+    EXPECT_TRUE(test.status == 0 && wft::contains(test.out, "No errors detected")) << test.out;
     std::string onfile;
     for (const char *m : members) {
       struct stat st;
@@ -207,7 +200,7 @@ TEST(Package3mf, ReadBackByUnzipAndLib3mf) {
       std::strftime(when, sizeof when, "%Y%m%d.%H%M%S", &t);
       onfile += std::to_string(st.st_size) + " defN " + when + " " + m + "\n";
     }
-    EXPECT_EQ(shell("unzip -Z -T " + folder + ".3mf | awk 'NF == 8 {print $4, $6, $7, $8}'"), onfile);
+    EXPECT_EQ(shell("unzip -Z -T " + folder + ".3mf | awk 'NF == 8 {print $4, $6, $7, $8}'").out, onfile);
     Lib3mfMesh read(folder + ".3mf");
     EXPECT_TRUE(read.ok);
     EXPECT_EQ(read.warnings, 0u);
