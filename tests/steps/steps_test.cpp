@@ -141,6 +141,12 @@ TEST(SurfaceSteps, FlippedOpenAndOverloaded) {
   // Three triangles on one edge (no job of the regression set has one).
   p = preparecapture({0, 0, 0, 4, 0, 0, 1, 3, 0, 4, 0, 0, 0, 0, 0, 1, -3, 0, 1, 0, 3, 0, 0, 0, 4, 0, 0});
   EXPECT_TRUE(contains(p.out, " Edges with   2 triangles = 0\n Edges with > 2 triangles = 1\n"));
+  // Two closed tetrahedra on one edge: no open edge, yet not watertight.
+  Soup two = tetrahedron();
+  for (size_t k = 0; k < 36; k += 3) two.insert(two.end(), {two[k], -two[k + 1], -two[k + 2]});
+  p = preparecapture(two);
+  EXPECT_EQ(std::pair(p.prep.counts.open, p.prep.counts.over), std::pair(int64_t{0}, int64_t{1}));
+  EXPECT_TRUE(contains(p.out, " is not watertight.\n")) << p.out;
 }
 
 // The query set takes the box of the file read, its name's trailing blanks cut. (Its lines are
