@@ -59,14 +59,8 @@ Soup tetrahedron(double scale) {
 }
 
 Soup cube(double size, double x0, double y0, double z0) {
-  // Each face as four corners (bits x, y, z), counter-clockwise seen from outside.
-  const int faces[6][4] = {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}};
-  const double o[3] = {x0, y0, z0};
-  Soup s;
-  for (const auto &f : faces)
-    for (int m : {0, 1, 2, 0, 2, 3})
-      for (int k = 0; k < 3; ++k) s.push_back(o[k] + ((f[m] >> k) & 1) * size);
-  return s;
+  const Facets f = boxpart(float(x0), float(y0), float(z0), float(size), float(size), float(size), 1);
+  return Soup(f.begin(), f.end());
 }
 
 Soup cubeandsheet(double L, int n, bool sheet) {
@@ -188,22 +182,18 @@ Facets toruspart(float cx, float cy, float cz, float R, float r, int nu, int nv)
   return s;
 }
 
-// Pier [12, 24] x [4, 16] x [0, 14]; deck [2, 34] x [2, 18] x [11, 17], so that they overlap in
-// [12, 24] x [4, 16] x [11, 14].
-Facets bridgepart() {
-  Facets s = boxpart(12, 4, 0, 12, 12, 14, 2);
-  const Facets deck = boxpart(2, 2, 11, 32, 16, 6, 2);
-  s.insert(s.end(), deck.begin(), deck.end());
-  return s;
-}
-
 double bridgevolume() { return 12.0 * 12 * 14 + 32.0 * 16 * 6 - 12.0 * 12 * 3; }
 
 std::vector<NamedPart> repairparts(const std::string &fieldfolder) {
+  // The bridge: pier [12, 24] x [4, 16] x [0, 14], deck [2, 34] x [2, 18] x [11, 17], overlapping
+  // in [12, 24] x [4, 16] x [11, 14].
+  Facets bridge = boxpart(12, 4, 0, 12, 12, 14, 2);
+  const Facets deck = boxpart(2, 2, 11, 32, 16, 6, 2);
+  bridge.insert(bridge.end(), deck.begin(), deck.end());
   return {{"cube", boxpart(0, 0, 0, 10, 10, 10, 1)},
           {"bracket", binarystlfacets(readfile(fieldfolder + "/part.stl"))},
           {"torus", toruspart(20, 10, 14, 12, 5, 16, 8)},
-          {"bridge", bridgepart()}};
+          {"bridge", bridge}};
 }
 
 Facets scatteredfacets(int n, unsigned seed) {

@@ -22,7 +22,8 @@ using Soup = std::vector<double>;
 
 // Closed tetrahedron on the axes, outward by the right-hand rule.
 Soup tetrahedron(double scale = 1.0);
-// Closed axis-aligned cube of edge size at (x0, y0, z0): 12 outward triangles.
+// Closed axis-aligned cube of edge size at (x0, y0, z0): boxpart's 12 facets (corners exact as
+// floats).
 Soup cube(double size = 1.0, double x0 = 0, double y0 = 0, double z0 = 0);
 // A closed cube [0, L]^3 (each face in n x n squares) and, beside it unless told otherwise, an
 // open square sheet: boundary and interior edges.
@@ -53,16 +54,14 @@ Facets boxpart(float x0, float y0, float z0, float sx, float sy, float sz, int n
 // A torus round the axis parallel to z through (cx, cy, cz): nu cells round the axis, nv round the
 // tube.
 Facets toruspart(float cx, float cy, float cz, float R, float r, int nu, int nv);
-// Two boxes stacked with overlap, like a bridge: a pier and a deck across it that reaches into it
-// (no face of one lies in a face of the other).
-Facets bridgepart();
-// The union volume of bridgepart() as it is made (before any warp).
+// The union volume of the bridge of repairparts() as it is made (before any warp).
 double bridgevolume();
 // n small facets scattered at random (from seed) in a 50 mm cube: a surface that bounds nothing.
 Facets scatteredfacets(int n, unsigned seed);
 
 // The parts of the repair tests and bench_repair: a 10 mm cube of twelve facets, the sample
-// bracket (part.stl of the job in fieldfolder), a torus and the bridge.
+// bracket (part.stl of the job in fieldfolder), a torus and the bridge (two boxes stacked with
+// overlap: a pier and a deck across it that reaches into it, no face of one in a face of the other).
 struct NamedPart {
   std::string name;
   Facets facets;

@@ -241,7 +241,7 @@ StlRead readstl(const std::string &path, int byteorder, const StlStageFn &onstag
   }
   // Kept deliberately: the binary form is told also when every byte order failed, just before
   // message 130. [pinned: ReadStl.ShortTruncatedAndCorruptFiles,
-  // SurfaceSteps.ReadOfAFileNoByteOrderReads]
+  // SurfaceSteps.ReadLinesAndTheByteOrderMemory]
   tell(StlStage::form, read);
 
   if (raw.nvrt < 1 || (!ok && raw.ntri >= 1)) {

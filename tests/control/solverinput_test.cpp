@@ -36,12 +36,7 @@ struct SolverInput : ::testing::Test {
   // Surfaces s1.stl, s2.stl, ... with their types and fractions.
   void surfaces(ints types, std::vector<float> fractions) {
     strings names;
-    for (size_t j = 1; j <= types.size(); ++j) {
-      std::string name = "s";
-      name += std::to_string(j);
-      name += ".stl";
-      names.push_back(name);
-    }
+    for (size_t j = 1; j <= types.size(); ++j) names.push_back("s" + std::to_string(j) + ".stl");
     setlist(files.stlfiles, names);
     setlist(files.stltype, types);
     setlist(files.stlfraction, fractions);

@@ -1,9 +1,17 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// End-to-end runs of the built program on decks and generated jobs in temporary folders.
+// End-to-end runs of the built program on decks and generated jobs in temporary folders: runs
+// that must end in a coded message, never a crash, and leave earlier outputs intact; --help and
+// --version; results that do not depend on the thread count. The program installed into a
+// scratch prefix; the layers of the sources; the split of a path.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <map>
+#include <set>
 
+#include "app/driver.h"
+#include "shapes.h"
 #include "testutil.h"
 
 namespace fs = std::filesystem;
@@ -18,15 +26,12 @@ std::vector<std::string> tempsignals(const std::string &dir) {
   return out;
 }
 
-struct Job : ::testing::Test {
-  std::string dir;
-  void make(const std::vector<std::string> &args = {}) {
-    dir = wft::tempdir("job");
-    auto g = wft::rungenjob(dir, args);
-    ASSERT_EQ(g.status, 0) << g.out;
-  }
-  wft::RunResult run(const std::string &deck = "job.deck") { return wft::runwarpforge(deck, dir); }
-};
+std::string makejob(const std::string &tag) {
+  const std::string dir = wft::tempdir(tag);
+  auto g = wft::rungenjob(dir, {"--tris", "448", "--nodes", "300"});
+  EXPECT_EQ(g.status, 0) << g.out;
+  return dir;
+}
 
 }  // namespace
 
@@ -72,8 +77,8 @@ TEST(Run, WithoutTheCatalogueCodesStillArrive) {
   EXPECT_TRUE(wft::contains(lines[1], R"("code": 179, "variables": [])"));
 }
 
-TEST_F(Job, NoSelectedSurfaceSkipsTheLoopAndFinishes) {
-  make();
+TEST(Run, NoSelectedSurfaceSkipsTheLoopAndFinishes) {
+  const std::string dir = makejob("noselected");
   std::string in = wft::readfile(dir + "/job.in");
   size_t p = in.find("*STLM");
   ASSERT_NE(p, std::string::npos);
@@ -81,9 +86,218 @@ TEST_F(Job, NoSelectedSurfaceSkipsTheLoopAndFinishes) {
   in[rowstart] = '2';  // the one surface becomes type 2
   wft::writefile(dir + "/job.in", in);
   wft::writefile(dir + "/all.deck", "*INPU\njob\n*IOFF\n-1\n*ASTL\n");
-  auto r = run("all.deck");
+  auto r = wft::runwarpforge("all.deck", dir);
   ASSERT_EQ(r.status, 0) << r.out;
   EXPECT_FALSE(wft::contains(r.out, "STL file = "));
   auto lines = wft::splitlines(wft::readfile(dir + "/all.wrpsimsignal"));
   EXPECT_EQ(lines.back(), R"({"information": "successful finish"})");
+}
+
+// Installed like a tool: `cmake --install` into a scratch prefix, then the installed program runs
+// the sample job from the job's own folder, finds its catalogue through the link in bin/, and
+// the manual page tells every card of the README's table.
+TEST(Install, ScratchPrefixRunsTheSampleJob) {
+  const std::string prefix = wft::tempdir("prefix");
+  const auto install = wft::runprogram(CMAKE_EXE, {"--install", WARPFORGE_BUILD_DIR, "--prefix", prefix}, prefix);
+  ASSERT_EQ(install.status, 0) << install.out;
+  ASSERT_TRUE(fs::is_symlink(prefix + "/bin/warpforge"));
+  EXPECT_TRUE(fs::exists(prefix + "/lib/warpforge/simsolver.arb"));
+  EXPECT_TRUE(fs::exists(prefix + "/share/doc/warpforge/copyright"));
+
+  const std::string job = wft::tempdir("installedjob");
+  ASSERT_EQ(wft::rungenjob(job, {"--tris", "448"}).status, 0);
+  const auto run = wft::runprogram(prefix + "/bin/warpforge", {"job.deck"}, job);
+  EXPECT_EQ(run.status, 0) << run.out;
+  EXPECT_TRUE(fs::exists(job + "/job_1_warp.stl"));
+  EXPECT_TRUE(fs::exists(job + "/job_1_warp_color.3mf"));
+  // A coded message has its text: the catalogue was found beside the linked executable.
+  wft::writefile(job + "/missing.deck", "*INPU\nnosuchjob\n");
+  const auto failed = wft::runprogram(prefix + "/bin/warpforge", {"missing.deck"}, job);
+  EXPECT_EQ(failed.status, 255);
+  EXPECT_TRUE(wft::contains(failed.out, "nosuchjob.in does not exist")) << failed.out;
+
+  // Every card of the README's table is in the manual page.
+  const std::string man = wft::readfile(prefix + "/share/man/man1/warpforge.1");
+  const std::vector<std::string> cards = wft::readmecards(wft::readfile(WARPFORGE_SOURCE_DIR "/README.md"));
+  for (const std::string &card : cards) EXPECT_TRUE(wft::contains(man, "\\fB" + card)) << card;
+  EXPECT_GE(cards.size(), 30u);
+}
+
+// The shape of the sources: no include runs upward through the layers, the layers that compute
+// never include the Reporter, and every header opens with its licence line and a comment that
+// states its contract.
+TEST(Sources, IncludesFollowTheLayers) {
+  const std::map<std::string, std::set<std::string>> allowed = {
+      {"base", {"base"}},
+      {"surface", {"base", "surface"}},
+      {"simresults", {"base", "simresults"}},
+      {"control", {"base", "control", "surface", "simresults"}},
+      {"warp", {"base", "warp", "surface", "simresults"}},
+      {"repair", {"base", "repair"}},
+      {"recheck", {"base", "recheck", "surface", "repair", "warp"}},
+      {"outputs", {"base", "outputs", "surface"}},
+      {"app", {"app", "base", "control", "surface", "simresults", "warp", "repair", "recheck", "outputs"}}};
+
+  const fs::path src = fs::path(WARPFORGE_SOURCE_DIR) / "src";
+  int files = 0;
+  for (const auto &entry : fs::recursive_directory_iterator(src)) {
+    if (!entry.is_regular_file()) continue;
+    const std::string folder = fs::relative(entry.path(), src).begin()->string();
+    ASSERT_TRUE(allowed.count(folder)) << "a folder outside the layers: " << folder;
+    const std::string text = wft::readfile(entry.path().string());
+    ++files;
+    // The layers that compute return what they found and never print; app/steps says their lines.
+    const bool computes = std::set<std::string>{"surface", "warp", "recheck", "repair", "outputs"}.count(folder) > 0;
+    EXPECT_FALSE(computes && wft::contains(text, "base/reporter.h")) << entry.path() << " includes the Reporter";
+    // Every '#include "folder/...' names a folder this one may use.
+    for (size_t p = text.find("#include \""); p != std::string::npos; p = text.find("#include \"", p + 1)) {
+      const size_t q = p + 10, slash = text.find('/', q), close = text.find('"', q);
+      if (slash < close) {
+        EXPECT_TRUE(allowed.at(folder).count(text.substr(q, slash - q)))
+            << entry.path() << " includes " << text.substr(p, close - p + 1);
+      }
+    }
+    if (entry.path().extension() == ".h") {
+      const auto lines = wft::splitlines(text);
+      ASSERT_GE(lines.size(), 2u) << entry.path();
+      EXPECT_EQ(lines[0].rfind("// SPDX-License-Identifier: ", 0), 0u) << entry.path();
+      EXPECT_EQ(lines[1].rfind("// ", 0), 0u) << entry.path() << ": no contract comment";
+    }
+    if (entry.path().extension() == ".cpp" && entry.path().filename() != "main.cpp") {
+      fs::path header = entry.path();
+      header.replace_extension(".h");
+      EXPECT_TRUE(fs::exists(header)) << entry.path() << " has no header of its own";
+    }
+  }
+  EXPECT_GT(files, 50);
+}
+
+TEST(SurfaceNames, PathsSplitIntoFolderNameAndExtension) {
+  const struct {
+    const char *path, *folder, *name, *ext;
+  } cases[] = {{"a/b.c/job.in", "a/b.c/", "job", ".in"},
+               {"job", "", "job", ""},
+               {"/abs/x.y.case", "/abs/", "x.y", ".case"},
+               {"dir/", "dir/", "", ""}};
+  for (const auto &c : cases) {
+    std::string folder, name, ext;
+    wf::splitpath(c.path, folder, name, ext);
+    EXPECT_EQ(std::tuple(folder, name, ext), std::tuple(c.folder, c.name, c.ext)) << c.path;
+  }
+}
+
+// Eleven surfaces and two output names: the third pass has no name of its own.
+TEST(Robustness, ShortOutputListNamesTheSurface) {
+  const std::string dir = makejob("shortoutp");
+  std::string in = "*STLF\n";
+  for (int i = 1; i <= 11; ++i) {
+    fs::copy_file(dir + "/part.stl", dir + "/s" + std::to_string(i) + ".stl");
+    in += "s" + std::to_string(i) + ".stl\n";
+  }
+  wft::writefile(dir + "/job.in", in + "*END\n");
+  wft::writefile(dir + "/short.deck",
+                 "*INPU\njob\n*IOFF\n-1\n*ASTL\n*N3DM\n*MINE\n9\n*MAXE\n10\n*OUTP\no1.stl\no2.stl\n");
+  const auto r = wft::runwarpforge("short.deck", dir);
+  EXPECT_EQ(r.status, 255) << r.out;
+  EXPECT_TRUE(wft::contains(r.out, "  Code 196\n")) << r.out;
+  EXPECT_TRUE(wft::contains(wft::readfile(dir + "/short.wrpsimsignal"), R"("code": 196, "variables": ["s3.stl"])"));
+  EXPECT_TRUE(fs::exists(dir + "/o1.stl") && fs::exists(dir + "/o2.stl"));
+  // Console lines reach the file line by line: the last one before the end is there.
+  EXPECT_TRUE(wft::contains(r.out, "\n ABORTING\n"));
+}
+
+// The binary writer does not delete what it may not write: a folder, or (for a user other than
+// root, who may write it) a write-protected earlier result.
+TEST(Robustness, BinaryWriterLeavesWhatItMayNotWrite) {
+  const std::string dir = makejob("protected");
+  wft::writefile(dir + "/w.deck", "*INPU\njob\n*IOFF\n-1\n*N3DM\n*OUTP\nout.stl\n");
+  fs::create_directory(dir + "/out.stl");
+  wft::writefile(dir + "/out.stl/keep", "kept");
+  auto r = wft::runwarpforge("w.deck", dir);
+  EXPECT_EQ(r.status, 255);
+  EXPECT_TRUE(wft::contains(wft::readfile(dir + "/w.wrpsimsignal"), R"("code": 31, "variables": ["out.stl)")) << r.out;
+  EXPECT_EQ(wft::readfile(dir + "/out.stl/keep"), "kept");
+
+  if (geteuid() == 0) GTEST_SKIP() << "root may write a write-protected file";
+  fs::remove_all(dir + "/out.stl");
+  wft::writefile(dir + "/out.stl", "earlier result");
+  fs::permissions(dir + "/out.stl", fs::perms::owner_read);
+  r = wft::runwarpforge("w.deck", dir);
+  EXPECT_EQ(r.status, 255);
+  EXPECT_TRUE(wft::contains(r.out, "  Code 31\n")) << r.out;
+  EXPECT_EQ(wft::readfile(dir + "/out.stl"), "earlier result");
+}
+
+TEST(Robustness, HelpAndVersion) {
+  const std::string dir = wft::tempdir("help");
+  auto help = wft::runprogram(WARPFORGE_EXE, {"--help"}, dir);
+  EXPECT_EQ(help.status, 0);
+  EXPECT_TRUE(wft::contains(help.out, "usage: warpforge <control deck>")) << help.out;
+  auto version = wft::runprogram(WARPFORGE_EXE, {"--version"}, dir);
+  EXPECT_EQ(version.status, 0);
+  EXPECT_EQ(version.out, "warpforge 21.1.0.395\n");
+  EXPECT_FALSE(fs::exists(dir + "/tmp"));  // no signal stream was opened
+}
+
+// The vertex loop and the midpoints of the refinement run on all threads; what a run writes
+// does not depend on how many.
+TEST(Robustness, OutputsDoNotDependOnTheThreadCount) {
+  const std::string dir = makejob("threads");
+  wft::writefile(dir + "/t.deck", "*INPU\njob\n*IOFF\n-1\n*MINE\n1.5\n*MAXE\n4\n*OVTK\n*N3DM\n");
+  std::string stl[3], vtk[3];
+  for (int threads : {1, 2}) {
+    const auto r = wft::runwarpforge("t.deck", dir, {{"OMP_NUM_THREADS", std::to_string(threads)}});
+    ASSERT_EQ(r.status, 0) << r.out;
+    stl[threads] = wft::readfile(dir + "/job_1_warp.stl");
+    vtk[threads] = wft::readfile(dir + "/job_1_warp.vtk");
+  }
+  EXPECT_GT(stl[1].size(), 84u + 50u * 448u);  // refined
+  EXPECT_EQ(stl[1], stl[2]);
+  EXPECT_EQ(vtk[1], vtk[2]);
+}
+
+// Damaged whole jobs end with a result or a coded message, never a crash, a hang or the system's
+// out-of-memory kill (bench_damaged times them).
+TEST(Robustness, DamagedJobsEndWithAResultOrACodedMessage) {
+  for (wft::JobDamage d : {wft::JobDamage::farvertex, wft::JobDamage::nanvertices, wft::JobDamage::count2e30,
+                           wft::JobDamage::countneg, wft::JobDamage::maxrefine}) {
+    SCOPED_TRACE(wft::jobdamagename(d));
+    const std::string dir = wft::tempdir("damaged");
+    const std::string deck = wft::damagedjob(dir, d);
+    const std::string stem = deck.substr(0, deck.find('.'));
+    const auto r = wft::runwarpforge(deck, dir);
+    const std::string signal = wft::readfile(dir + "/" + stem + ".wrpsimsignal");
+    ASSERT_TRUE(r.status == 0 || r.status == 255) << r.out;
+    if (r.status == 0) {
+      EXPECT_TRUE(wft::contains(signal, "successful finish"));
+    } else {
+      EXPECT_TRUE(wft::contains(r.out, "  Code ")) << r.out;
+      EXPECT_TRUE(wft::contains(signal, R"({"message": {"type": "error")"));
+    }
+    if (d == wft::JobDamage::maxrefine) {
+      // The refinement grows until its lists would pass their share of the machine's memory.
+      EXPECT_EQ(r.status, 255);
+      EXPECT_TRUE(wft::contains(r.out, "  Code 32\n")) << r.out;
+      EXPECT_TRUE(wft::contains(signal, R"("code": 32, "variables": ["push)")) << signal;
+    }
+  }
+}
+
+// *STLS without a number in the solver input: no coded message exists for it; the run ends as a
+// failure of the I/O layer, with status 255, its text on the error stream, no message, no signal
+// line and no ABORTING.
+TEST(Robustness, SolverInputWithoutANumberFailsInTheIoLayer) {
+  const std::string dir = makejob("iolayer");
+  std::string in = wft::readfile(dir + "/job.in");
+  in.replace(in.find("*STLS\n1.0"), 9, "*STLS\nabc");
+  ASSERT_TRUE(wft::contains(in, "*STLS\nabc\n"));
+  wft::writefile(dir + "/job.in", in);
+  const auto r = wft::runwarpforge("job.deck", dir);
+  EXPECT_EQ(r.status, 255);
+  EXPECT_TRUE(wft::contains(r.out, "I/O error: job.in: no number on the line after *STLS")) << r.out;
+  EXPECT_FALSE(wft::contains(r.out, "Code"));
+  EXPECT_FALSE(wft::contains(r.out, "ABORTING"));
+  const std::string signal = wft::readfile(dir + "/job.wrpsimsignal");
+  EXPECT_FALSE(wft::contains(signal, "message"));
+  EXPECT_FALSE(wft::contains(signal, "successful finish"));
 }

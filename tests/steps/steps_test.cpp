@@ -48,10 +48,7 @@ Lines formatlines(const std::string &out) {
   return r;
 }
 
-bool hasline(const std::string &out, const std::string &line) {
-  const Lines lines = splitlines(out);
-  return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
+bool hasline(const std::string &out, const std::string &line) { return contains("\n" + out, "\n" + line + "\n"); }
 
 struct Prepared {
   wf::PreparedSurface prep;
@@ -71,64 +68,58 @@ Prepared preparecapture(const Soup &s, const wf::Tolerances &rules = {}, const s
 
 }  // namespace
 
-// Both byte orders, a header that begins with "solid" with trailing bytes, and text: the orders
-// tried, their memory from read to read (text leaves it alone), the form, and the soup read.
-TEST(SurfaceSteps, ReadByteOrderLinesAndTheirMemory) {
-  const std::string dir = tempdir("steporder");
+// Reads as the steps of one run, the memory carried from read to read: both byte orders, a header
+// that begins with "solid" with trailing bytes, text (which leaves the memory alone), a file with
+// its repaired sibling, and files that no byte order reads (every attempt said, then "Binary STL
+// file" all the same, then message 130; the last order tried is remembered).
+TEST(SurfaceSteps, ReadLinesAndTheByteOrderMemory) {
+  const std::string dir = tempdir("stepread");
   const Soup s = cube(3.0, -1.5, 0.25, 7.0);
+  const std::string full = binarystl(tetrahedron(5.0));
   writefile(dir + "/le.stl", binarystl(s, false));
   writefile(dir + "/be.stl", binarystl(s, true));
   writefile(dir + "/solid.stl", binarystl(s, false, "solid pretending to be text", -1, "tail"));
   writefile(dir + "/text.stl", asciistl(s));
+  writefile(dir + "/part.v2.stl", full);
+  writefile(dir + "/part.v2_ls_repair.stl", binarystl(s, true));
+  writefile(dir + "/junk.stl", std::string(50, 'x'));
+  writefile(dir + "/cut.stl", full.substr(0, full.size() - 30));
   const std::string native = " Reading in native format...", little = " Reading in little_endian format...",
-                    big = " Reading in big_endian format...";
-  const std::tuple<const char *, Lines, int> steps[] = {
-      {"le", {native}, 1}, {"le", {native}, 1}, {"be", {native, native, little, big}, 3},
-      {"be", {big}, 3},    {"text", {}, 3},     {"solid", {big, native}, 1}};
+                    big = " Reading in big_endian format...", other = " Reading in non-native format...";
+  const std::tuple<std::string, std::string, Lines, int> steps[] = {
+      {"le", "le", {native}, 1},
+      {"le", "le", {native}, 1},
+      {"be", "be", {native, native, little, big}, 3},
+      {"be", "be", {big}, 3},
+      {"text", "text", {}, 3},
+      {"solid", "solid", {big, native}, 1},
+      {"part.v2", "part.v2_ls_repair", {native, native, little, big}, 3},
+      {"junk", "", {big, native, little, big, other}, 4},
+      {"cut", "", {other, native, little, big, other}, 4}};
   wf::StlMemory memory;
-  for (const auto &[file, formats, want] : steps) {
+  for (const auto &[file, read, formats, want] : steps) {
     const Read r = readcapture(dir + "/" + file + ".stl", memory);
-    ASSERT_EQ(r.fatal, "none") << r.out;
     EXPECT_EQ(formatlines(r.out), formats) << file;
     EXPECT_EQ(memory.byteorder, want) << file;
+    if (read.empty()) {
+      EXPECT_EQ(r.fatal, "130") << r.out;
+      EXPECT_TRUE(r.out.ends_with(other + "\n Binary STL file\n")) << r.out;
+      continue;
+    }
+    const std::string path = dir + "/" + read + ".stl";
+    ASSERT_EQ(r.fatal, "none") << r.out;
+    EXPECT_EQ(r.path, path);
     EXPECT_TRUE(hasline(r.out, formats.empty() ? " ASCII STL file" : " Binary STL file")) << r.out;
     EXPECT_TRUE(hasline(r.out, " Number of triangles = 12"));
+    EXPECT_TRUE(hasline(r.out, " Finished reading " + path)) << r.out;
+    if (read != file) {
+      EXPECT_TRUE(r.out.starts_with(" Reading " + dir + "/" + file + ".stl\n Detected repaired STL.\n Reading " + path +
+                                    " instead...\n" + native + "\n"))
+          << r.out;
+    }
     ASSERT_EQ(r.raw.vrt.size(), s.size());
     for (size_t i = 0; i < s.size(); ++i) ASSERT_EQ(float(r.raw.vrt[i]), float(s[i])) << file << " " << i;
   }
-}
-
-TEST(SurfaceSteps, ReadOfAFileNoByteOrderReads) {
-  // A file that no byte order reads: the four attempts are said, then "Binary STL file" all the
-  // same, then message 130; the order the step gives back is the last one tried.
-  const std::string dir = tempdir("stepbad");
-  const std::string full = binarystl(tetrahedron(5.0));
-  for (const std::string &bad : {std::string(50, 'x'), full.substr(0, full.size() - 30)}) {
-    writefile(dir + "/bad.stl", bad);
-    wf::StlMemory memory;
-    const Read r = readcapture(dir + "/bad.stl", memory);
-    EXPECT_EQ(r.fatal, "130") << r.out;
-    EXPECT_EQ(memory.byteorder, 4);
-    const Lines lines = splitlines(r.out);
-    ASSERT_EQ(lines.size(), 6u) << r.out;
-    EXPECT_EQ(lines[4], " Reading in non-native format...");
-    EXPECT_EQ(lines[5], " Binary STL file");
-  }
-}
-
-TEST(SurfaceSteps, ReadRepairedSiblingLines) {
-  const std::string dir = tempdir("steprepair");
-  writefile(dir + "/part.v2.stl", binarystl(tetrahedron(1.0)));
-  writefile(dir + "/part.v2_ls_repair.stl", binarystl(cube(2.0)));
-  wf::StlMemory memory;
-  const Read r = readcapture(dir + "/part.v2.stl", memory);
-  EXPECT_EQ(r.path, dir + "/part.v2_ls_repair.stl");
-  const Lines lines = splitlines(r.out);
-  ASSERT_GE(lines.size(), 4u);
-  EXPECT_EQ(Lines(lines.begin(), lines.begin() + 4),
-            Lines({" Reading " + dir + "/part.v2.stl", " Detected repaired STL.", " Reading " + r.path + " instead...",
-                   " Reading in native format..."}));
-  EXPECT_TRUE(hasline(r.out, " Finished reading " + r.path));
 }
 
 TEST(SurfaceSteps, FlippedOpenAndOverloaded) {
@@ -150,6 +141,12 @@ TEST(SurfaceSteps, FlippedOpenAndOverloaded) {
   // Three triangles on one edge (no job of the regression set has one).
   p = preparecapture({0, 0, 0, 4, 0, 0, 1, 3, 0, 4, 0, 0, 0, 0, 0, 1, -3, 0, 1, 0, 3, 0, 0, 0, 4, 0, 0});
   EXPECT_TRUE(contains(p.out, " Edges with   2 triangles = 0\n Edges with > 2 triangles = 1\n"));
+  // Two closed tetrahedra on one edge: no open edge, yet not watertight.
+  Soup two = tetrahedron();
+  for (size_t k = 0; k < 36; k += 3) two.insert(two.end(), {two[k], -two[k + 1], -two[k + 2]});
+  p = preparecapture(two);
+  EXPECT_EQ(std::pair(p.prep.counts.open, p.prep.counts.over), std::pair(int64_t{0}, int64_t{1}));
+  EXPECT_TRUE(contains(p.out, " is not watertight.\n")) << p.out;
 }
 
 // The query set takes the box of the file read, its name's trailing blanks cut. (Its lines are
@@ -184,10 +181,8 @@ TEST(SurfaceSteps, RaisedToleranceWarning) {
 TEST(SurfaceSteps, NodeCountWarningBeforeTheWarp) {
   wf::Simulation sim;
   sim.nnodes = 8;
-  for (int k = 0; k < 8; ++k) {
-    for (int a = 0; a < 3; ++a) sim.nodexyz.push_back(((k >> a) & 1) * 4.0 - 1.0);
-    for (int a = 0; a < 3; ++a) sim.nodedisp.push_back(0.0);
-  }
+  for (int k = 0; k < 24; ++k) sim.nodexyz.push_back(((k / 3 >> k % 3) & 1) * 4.0 - 1.0);
+  sim.nodedisp.assign(24, 0.0);
   sim.nodeactive.assign(8, 255);
   wf::NodeGrid grid = wf::gridlayout(sim.nodexyz.data(), sim.nnodes);
   wf::filenodes(grid, sim.nodexyz.data(), sim.nnodes);

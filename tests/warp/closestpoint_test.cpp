@@ -10,6 +10,7 @@
 #include <cstring>
 #include <random>
 
+#include "shapes.h"
 #include "warp/closestpoint.h"
 
 using namespace wf;
@@ -26,23 +27,10 @@ QuerySet makeset(Soup corners) {
   return makequeryset(std::move(corners), nt, box);
 }
 
-// A closed, finely tessellated torus (two triangles per quad of a u x v grid).
-Soup torus(int nu, int nv, double R, double r) {
-  Soup s;
-  auto p = [&](int i, int j, double *out) {
-    const double u = 2 * M_PI * i / nu, v = 2 * M_PI * j / nv;
-    out[0] = (R + r * std::cos(v)) * std::cos(u);
-    out[1] = (R + r * std::cos(v)) * std::sin(u);
-    out[2] = r * std::sin(v);
-  };
-  for (int i = 0; i < nu; ++i)
-    for (int j = 0; j < nv; ++j) {
-      double a[3], b[3], c[3], d[3];
-      p(i, j, a), p(i + 1, j, b), p(i + 1, j + 1, c), p(i, j + 1, d);
-      addtri(s, {a[0], a[1], a[2], b[0], b[1], b[2], c[0], c[1], c[2]});
-      addtri(s, {a[0], a[1], a[2], c[0], c[1], c[2], d[0], d[1], d[2]});
-    }
-  return s;
+// A closed torus round the z axis (tests/shapes.h), nu x nv cells of two triangles.
+Soup torus(int nu, int nv, float R, float r) {
+  const wft::Facets f = wft::toruspart(0, 0, 0, R, r, nu, nv);
+  return Soup(f.begin(), f.end());
 }
 
 // Compares the indexed query with the linear pass bit for bit; returns the mismatches.
@@ -161,8 +149,9 @@ TEST(ClosestPoint, IndexMatchesTheLinearPassOnRegionBoundaries) {
   EXPECT_EQ(bad, 0);
 }
 
-// Without an index the linear pass answers; with no usable triangle the point stays.
-TEST(ClosestPoint, LinearPassRegionsAndTheEmptyAnswer) {
+// The answer in each region of a triangle, where the comparisons with the linear pass cannot see
+// a fault that both make alike; with no usable triangle the point stays.
+TEST(ClosestPoint, RegionsAndTheEmptyAnswer) {
   QuerySet set = makeset({0, 0, 0, 2, 0, 0, 0, 2, 0});
   const struct {
     double q[3], want[3];
@@ -171,7 +160,8 @@ TEST(ClosestPoint, LinearPassRegionsAndTheEmptyAnswer) {
                {{3, -1, 0}, {2, 0, 0}},         // beyond corner 2
                {{2, 2, 0}, {1, 1, 0}},          // beyond the far side
                {{1, -5, 1}, {1, 0, 0}},         // beyond the first side
-               {{-4, 1, 0}, {0, 1, 0}}};        // beyond the second side
+               {{-4, 1, 0}, {0, 1, 0}},         // beyond the second side
+               {{1, 5, 0}, {0, 2, 0}}};         // beyond corner 3
   for (const auto &c : cases) {
     double out[3];
     closestpoint(c.q, out, set);
