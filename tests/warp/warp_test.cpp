@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstring>
 #include <functional>
+#include <set>
 
 #include "base/memory.h"
 #include "reporting.h"
@@ -318,10 +319,45 @@ TEST(Refine, WavesGiveExactlyTheSerialWalk) {
   EXPECT_LE(serial.percents.back(), 99);
 }
 
+// A closed surface whose triangles all run one way stays closed and one way round through the
+// walk: the table rebuilt from the refined triangles has every edge on two triangles running
+// opposite ways, and the walk's own table holds each of its edges, and besides them only the
+// edges that were split (one for each vertex the walk made).
+TEST(Refine, ClosedSurfaceStaysClosed) {
+  Nodes n(lattice({-2, -2, -2}, {15, 15, 15}), swirl);
+  n.params.navg = 6;
+  const RefineParams params = splitting(4);
+  const SurfaceMesh before = cubeandsheet(4, false).mesh;
+  ASSERT_EQ(before.ntri, 6 * 2 * 16);
+  for (int threads : {1, 2}) {
+    SCOPED_TRACE(threads);
+    Refined r = refine(n.field(), params, true, threads, false);
+    // It split: far more triangles, some edges down to the level limit.
+    ASSERT_GT(r.counts.active, 4 * before.ntri);
+    EXPECT_EQ(*std::max_element(r.edges.level.begin(), r.edges.level.begin() + r.edges.n), params.maxrefine);
+    r.mesh.ntri = r.counts.active;
+    EdgeTable rebuilt;
+    const EdgeCounts c = rebuildedges(r.mesh, rebuilt);
+    EXPECT_EQ(c.open, 0);
+    EXPECT_EQ(c.over, 0);
+    EXPECT_EQ(countinverted(r.mesh, rebuilt), 0);
+    // Euler: a closed surface of genus 0 has V - E + F = 2.
+    EXPECT_EQ(int64_t(r.mesh.nvrt) - rebuilt.n + r.mesh.ntri, 2);
+    std::set<std::pair<int32_t, int32_t>> walked, made;
+    for (size_t e = 0; e < size_t(r.edges.n); ++e)
+      walked.emplace(std::minmax(r.edges.vrt[2 * e], r.edges.vrt[2 * e + 1]));
+    for (size_t e = 0; e < size_t(rebuilt.n); ++e)
+      made.emplace(std::minmax(rebuilt.vrt[2 * e], rebuilt.vrt[2 * e + 1]));
+    EXPECT_EQ(walked.size(), size_t(r.edges.n));
+    EXPECT_TRUE(std::includes(walked.begin(), walked.end(), made.begin(), made.end()));
+    EXPECT_EQ(walked.size() - made.size(), size_t(r.mesh.nvrt - before.nvrt));
+  }
+}
+
 // An edge on the open rim of a surface, split, turns its two children against their neighbours:
 // after one level of splits the table rebuilt from the refined cube and sheet has inversely
-// oriented edges. (A split of an interior edge keeps the orientation: every regression job that
-// refines writes its surface.)
+// oriented edges, where the cube alone has none (Refine.ClosedSurfaceStaysClosed) and a split
+// of an interior edge keeps the orientation.
 TEST(Refine, OpenRimChildrenComeOutReversed) {
   Nodes n(lattice({-2, -2, -2}, {26, 15, 15}), swirl);
   n.params.navg = 6;
