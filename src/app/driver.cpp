@@ -180,7 +180,7 @@ void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &st, 
   if (st.inpuflag) {
     // Kept deliberately: the displacement file is looked for under results/ of the case folder
     // also in the cloud layout, where the mesh file comes from below the cloud folder
-    // (simresults/readgeo). [pinned: Jobs.CloudLayoutTakesTheDisplacementsFromTheCaseFolder]
+    // (simresults/readgeo). [pinned: CloudJob.TakesTheDisplacementsFromTheCaseFolder]
     jf.dispfile =
         rtrim(findresultfile("results/" + rtrim(jf.casestem) + "00_", jf.resultfilenumber, ".dis.ens", folders.cases));
   }

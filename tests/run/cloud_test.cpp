@@ -9,7 +9,7 @@
 
 namespace fs = std::filesystem;
 
-TEST(Jobs, CloudLayoutTakesTheDisplacementsFromTheCaseFolder) {
+TEST(CloudJob, TakesTheDisplacementsFromTheCaseFolder) {
   const std::string plain = wft::tempdir("plainjob"), cloud = wft::tempdir("cloudjob");
   for (const std::string &dir : {plain, cloud}) ASSERT_EQ(wft::rungenjob(dir).status, 0);
   // The cloud job: its case and meshes moved to cloud/run/sim under the fixed stem, the
