@@ -65,19 +65,16 @@ int main(int argc, char **argv) {
   if (!wfbench::makejob(folder, tris, nodes, false, "bench_walk")) return 1;
   wfbench::BenchJob job(folder);
   job.loadall();
-  const wf::Simulation &sim = job.sim;
-  const wf::NodeGrid &grid = job.grid;
-  const wf::SurfaceMesh &mesh0 = job.mesh0;
-  const wf::EdgeTable &edges0 = job.edges0;
   const wf::WarpField field = job.field();
   const wf::RefineParams refine = wfbench::refiningparams();
 
   std::printf("==== job: %s triangles (%d vertices, %d edges), %d nodes (%d x %d x %d cells); median of %d\n",
-              tris.c_str(), mesh0.nvrt, edges0.n, sim.nnodes, grid.nx, grid.ny, grid.nz, repeats);
+              tris.c_str(), job.mesh0.nvrt, job.edges0.n, job.sim.nnodes, job.grid.nx, job.grid.ny, job.grid.nz,
+              repeats);
   for (int threads : {1, 2}) {
     omp_set_num_threads(threads);
     wf::RingNodes ring;
-    line("pack the nodes", threads, timed(repeats, nullptr, [&] { ring = wf::packnodes(sim, grid); }));
+    line("pack the nodes", threads, timed(repeats, nullptr, [&] { ring = wf::packnodes(job.sim, job.grid); }));
     wf::WarpField listed = field, packed = field;
     packed.ringnodes = ring.data();
     wf::SurfaceMesh mesh;
@@ -85,7 +82,7 @@ int main(int argc, char **argv) {
       const Timing t = timed(
           repeats,
           [&] {
-            mesh = mesh0;
+            mesh = job.mesh0;
             mesh.prewarp = mesh.vrt;
           },
           [&] {
@@ -103,7 +100,7 @@ int main(int argc, char **argv) {
           });
       line(f == &listed ? "vertex loop, nodes listed" : "vertex loop, nodes packed", threads, t);
     }
-    wf::SurfaceMesh warped = mesh0;
+    wf::SurfaceMesh warped = job.mesh0;
     warped.prewarp = warped.vrt;
     wf::warpvertices(field, warped);
     wf::EdgeTable edges;
@@ -112,11 +109,11 @@ int main(int argc, char **argv) {
         repeats,
         [&] {
           mesh = warped;
-          edges = edges0;
+          edges = job.edges0;
         },
         [&] { counts = wf::refinesurface(field, refine, mesh, edges, nullptr); });
     line("refinement walk", threads, t,
-         std::to_string(mesh0.ntri) + " -> " + std::to_string(counts.active) + " triangles, " +
+         std::to_string(job.mesh0.ntri) + " -> " + std::to_string(counts.active) + " triangles, " +
              std::to_string(edges.n) + " edges");
   }
   return 0;
