@@ -534,18 +534,28 @@ std::vector<Rim> rims(const Work &w) {
   return out;
 }
 
-// Whether the corners (a closed polygon) lie near one plane, by their distances from the plane
-// of its Newell normal; threshold receives the distance allowed.
-bool nearplanar(const FacetMesh &m, const std::vector<int32_t> &corners, double &threshold,
-                double share = planarshare) {
-  double nrm[3] = {0, 0, 0}, c[3] = {0, 0, 0}, lo[3], hi[3];
+// The Newell normal of the corners (a closed polygon), unnormalised.
+void newell(const FacetMesh &m, const std::vector<int32_t> &corners, double nrm[3]) {
   const size_t k = corners.size();
-  for (int a = 0; a < 3; ++a) lo[a] = HUGE_VAL, hi[a] = -HUGE_VAL;
+  nrm[0] = nrm[1] = nrm[2] = 0;
   for (size_t i = 0; i < k; ++i) {
     const double *p = &m.points[3 * size_t(corners[i])], *q = &m.points[3 * size_t(corners[(i + 1) % k])];
     nrm[0] += (p[1] - q[1]) * (p[2] + q[2]);
     nrm[1] += (p[2] - q[2]) * (p[0] + q[0]);
     nrm[2] += (p[0] - q[0]) * (p[1] + q[1]);
+  }
+}
+
+// Whether the corners (a closed polygon) lie near one plane, by their distances from the plane
+// of its Newell normal; threshold receives the distance allowed.
+bool nearplanar(const FacetMesh &m, const std::vector<int32_t> &corners, double &threshold,
+                double share = planarshare) {
+  double nrm[3], c[3] = {0, 0, 0}, lo[3], hi[3];
+  const size_t k = corners.size();
+  newell(m, corners, nrm);
+  for (int a = 0; a < 3; ++a) lo[a] = HUGE_VAL, hi[a] = -HUGE_VAL;
+  for (size_t i = 0; i < k; ++i) {
+    const double *p = &m.points[3 * size_t(corners[i])];
     for (int a = 0; a < 3; ++a) c[a] += p[a] / double(k), lo[a] = std::min(lo[a], p[a]), hi[a] = std::max(hi[a], p[a]);
   }
   const double len = std::sqrt(nrm[0] * nrm[0] + nrm[1] * nrm[1] + nrm[2] * nrm[2]);
@@ -565,13 +575,8 @@ bool nearplanar(const FacetMesh &m, const std::vector<int32_t> &corners, double 
 // coordinates.
 std::vector<Kernel::Point_2> flatten(const FacetMesh &m, const std::vector<int32_t> &corners) {
   const size_t k = corners.size();
-  double nrm[3] = {0, 0, 0};
-  for (size_t i = 0; i < k; ++i) {
-    const double *p = &m.points[3 * size_t(corners[i])], *q = &m.points[3 * size_t(corners[(i + 1) % k])];
-    nrm[0] += (p[1] - q[1]) * (p[2] + q[2]);
-    nrm[1] += (p[2] - q[2]) * (p[0] + q[0]);
-    nrm[2] += (p[0] - q[0]) * (p[1] + q[1]);
-  }
+  double nrm[3];
+  newell(m, corners, nrm);
   const int axis = std::abs(nrm[0]) >= std::abs(nrm[1]) && std::abs(nrm[0]) >= std::abs(nrm[2]) ? 0
                    : std::abs(nrm[1]) >= std::abs(nrm[2])                                       ? 1
                                                                                                 : 2;
@@ -628,9 +633,10 @@ std::vector<std::pair<int32_t, int32_t>> crossedsides(const FacetMesh &m, const 
 }
 
 // Triangles (as positions in `corners`, running with it) spanning a closed polygon, with the
-// corner of the facet beside each of its sides; empty when no triangulation was found.
+// corner of the facet beside each of its sides; empty when no triangulation was found. planar and
+// threshold are what nearplanar (at its default share) told of the corners.
 std::vector<std::array<int32_t, 3>> span(const FacetMesh &m, const std::vector<int32_t> &corners,
-                                         const std::vector<int32_t> &beside) {
+                                         const std::vector<int32_t> &beside, bool planar, double threshold) {
   const size_t k = corners.size();
   std::vector<std::array<int32_t, 3>> tris;
   if (k == 3) {
@@ -644,8 +650,6 @@ std::vector<std::array<int32_t, 3>> span(const FacetMesh &m, const std::vector<i
     third.emplace_back(q[0], q[1], q[2]);
   }
   std::vector<CGAL::Triple<int, int, int>> out;
-  double threshold = 0;
-  const bool planar = nearplanar(m, corners, threshold);
   PMP::triangulate_hole_polyline(line, third, std::back_inserter(out),
                                  CGAL::parameters::use_2d_constrained_delaunay_triangulation(planar)
                                      .threshold_distance(threshold)
@@ -947,8 +951,10 @@ template <class Joined>
 bool fillrim(Work &w, const std::vector<int32_t> &corners, const std::vector<int32_t> &beside, int32_t piece,
              const Joined &joined, int depth, FillRound &round) {
   const size_t k = corners.size();
+  // The rim's planarity, asked once: it decides the split, the fold check and the spanning.
   double threshold = 0;
-  if (k > 3 && k <= splitlimit && depth < splitdepth && !nearplanar(w.m, corners, threshold)) {
+  const bool planar = nearplanar(w.m, corners, threshold);
+  if (k > 3 && k <= splitlimit && depth < splitdepth && !planar) {
     if (depth == 0 && fillbyplanes(w, corners, beside, piece, joined, depth, round)) return true;
     // The chord that leaves both parts near-planar; else the one that cuts off the near-planar
     // part of most corners (the rest is split further). Of equals, the first.
@@ -1001,15 +1007,16 @@ bool fillrim(Work &w, const std::vector<int32_t> &corners, const std::vector<int
     }
   }
   // Within a split, only near-planar parts are filled.
-  if (depth > 0 && k > 3 && !nearplanar(w.m, corners, threshold, splitplanarshare)) return false;
-  if (depth > 0 || nearplanar(w.m, corners, threshold)) {
+  double splitthreshold = 0;
+  if (depth > 0 && k > 3 && !nearplanar(w.m, corners, splitthreshold, splitplanarshare)) return false;
+  if (depth > 0 || planar) {
     const auto crossed = crossedsides(w.m, corners, joined);
     if (!crossed.empty()) {
       round.folded.insert(round.folded.end(), crossed.begin(), crossed.end());
       return false;
     }
   }
-  const std::vector<std::array<int32_t, 3>> tris = span(w.m, corners, beside);
+  const std::vector<std::array<int32_t, 3>> tris = span(w.m, corners, beside, planar, threshold);
   for (const auto &t : tris) w.add({corners[size_t(t[0])], corners[size_t(t[1])], corners[size_t(t[2])]}, piece);
   return !tris.empty();
 }
