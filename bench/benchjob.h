@@ -65,7 +65,7 @@ struct BenchJob {
     std::error_code ec;
     std::filesystem::current_path(folder, ec);
     wf::setfpmode();
-    info = wf::readcase(rep, "job.case");
+    info = wf::readcase("job.case");
   }
   BenchJob(const BenchJob &) = delete;
   BenchJob &operator=(const BenchJob &) = delete;
@@ -74,12 +74,13 @@ struct BenchJob {
   }
   void loadmesh() {
     sim = wf::Simulation();
-    wf::readgeo(rep, info, "job", info.meshnums.back(), ".geo", sim);
+    wf::readgeofile(wf::meshfilename(info, "job", info.meshnums.back(), ".geo"), sim);
     wf::marknodes(sim);
   }
   void makegrid() { grid = wf::nodegridstep(rep, sim); }
   void loaddisplacements() {
-    wf::readvariable(rep, "results/job00_" + std::to_string(info.resultnums.back()) + ".dis.ens", sim);
+    wf::readvariablefile("results/job00_" + std::to_string(info.resultnums.back()) + ".dis.ens", sim.resultsbinary,
+                         sim.nnodes, 3, sim.nodedisp);
   }
   void preparesurface() {
     wf::RawSurface raw = wf::readstlstep(rep, "part.stl", memory);

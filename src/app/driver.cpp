@@ -15,7 +15,6 @@
 #include "outputs/textreport.h"
 #include "outputs/vtkwriter.h"
 #include "simresults/readgeo.h"
-#include "simresults/readvariable.h"
 #include "simresults/simulation.h"
 #include "surface/normals.h"
 #include "surface/writestl.h"
@@ -149,10 +148,10 @@ void splitpath(const std::string &path, std::string &folder, std::string &name, 
 
 void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &st, JobFiles &jf, CaseInfo &caseinfo,
              RunFolders &folders) {
-  loadcatalogue(rep);
+  rep.loadcatalogue(cataloguepath());
   rep.opensignal();
   readdeck(rep, args, st, jf);
-  readsolverinput(rep, st, jf);
+  solverinputstep(rep, st, jf);
   if (st.inpuflag) jf.casestem = jf.inputfile;
   if (!st.caseflag) {
     jf.casefile = rtrim(jf.casestem);
@@ -172,11 +171,11 @@ void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &st, 
     jf.casefile = name + ext;
     jf.casefolder = folder;
     folders.cases = Folder().enter(jf.casefolder);
-    caseinfo = readcase(rep, jf.casefile, folders.cases);
+    caseinfo = readcasestep(rep, jf.casefile, folders.cases);
     selectincrement(caseinfo, st.incoffset, jf);
   }
   folders.surfaces = folders.cases.enter(jf.inputfolder);
-  selectsurfaces(rep, st, caseinfo.ninc, jf);
+  selectsurfacesstep(rep, st, caseinfo.ninc, jf);
   if (st.inpuflag) {
     // Kept deliberately: the displacement file is looked for under results/ of the case folder
     // also in the cloud layout, where the mesh file comes from below the cloud folder
@@ -235,10 +234,10 @@ int runwarpforge(Reporter &rep, const std::vector<std::string> &args) {
   const Settings &st = run.settings;
   const Folder &cases = run.folders.cases;
   if (!st.scngflag) {
-    readgeo(rep, run.caseinfo, run.files.casestem, run.files.meshfilenumber, ".geo", run.sim, cases);
+    readmeshstep(rep, run.caseinfo, run.files.casestem, run.files.meshfilenumber, run.sim, cases);
     marknodes(run.sim);
     run.grid = nodegridstep(rep, run.sim);
-    readvariable(rep, run.files.dispfile, run.sim, cases);
+    readdisplacementstep(rep, run.files.dispfile, run.sim, cases);
   }
   // The reference and scanned geometries are named from the case folder: the surface loop has
   // not yet entered the folder of the solver input file.

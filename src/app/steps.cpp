@@ -9,6 +9,9 @@
 
 #include "base/text.h"
 #include "base/textio.h"
+#include "control/solverinput.h"
+#include "simresults/readgeo.h"
+#include "simresults/readvariable.h"
 
 namespace wf {
 
@@ -28,6 +31,56 @@ void boxline(Reporter &rep, const BBox &box, int k, const char *text) {
 }
 
 }  // namespace
+
+void solverinputstep(Reporter &rep, const Settings &settings, JobFiles &files) {
+  readsolverinput(settings, files, [&](const std::string &path) { rep.say("Reading input file " + path); });
+  if (!settings.inpuflag) return;
+  rep.say("STL scaling factor = " + numtext(files.stlscale));
+  rep.blank();
+}
+
+void selectsurfacesstep(Reporter &rep, const Settings &settings, int32_t ninc, JobFiles &files) {
+  selectsurfaces(settings, ninc, files,
+                 [&](int code, const std::string &surface) { rep.post(Severity::critical, code, {surface}); });
+}
+
+CaseInfo readcasestep(Reporter &rep, const std::string &path, const Folder &in) {
+  return readcase(path, in, [&](const CaseEvent &event) {
+    const bool results = event.set == 0;
+    switch (event.stage) {
+      case CaseStage::missing:
+        rep.say("Could not find case file \"" + event.name + "\".");
+        rep.say("Checking for *.awskel file for cloud solves...");
+        rep.blank();
+        break;
+      case CaseStage::reading: rep.say("Reading case file " + event.name); break;
+      case CaseStage::count:
+        rep.say((results ? "Number of increments = " : "Number of meshes     = ") + rep.integer(event.value));
+        break;
+      case CaseStage::implicitnumbers:
+        rep.say(std::string("Implicit ") + (results ? "result" : "mesh") + " indexing");
+        break;
+      case CaseStage::start: rep.say("Start number = " + rep.integer(event.value)); break;
+      case CaseStage::step: rep.say("Increment = " + rep.integer(event.value)); break;
+      case CaseStage::explicitnumbers:
+        rep.say(std::string("Explicit ") + (results ? "result" : "mesh") + " indexing");
+        break;
+    }
+  });
+}
+
+void readmeshstep(Reporter &rep, const CaseInfo &info, const std::string &casestem, int meshfilenumber, Simulation &sim,
+                  const Folder &in) {
+  const std::string name = meshfilename(info, casestem, meshfilenumber, ".geo", in);
+  rep.say("Mesh file           =   " + name);
+  readgeofile(name, sim, in);
+}
+
+void readdisplacementstep(Reporter &rep, const std::string &dispfile, Simulation &sim, const Folder &in) {
+  const std::string name = rtrim(dispfile);
+  rep.say("    Variable file   = " + name);
+  readvariablefile(name, sim.resultsbinary, sim.nnodes, 3, sim.nodedisp, in);
+}
 
 void zipline(Reporter &rep, const ZipNote &note) {
   const std::string &name = note.name;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The steps of a surface that print: each calls the algorithms below (which return what they
-// found and never print) and says the run's lines from their results, at the moments the
+// The steps of the run that print, those of the job's inputs and those of a surface: each calls the algorithms below
+// (which return what they found and never print) and says the run's lines from their results, at the moments the
 // algorithms tell (their stage callbacks). Read top to bottom, a step is what the console shows.
 // A fatal condition throws Fatal, as the algorithms do; only main catches it.
 #pragma once
@@ -9,11 +9,14 @@
 #include <vector>
 
 #include "base/reporter.h"
+#include "control/settings.h"
 #include "outputs/convert3mf.h"
 #include "outputs/package3mf.h"
 #include "outputs/zippackage.h"
 #include "recheck/readback.h"
 #include "repair/repairclient.h"
+#include "simresults/readcase.h"
+#include "simresults/simulation.h"
 #include "surface/preparesurface.h"
 #include "surface/readstl.h"
 #include "warp/closestpoint.h"
@@ -21,6 +24,29 @@
 #include "warp/warpstl.h"
 
 namespace wf {
+
+// The solver input file (control/solverinput.h): "Reading input file" once it is open, and when
+// it was read (with *INPU) the STL scaling factor and a blank line. Throws what readsolverinput
+// throws.
+void solverinputstep(Reporter &rep, const Settings &settings, JobFiles &files);
+
+// The choice of the surfaces (control/solverinput.h), a surface dropped from a whole-job run
+// posted as critical warning 1036 or 1037 as it is found. Throws what selectsurfaces throws.
+void selectsurfacesstep(Reporter &rep, const Settings &settings, int32_t ninc, JobFiles &files);
+
+// The case file (simresults/readcase.h): a missing case file and the look for the cloud
+// descriptor, the file read, and each time set's count and numbering (numbers in the console's
+// number mode). Throws what readcase throws.
+CaseInfo readcasestep(Reporter &rep, const std::string &path, const Folder &in = Folder());
+
+// The mesh of the run (simresults/readgeo.h): "Mesh file" naming it, then the read into sim.
+// Throws what meshfilename and readgeofile throw.
+void readmeshstep(Reporter &rep, const CaseInfo &info, const std::string &casestem, int meshfilenumber, Simulation &sim,
+                  const Folder &in = Folder());
+
+// The displacements (simresults/readvariable.h): "Variable file" naming dispfile (trailing
+// blanks cut), then its three components into sim.nodedisp. Throws what readvariablefile throws.
+void readdisplacementstep(Reporter &rep, const std::string &dispfile, Simulation &sim, const Folder &in = Folder());
 
 // The node grid of the simulation: its layout, the line of its partitions, the nodes filed.
 // Throws what filenodes throws (32).

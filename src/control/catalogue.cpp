@@ -20,6 +20,6 @@ std::string exefolder() {
   return buf.substr(0, slash + 1);
 }
 
-void loadcatalogue(Reporter &rep) { rep.loadcatalogue(rtrim(exefolder()) + "simsolver.arb"); }
+std::string cataloguepath() { return rtrim(exefolder()) + "simsolver.arb"; }
 
 }  // namespace wf

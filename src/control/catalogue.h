@@ -5,12 +5,10 @@
 
 #include <string>
 
-#include "base/reporter.h"
-
 namespace wf {
 
-// Loads the catalogue beside the executable into the Reporter, with its console lines.
-void loadcatalogue(Reporter &rep);
+// The catalogue's path: simsolver.arb beside the executable.
+std::string cataloguepath();
 // Folder of the running executable, with its trailing "/" (empty when it cannot be told).
 std::string exefolder();
 

@@ -85,7 +85,7 @@ int nthselected(const JobFiles &files, int32_t id) {
   return 0;
 }
 
-void readsolverinput(Reporter &rep, const Settings &settings, JobFiles &files) {
+void readsolverinput(const Settings &settings, JobFiles &files, const InputOpenFn &onopen) {
   files.ofnsdigits = 5;
   files.stlscale = 1.0;
   files.ssssflag = false;
@@ -95,7 +95,7 @@ void readsolverinput(Reporter &rep, const Settings &settings, JobFiles &files) {
   checkexists(path);
   LineReader in;
   checkopen(in.open(path), path);
-  rep.say("Reading input file " + path);
+  if (onopen) onopen(path);
 
   bool stlmseen = false;
   std::string line;
@@ -134,8 +134,6 @@ void readsolverinput(Reporter &rep, const Settings &settings, JobFiles &files) {
     files.stlfraction.v.assign(n, 1.0f);
     files.stlfraction.n = static_cast<int32_t>(n);
   }
-  rep.say("STL scaling factor = " + numtext(files.stlscale));
-  rep.blank();
 }
 
 void selectincrement(const CaseInfo &info, int32_t incoffset, JobFiles &files) {
@@ -162,7 +160,10 @@ void selectincrement(const CaseInfo &info, int32_t incoffset, JobFiles &files) {
   files.meshfilenumber = info.meshnums[static_cast<size_t>(best - 1)];
 }
 
-void selectsurfaces(Reporter &rep, const Settings &settings, int32_t ninc, JobFiles &files) {
+void selectsurfaces(const Settings &settings, int32_t ninc, JobFiles &files, const SurfaceWarningFn &onwarning) {
+  const auto warn = [&](int code, int j) {
+    if (onwarning) onwarning(code, nameof(files, j));
+  };
   const bool lastinc = settings.incoffset == -1 || settings.incoffset == ninc;
   const int nfiles = files.stlfiles.n;
   if (nfiles < 1) fatal(191);
@@ -174,11 +175,11 @@ void selectsurfaces(Reporter &rep, const Settings &settings, int32_t ninc, JobFi
   if (settings.astlflag && files.selectbyfraction) {
     if (c < nfiles) {
       for (int j = 1; j <= nfiles; ++j)
-        if (!isselected(files, j)) rep.post(Severity::critical, 1036, {nameof(files, j)});
+        if (!isselected(files, j)) warn(1036, j);
     }
     if (lastinc) {
       for (int j = 1; j <= nfiles; ++j)
-        if (isselected(files, j) && surftype(files, j) != 1) rep.post(Severity::critical, 1037, {nameof(files, j)});
+        if (isselected(files, j) && surftype(files, j) != 1) warn(1037, j);
       files.selectbyfraction = false;
       c = countselected(files);
     }

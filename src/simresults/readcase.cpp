@@ -22,11 +22,15 @@ namespace {
 bool startswith(const std::string &line, std::string_view word) { return line.compare(0, word.size(), word) == 0; }
 
 struct CaseReader {
-  Reporter &rep;
+  const CaseStageFn &onstage;
   LineReader in;
   std::string name;
   std::string line;  // the line in hand
   long long filesize = 0;
+
+  void tell(CaseStage stage, int set, int32_t value = 0) const {
+    if (onstage) onstage(CaseEvent{stage, set, value, name});
+  }
 
   // Reads on until the line in hand starts with word (or with word2 when given).
   void search(std::string_view word, std::string_view word2 = {}) {
@@ -45,12 +49,12 @@ struct CaseReader {
   }
 
   // One time set: the count, the file numbers and the times.
-  void timeset(int32_t &count, std::vector<int32_t> &nums, std::vector<double> &times, const char *countlabel,
-               const char *kind, const char *numslabel, const char *timeslabel) {
+  void timeset(int set, int32_t &count, std::vector<int32_t> &nums, std::vector<double> &times, const char *numslabel,
+               const char *timeslabel) {
     search("time set:");
     search("number of steps:");
     count = intbehind(line, 16);
-    rep.say(std::string(countlabel) + rep.integer(count));
+    tell(CaseStage::count, set, count);
     search("filename start number:", "filename numbers:");
     // A negative count is taken as it stands: the lists are empty (the choice of the increment
     // refuses it later). Each time stands on a line of its own, so a count beyond the size of
@@ -59,16 +63,16 @@ struct CaseReader {
     const size_t n = count < 0 ? 0 : static_cast<size_t>(count);
     allocate(nums, keep ? n : 0, numslabel);
     if (startswith(line, "filename start number:")) {
-      rep.say(std::string("Implicit ") + kind + " indexing");
+      tell(CaseStage::implicitnumbers, set);
       const int32_t start = intbehind(line, 22);
-      rep.say("Start number = " + rep.integer(start));
+      tell(CaseStage::start, set, start);
       checkread(in.readline(line), name);
       const int32_t step = intbehind(line, 19);  // the words in front are not looked at
-      rep.say("Increment = " + rep.integer(step));
+      tell(CaseStage::step, set, step);
       uint32_t v = static_cast<uint32_t>(start);
       for (size_t i = 0; i < nums.size(); ++i, v += static_cast<uint32_t>(step)) nums[i] = static_cast<int32_t>(v);
     } else {
-      rep.say(std::string("Explicit ") + kind + " indexing");
+      tell(CaseStage::explicitnumbers, set);
       // The numbers follow on the next lines; any on the keyword line itself are not taken.
       std::string numline;
       size_t k = 0;
@@ -101,13 +105,11 @@ std::string prefixbefore(const std::string &text, const std::string &word) {
   return text.substr(0, at);
 }
 
-CaseInfo readcase(Reporter &rep, const std::string &path, const Folder &in) {
+CaseInfo readcase(const std::string &path, const Folder &in, const CaseStageFn &onstage) {
   CaseInfo info;
   std::string name = path;
   if (!fileexists(in.at(path))) {
-    rep.say("Could not find case file \"" + path + "\".");
-    rep.say("Checking for *.awskel file for cloud solves...");
-    rep.blank();
+    if (onstage) onstage(CaseEvent{CaseStage::missing, 0, 0, path});
     const std::string suffix = path.find("_c.case") != std::string::npos ? "_c.case" : ".case";
     const std::string descriptor = prefixbefore(path, "_mechanical") + ".awskel";
     if (fileexists(in.at(descriptor))) {
@@ -126,18 +128,16 @@ CaseInfo readcase(Reporter &rep, const std::string &path, const Folder &in) {
   }
   checkexists(name, in);
 
-  CaseReader cr{rep, {}, name, {}, 0};
+  CaseReader cr{onstage, {}, name, {}, 0};
   checkopen(cr.in.open(in.at(name)), name);
   {
     std::error_code ec;
     const auto size = std::filesystem::file_size(in.at(name), ec);
     cr.filesize = ec ? 0 : static_cast<long long>(size);
   }
-  rep.say("Reading case file " + name);
-  cr.timeset(info.ninc, info.resultnums, info.resulttimes, "Number of increments = ", "result",
-             "readcase, resultnums, 1", "readcase, resulttimes, 2");
-  cr.timeset(info.nmesh, info.meshnums, info.meshtimes, "Number of meshes     = ", "mesh", "readcase, meshnums, 3",
-             "readcase, meshtimes, 4");
+  cr.tell(CaseStage::reading, 0);
+  cr.timeset(0, info.ninc, info.resultnums, info.resulttimes, "readcase, resultnums, 1", "readcase, resulttimes, 2");
+  cr.timeset(1, info.nmesh, info.meshnums, info.meshtimes, "readcase, meshnums, 3", "readcase, meshtimes, 4");
   // The reader is closed here: nothing reads the case file again.
   cr.in.close();
   return info;

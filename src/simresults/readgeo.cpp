@@ -55,13 +55,11 @@ std::string findresultfile(const std::string &prefix, int number, const std::str
   return name;
 }
 
-void readgeo(Reporter &rep, const CaseInfo &info, const std::string &casestem, int meshfilenumber,
-             const std::string &suffix, Simulation &sim, const Folder &in) {
+std::string meshfilename(const CaseInfo &info, const std::string &casestem, int meshfilenumber,
+                         const std::string &suffix, const Folder &in) {
   const std::string prefix = info.cloudlayout ? info.cloudprefix + "results/" + rtrim(info.cloudstem) + "_"
                                               : "results/" + rtrim(casestem) + "_";
-  const std::string name = findresultfile(prefix, meshfilenumber, suffix, in);
-  rep.say("Mesh file           =   " + name);
-  readgeofile(name, sim, in);
+  return findresultfile(prefix, meshfilenumber, suffix, in);
 }
 
 void readgeofile(const std::string &name, Simulation &sim, const Folder &in) {

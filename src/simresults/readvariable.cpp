@@ -48,10 +48,4 @@ void readvariablefile(const std::string &name, bool binary, int32_t nnodes, int 
   file.close();
 }
 
-void readvariable(Reporter &rep, const std::string &dispfile, Simulation &sim, const Folder &in) {
-  const std::string name = rtrim(dispfile);
-  rep.say("    Variable file   = " + name);
-  readvariablefile(name, sim.resultsbinary, sim.nnodes, 3, sim.nodedisp, in);
-}
-
 }  // namespace wf

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "base/folder.h"
-#include "base/reporter.h"
 #include "simresults/simulation.h"
 
 namespace wf {
@@ -19,9 +18,5 @@ namespace wf {
 // early), 27, 29, 32.
 void readvariablefile(const std::string &path, bool binary, int32_t nnodes, int ncomp, std::vector<double> &values,
                       const Folder &in = Folder());
-
-// The step: its console line, then the three displacement components into sim.nodedisp
-// (dispfile relative to the case folder `in`).
-void readvariable(Reporter &rep, const std::string &dispfile, Simulation &sim, const Folder &in = Folder());
 
 }  // namespace wf

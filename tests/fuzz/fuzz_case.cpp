@@ -7,7 +7,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   fuzz::writefile("job.case", data, size);
   fuzz::run([] {
-    const wf::CaseInfo info = wf::readcase(fuzz::quiet(), "job.case");
+    const wf::CaseInfo info = wf::readcase("job.case");
     wf::JobFiles files;
     wf::selectincrement(info, -1, files);
   });

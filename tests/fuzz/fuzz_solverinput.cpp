@@ -11,8 +11,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     settings.astlflag = true;
     wf::JobFiles files;
     files.inputfile = "job";
-    wf::readsolverinput(fuzz::quiet(), settings, files);
-    wf::selectsurfaces(fuzz::quiet(), settings, 3, files);
+    wf::readsolverinput(settings, files);
+    wf::selectsurfaces(settings, 3, files);
   });
   return 0;
 }

@@ -297,3 +297,27 @@ TEST(RepairSteps, RepairLinesInTheirOrder) {
   EXPECT_TRUE(contains(out, "outfile = absent.stl_ls_repair.stl\nVersion 2019\nLoading mesh...\nfatal error: ")) << out;
   EXPECT_EQ(cap.rep.criticals(), 1);
 }
+
+// A whole-job run at the last increment drops a surface not chosen by its fraction (1036) and a
+// chosen one not of type 1 (1037), each a critical warning naming it.
+TEST(InputSteps, SurfacesDroppedFromAWholeJobAreCriticalWarnings) {
+  wf::Settings settings;
+  settings.astlflag = true;
+  settings.incoffset = -1;
+  wf::JobFiles files;
+  files.stlfiles.v = {"a.stl", "b.stl", "c.stl"};
+  files.stltype.v = {3, 1, 2};
+  files.stlfraction.v = {1.0f, 1.0f, 0.5f};
+  files.stlfiles.n = files.stltype.n = files.stlfraction.n = 3;
+  files.selectbyfraction = true;
+  CapturedReporter cap;
+  cap.rep.loadcatalogue(WARPFORGE_SOURCE_DIR "/data/simsolver.arb");
+  cap.text();
+  wf::selectsurfacesstep(cap.rep, settings, 3, files);
+  const std::string out = cap.text();
+  EXPECT_EQ(cap.rep.criticals(), 2);
+  ASSERT_LT(out.find("Code 1036"), out.find("Code 1037")) << out;
+  EXPECT_LT(out.find("c.stl"), out.find("Code 1037")) << out;
+  EXPECT_GT(out.find("a.stl"), out.find("Code 1037")) << out;
+  EXPECT_EQ(files.nsurfaces, 1);
+}
