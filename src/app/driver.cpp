@@ -150,7 +150,7 @@ void initrun(Reporter &rep, const std::vector<std::string> &args, Settings &st, 
              RunFolders &folders) {
   rep.loadcatalogue(cataloguepath());
   rep.opensignal();
-  readdeck(rep, args, st, jf);
+  readdeckstep(rep, args, st, jf);
   solverinputstep(rep, st, jf);
   if (st.inpuflag) jf.casestem = jf.inputfile;
   if (!st.caseflag) {

@@ -7,8 +7,10 @@
 #include <utility>
 #include <vector>
 
+#include "base/fatal.h"
 #include "base/text.h"
 #include "base/textio.h"
+#include "control/deck.h"
 #include "control/solverinput.h"
 #include "simresults/readgeo.h"
 #include "simresults/readvariable.h"
@@ -30,7 +32,63 @@ void boxline(Reporter &rep, const BBox &box, int k, const char *text) {
   rep.raw(std::string_view(buf, static_cast<size_t>(p - buf)));
 }
 
+// A line of a list where "" is a blank line.
+void sayorblank(Reporter &rep, const std::string &line) {
+  if (line.empty())
+    rep.blank();
+  else
+    rep.say(line);
+}
+
 }  // namespace
+
+void readdeckstep(Reporter &rep, const std::vector<std::string> &args, Settings &settings, JobFiles &files) {
+  rep.blank();
+  rep.say("warpforge");
+  rep.blank();
+  rep.say("Build ID    : " WARPFORGE_BUILD_ID);
+  deckpaths(args, files);
+  const std::string &path = files.deckpath;
+  rep.movesignal(rtrim(files.deckstem) + ".wrpsimsignal");
+  rep.say("Processing warpforge input file " + path);
+  rep.blank();
+  // Every default, in one place: the initialisers of Settings.
+  settings = Settings();
+  const bool ztolgiven = readcards(path, settings, files, [&](DeckNote note, const std::string &token) {
+    switch (note) {
+      case DeckNote::unreadable:
+        rep.say("Warning:  cannot read file " + path);
+        rep.say("Unknown card " + rtrim(token));
+        rep.blank();
+        break;
+      case DeckNote::unknowncard:
+        rep.say("WARNING");
+        rep.say("Unknown control card " + rtrim(token));
+        rep.say("while reading file " + path);
+        rep.blank();
+        break;
+      case DeckNote::repairtolreset:
+        rep.printwarning();
+        rep.printline("Tessero repair tolerance must be positive.  Resetting to default.");
+        rep.printline("");
+        break;
+    }
+  });
+  rep.say("Finished reading " + path);
+  rep.blank();
+  for (const std::string &line : echolines(settings, ztolgiven)) sayorblank(rep, line);
+  bool failed = false;
+  for (const DeckFinding &f : validatedeck(settings, files)) {
+    if (f.code == 0) {
+      sayorblank(rep, f.line);
+    } else {
+      rep.post(Severity::error, f.code, f.vars);
+      failed = true;
+    }
+  }
+  if (failed) fatalsilent();
+  finishdeck(settings, files);
+}
 
 void solverinputstep(Reporter &rep, const Settings &settings, JobFiles &files) {
   readsolverinput(settings, files, [&](const std::string &path) { rep.say("Reading input file " + path); });

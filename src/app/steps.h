@@ -25,6 +25,13 @@
 
 namespace wf {
 
+// The control deck (control/deck.h) with its lines: the banner and build, the signal stream
+// moved beside the deck, "Processing", the parse's notes as they come, "Finished reading", the
+// echo, and the validation's lines and faults (errors) in order; a bad deck then ends the run
+// (Fatal with code 0) after every fault has been posted. Settings start from their defaults.
+// Throws what deckpaths and readcards throw.
+void readdeckstep(Reporter &rep, const std::vector<std::string> &args, Settings &settings, JobFiles &files);
+
 // The solver input file (control/solverinput.h): "Reading input file" once it is open, and when
 // it was read (with *INPU) the STL scaling factor and a blank line. Throws what readsolverinput
 // throws.

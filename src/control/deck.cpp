@@ -13,7 +13,7 @@ namespace wf {
 // The parser's state while one card is read: where the value lines come from, where the values
 // go, and what a card's own handler may note for the echo.
 struct CardRead {
-  Reporter &rep;
+  const DeckNoteFn &onnote;
   LineReader &in;
   const std::string &deckpath;
   const std::string &keyline;  // the token that named the card, as read
@@ -87,9 +87,7 @@ void readidlist(LineReader &in, List<int32_t> &ids, const std::string &deckpath,
 // warning, and the run goes on.
 void resetrepairtol(CardRead &r) {
   if (r.settings.repairtol > 0) return;
-  r.rep.printwarning();
-  r.rep.printline("Tessero repair tolerance must be positive.  Resetting to default.");
-  r.rep.printline("");
+  if (r.onnote) r.onnote(DeckNote::repairtolreset, r.keyline);
   r.settings.repairtol = Settings().repairtol;
 }
 
@@ -214,17 +212,15 @@ constexpr DeckCard kCards[] = {
 
 // ---- the validation
 
-// The state of one validation: every check runs, each fault posts its message as an error.
+// The state of one validation: every check runs, each fault and each line shown is a finding.
 struct Validation {
-  Reporter &rep;
   const Settings &s;
   const JobFiles &files;
-  bool failed = false;
+  std::vector<DeckFinding> found;
 
-  void fail(int code, const std::vector<std::string> &vars = {}) {
-    rep.post(Severity::error, code, vars);
-    failed = true;
-  }
+  void fail(int code, const std::vector<std::string> &vars = {}) { found.push_back(DeckFinding{code, vars, {}}); }
+  void say(std::string line) { found.push_back(DeckFinding{0, {}, std::move(line)}); }
+  void blank() { say(std::string()); }
 };
 
 // *ISTL with *OUTP: one output name per id (177), and no name twice (178 with the later and the
@@ -242,13 +238,12 @@ void idsmatchoutputs(Validation &v) {
 // The surfaces to export: all, or the ids of *ISTL.
 void showsurfaces(Validation &v) {
   if (!v.s.istlflag) {
-    v.rep.say("Exporting all stl files");
+    v.say("Exporting all stl files");
   } else {
-    v.rep.say("STL IDs                     = ");
-    for (int i = 0; i < v.files.stlids.n; ++i)
-      v.rep.say(kIndent + std::to_string(v.files.stlids[static_cast<size_t>(i)]));
+    v.say("STL IDs                     = ");
+    for (int i = 0; i < v.files.stlids.n; ++i) v.say(kIndent + std::to_string(v.files.stlids[static_cast<size_t>(i)]));
   }
-  v.rep.blank();
+  v.blank();
 }
 
 // A job warps either the result of *INPU or a scan (*SCNG), else 179; the input file and the
@@ -258,18 +253,18 @@ void inputorscan(Validation &v) {
   if (!s.inpuflag && !s.scngflag) {
     v.fail(179, {"Corvanta Tessero Thermo Mechanics"});
   } else if (s.inpuflag) {
-    v.rep.say("Input file                  = " + rtrim(v.files.inputfile));
-    v.rep.say("Output files                = ");
-    for (int i = 0; i < s.outfiles.n; ++i) v.rep.say(kIndent + rtrim(s.outfiles[static_cast<size_t>(i)]));
-    v.rep.blank();
+    v.say("Input file                  = " + rtrim(v.files.inputfile));
+    v.say("Output files                = ");
+    for (int i = 0; i < s.outfiles.n; ++i) v.say(kIndent + rtrim(s.outfiles[static_cast<size_t>(i)]));
+    v.blank();
   }
 }
 
 // A geometry list is shown, and holds one file at most (180).
 void showgeometries(Validation &v, bool given, const char *label, const List<std::string> &list) {
   if (!given) return;
-  v.rep.say(label);
-  for (int i = 0; i < list.n; ++i) v.rep.say(kIndent + "\"" + rtrim(list[static_cast<size_t>(i)]) + "\"");
+  v.say(label);
+  for (int i = 0; i < list.n; ++i) v.say(kIndent + "\"" + rtrim(list[static_cast<size_t>(i)]) + "\"");
   if (list.n > 1) v.fail(180);
 }
 void showreferences(Validation &v) { showgeometries(v, v.s.refgflag, "Reference geometries = ", v.s.reffiles); }
@@ -364,7 +359,7 @@ constexpr bool placesonebyone() {
 }
 static_assert(placesonebyone(), "the places of the deck's checks must run 1, 2, ... once each");
 
-// ---- the steps of readdeck
+// ---- the parse of one card
 
 void readcard(const DeckCard &card, CardRead &r) {
   Settings &s = r.settings;
@@ -387,40 +382,25 @@ void readcard(const DeckCard &card, CardRead &r) {
   if (card.after != nullptr) card.after(r);
 }
 
-// The values in the order of the table, then the notes on cards that act together. Reads the
-// settings only.
-void echo(Reporter &rep, const Settings &s, bool ztolgiven) {
+}  // namespace
+
+std::vector<std::string> echolines(const Settings &s, bool ztolgiven) {
+  std::vector<std::string> out;
   for (const DeckCard &card : kCards)
-    if (!card.echolabel.empty()) rep.say(std::string(card.echolabel) + cardvalue(card, s));
-  if (s.fixzflag) {
-    rep.blank();
-    rep.say("Fixing Z displacements for vertices with minimal");
-    rep.say("Z coordinates");
-    rep.blank();
-    rep.say("Z tolerance = " + numtext(s.ztol));
-    rep.blank();
-  }
-  if (s.norelflag) {
-    rep.blank();
-    rep.say("Applying no relative excursion from the build plane");
-    rep.blank();
-  }
-  if (ztolgiven && !s.fixzflag) {
-    rep.say("WARNING:  *ZTOL has no effect without *FIXZ");
-    rep.blank();
-  }
-  if (s.fixzflag && s.norelflag) rep.say("WARNING:  no Z distortion will be applied during this warp.");
+    if (!card.echolabel.empty()) out.push_back(std::string(card.echolabel) + cardvalue(card, s));
+  if (s.fixzflag)
+    out.insert(out.end(), {"", "Fixing Z displacements for vertices with minimal", "Z coordinates", "",
+                           "Z tolerance = " + numtext(s.ztol), ""});
+  if (s.norelflag) out.insert(out.end(), {"", "Applying no relative excursion from the build plane", ""});
+  if (ztolgiven && !s.fixzflag) out.insert(out.end(), {"WARNING:  *ZTOL has no effect without *FIXZ", ""});
+  if (s.fixzflag && s.norelflag) out.push_back("WARNING:  no Z distortion will be applied during this warp.");
   // The warning only: finishdeck clears the flag once the deck has passed.
-  if (s.istlflag && s.astlflag) {
-    rep.say("WARNING:  *ASTL is ignored with *ISTL");
-    rep.blank();
-  }
+  if (s.istlflag && s.astlflag) out.insert(out.end(), {"WARNING:  *ASTL is ignored with *ISTL", ""});
+  return out;
 }
 
-// Every check, in the order of its place; each fault posts its message. Returns whether any
-// failed. Reads the settings and the job's files only.
-bool validate(Reporter &rep, const Settings &s, const JobFiles &files) {
-  Validation v{rep, s, files};
+std::vector<DeckFinding> validatedeck(const Settings &s, const JobFiles &files) {
+  Validation v{s, files, {}};
   for (int place = 1; place <= kChecks; ++place) {
     for (const DeckCard &card : kCards)
       for (const CardCheck &k : card.checks)
@@ -433,8 +413,10 @@ bool validate(Reporter &rep, const Settings &s, const JobFiles &files) {
     for (const NamedCheck &k : kNamedChecks)
       if (k.place == place) k.run(v);
   }
-  return v.failed;
+  return std::move(v.found);
 }
+
+namespace {
 
 // A job without *INPU has one surface, the first of the reference list (the validation has made
 // sure there is one), of type 1 and fraction 1; whatever *STLF gave is dropped.
@@ -449,16 +431,13 @@ void surfacefromreference(const Settings &s, JobFiles &files) {
   }
 }
 
-// The settings of a deck that has passed, made final: *ASTL yields to *ISTL (as the echo has
-// warned), a job without *INPU takes its surface from the reference list, and *SSTL starts the
-// selection by fraction.
+}  // namespace
+
 void finishdeck(Settings &s, JobFiles &files) {
   if (s.istlflag) s.astlflag = false;
   if (!s.inpuflag) surfacefromreference(s, files);
   files.selectbyfraction = s.sstlflag;
 }
-
-}  // namespace
 
 std::string CardRead::textvalue() {
   skipcomments(in);
@@ -538,57 +517,38 @@ void readstlf(LineReader &in, List<std::string> &list) {
   in.stepback();
 }
 
-void readdeck(Reporter &rep, const std::vector<std::string> &args, Settings &settings, JobFiles &files) {
-  rep.blank();
-  rep.say("warpforge");
-  rep.blank();
-  rep.say("Build ID    : " WARPFORGE_BUILD_ID);
+void deckpaths(const std::vector<std::string> &args, JobFiles &files) {
   if (args.size() != 1) fatal(175);
   const std::string &arg = args[0];
   checkarg(arg.size() > 8192 ? -1 : 0, arg);
   files.deckpath = rtrim(arg);
-  const std::string path = files.deckpath;
-  checkexists(path);
-  files.deckstem = path;
+  checkexists(files.deckpath);
+  files.deckstem = files.deckpath;
   if (fileexists(files.deckstem)) files.deckstem = stripext(files.deckstem);
-  rep.movesignal(rtrim(files.deckstem) + ".wrpsimsignal");
-  rep.say("Processing warpforge input file " + path);
-  rep.blank();
+}
 
-  // Every default, in one place: the initialisers of Settings.
-  settings = Settings();
-  Settings &s = settings;
-
+bool readcards(const std::string &path, Settings &settings, JobFiles &files, const DeckNoteFn &onnote) {
   LineReader in;
   checkopen(in.open(path), path);
   std::string token;
-  CardRead card{rep, in, path, token, s, files};
+  CardRead card{onnote, in, path, token, settings, files};
+  const auto note = [&](DeckNote what) {
+    if (onnote) onnote(what, token);
+  };
   for (;;) {
     skipcomments(in);
     const int st = readtoken(in, token);
     if (st == IOSTAT_EOF) break;
-    if (st != 0) {
-      rep.say("Warning:  cannot read file " + path);
-      rep.say("Unknown card " + rtrim(token));
-      rep.blank();
-    }
+    if (st != 0) note(DeckNote::unreadable);
     std::string key = token.substr(0, 5);
     key.resize(5, ' ');
-    if (const DeckCard *known = findcard(key)) {
+    if (const DeckCard *known = findcard(key))
       readcard(*known, card);
-    } else {
-      rep.say("WARNING");
-      rep.say("Unknown control card " + rtrim(token));
-      rep.say("while reading file " + path);
-      rep.blank();
-    }
+    else
+      note(DeckNote::unknowncard);
   }
   in.close();
-  rep.say("Finished reading " + path);
-  rep.blank();
-  echo(rep, s, card.ztolgiven);
-  if (validate(rep, s, files)) fatalsilent();
-  finishdeck(s, files);
+  return card.ztolgiven;
 }
 
 }  // namespace wf

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The cards of the control deck, one record each, in one table (control/deck.cpp): the keyword,
 // how its value is read and where it goes, its line in the echo and its own checks with their
-// places in the validation. The parser, the echo and the validation of readdeck read this table;
+// places in the validation. The parser, the echo and the validation (control/deck.h) read this table;
 // the README's card table lists the same keywords (tests/control/deck_test.cpp holds the two
 // together). Adding a card is adding a record; a check that looks at more than one card is one
 // of the named checks beside the table in control/deck.cpp.

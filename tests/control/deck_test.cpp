@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "app/steps.h"
 #include "base/text.h"
 #include "base/textio.h"
 #include "control/deck.h"
@@ -38,7 +39,7 @@ std::unique_ptr<DeckRun> readdecktext(const std::string &text) {
     cap.rep.opensignal();
     cap.text();
     try {
-      readdeck(cap.rep, {dir + "/job.deck"}, r->settings, r->files);
+      readdeckstep(cap.rep, {dir + "/job.deck"}, r->settings, r->files);
     } catch (const Fatal &f) {
       if (f.code != 0) cap.rep.post(Severity::error, f.code, f.vars);
       r->aborted = true;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The control deck: parse, echo and validation of any bytes.
-#include "control/deck.h"
+#include "app/steps.h"
 #include "fuzzcommon.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -8,7 +8,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   fuzz::run([] {
     wf::Settings settings;
     wf::JobFiles files;
-    wf::readdeck(fuzz::quiet(), {"f.deck"}, settings, files);
+    wf::readdeckstep(fuzz::quiet(), {"f.deck"}, settings, files);
   });
   return 0;
 }
