@@ -85,12 +85,8 @@ Soup cubeandsheet(double L, int n, bool sheet) {
 }
 
 wf::RawSurface rawof(const Soup &s) {
-  wf::RawSurface raw;
-  raw.vrt = s;
-  raw.nvrt = static_cast<int32_t>(s.size() / 3);
-  raw.ntri = raw.nvrt / 3;
-  raw.box = wf::boundingbox(s.data(), s.size() / 3);
-  return raw;
+  const int32_t nvrt = static_cast<int32_t>(s.size() / 3);
+  return {.vrt = s, .nvrt = nvrt, .ntri = nvrt / 3, .box = wf::boundingbox(s.data(), s.size() / 3)};
 }
 
 wf::PreparedSurface preparedof(const Soup &s, const wf::Tolerances &rules) {
@@ -309,10 +305,7 @@ WarpRun warpsurface(const std::string &folder, const Facets &surface, const std:
   writefile(folder + "/part.stl", binarystlbytes(surface));
   writefile(folder + "/repair.deck", "*INPU\njob\n*IOFF\n-1\n*N3DM\n" + cards);
   const RunResult r = runwarpforge("repair.deck", folder);
-  WarpRun w;
-  w.status = r.status;
-  w.console = r.out;
-  w.warped = binarystlfacets(readfile(folder + "/job_1_warp.stl"));
+  WarpRun w{r.status, r.out, binarystlfacets(readfile(folder + "/job_1_warp.stl"))};
   w.repairedwritten = fs::exists(folder + "/job_1_warp_ls_repair.stl");
   if (w.repairedwritten) w.repaired = binarystlfacets(readfile(folder + "/job_1_warp_ls_repair.stl"));
   return w;

@@ -101,8 +101,8 @@ std::string samplefield(const std::string &tag);
 struct WarpRun {
   int status = -1;
   std::string console;
-  Facets warped;    // job_1_warp.stl
-  Facets repaired;  // job_1_warp_ls_repair.stl, empty when not written
+  Facets warped;         // job_1_warp.stl
+  Facets repaired = {};  // job_1_warp_ls_repair.stl, empty when not written
   bool repairedwritten = false;
 };
 WarpRun warpsurface(const std::string &folder, const Facets &surface, const std::string &cards);

@@ -75,10 +75,7 @@ RunResult runprogram(const std::string &exe, const std::vector<std::string> &arg
     int fd = open(outpath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     dup2(fd, 1);
     dup2(fd, 2);
-    if (env.find("CRVT_TSR_SIM_TMP") == env.end()) {
-      std::string tmp = cwd + "/tmp";
-      setenv("CRVT_TSR_SIM_TMP", tmp.c_str(), 1);
-    }
+    if (!env.count("CRVT_TSR_SIM_TMP")) setenv("CRVT_TSR_SIM_TMP", (cwd + "/tmp").c_str(), 1);
     for (const auto &[k, v] : env) {
       if (v.empty())
         unsetenv(k.c_str());
@@ -114,20 +111,12 @@ std::string maskafter(const std::string &text, const std::string &prefix, const 
   std::string out;
   size_t from = 0;
   for (size_t p = text.find(prefix); p != std::string::npos; p = text.find(prefix, from)) {
-    const size_t start = p + prefix.size();
-    size_t end = start;
-    while (end < text.size() && chars.find(text[end]) != std::string::npos) ++end;
-    out.append(text, from, p - from);
-    if (end > start) {
-      out += replacement;
-      if (runs) runs->push_back(text.substr(start, end - start));
-    } else {
-      out.append(text, p, prefix.size());
-    }
+    const size_t start = p + prefix.size(), end = std::min(text.find_first_not_of(chars, start), text.size());
+    out.append(text, from, p - from).append(end > start ? replacement : prefix);
+    if (runs && end > start) runs->push_back(text.substr(start, end - start));
     from = end;
   }
-  out.append(text, from, std::string::npos);
-  return out;
+  return out.append(text, from, std::string::npos);
 }
 
 std::vector<float> binarystlfacets(const std::string &b) {

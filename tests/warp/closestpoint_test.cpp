@@ -11,6 +11,7 @@
 #include <random>
 
 #include "shapes.h"
+#include "testutil.h"
 #include "warp/closestpoint.h"
 
 using namespace wf;
@@ -182,10 +183,7 @@ TEST(ClosestPoint, IndexBuiltInPiecesDoesNotDependOnThreads) {
   const QuerySet one = makeset(big);
   omp_set_num_threads(2);
   const QuerySet two = makeset(big);
-  ASSERT_EQ(one.nodes.size(), two.nodes.size());
-  EXPECT_EQ(std::memcmp(one.nodes.data(), two.nodes.data(), one.nodes.size() * sizeof(WideNode)), 0);
-  ASSERT_EQ(one.leaves.size(), two.leaves.size());
-  EXPECT_EQ(std::memcmp(one.leaves.data(), two.leaves.data(), one.leaves.size() * sizeof(double)), 0);
+  EXPECT_TRUE(wft::samebits(one.nodes, two.nodes) && wft::samebits(one.leaves, two.leaves));
   EXPECT_EQ(one.fileindex, two.fileindex);
 
   std::mt19937_64 rng(7);
