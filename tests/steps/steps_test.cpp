@@ -4,7 +4,6 @@
 // warnings, the warp's node-count warning, the coloured package and its zip, the plain 3MF
 // conversion and the repair. What the algorithms compute is tested with them.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -186,9 +185,7 @@ TEST(SurfaceSteps, NodeCountWarningBeforeTheWarp) {
   sim.nodeactive.assign(8, 255);
   wf::NodeGrid grid = wf::gridlayout(sim.nodexyz.data(), sim.nnodes);
   wf::filenodes(grid, sim.nodexyz.data(), sim.nnodes);
-  wf::WarpField field;
-  field.sim = &sim;
-  field.grid = &grid;
+  wf::WarpField field{.sim = &sim, .grid = &grid, .params = {}};
   field.params.navg = 2;
   const std::string warning =
       "\n WARNING:  number of nodes for weighted averaging is\n           greater than 10% of the total number of\n"
