@@ -305,8 +305,6 @@ TEST(Package3mf, ZipFromMemoryIsTheZipReadBack) {
     const std::string folder = "t" + std::to_string(threads) + "_color";
     std::vector<std::string> notes = notetexts(writepackage(m, folder).notes);
     zips[threads - 1] = wft::readfile(folder + ".3mf");
-    for (const char *member : members)
-      EXPECT_TRUE(wft::readfile(folder + "/" + member) == wft::readfile("t1_color/" + std::string(member))) << member;
     std::vector<wf::ZipNote> readback;
     char list[] =
         "_rels/.rels\n3D/_rels/3dmodel.model.rels\nHistory/history.xml\n[Content_Types].xml\n3D/3dmodel.model\n";
