@@ -54,15 +54,12 @@ struct Prepared {
   std::string out;
 };
 
-// The soup as just read, then the preparation step of the surface "part.stl".
-Prepared preparecapture(const Soup &s, const wf::Tolerances &rules = {}, const std::string &name = "part.stl",
-                        const std::string &path = "part.stl") {
+// The soup as just read from path, then the preparation step of the surface "part.stl" (the
+// console read after the step: a braced list is evaluated in order).
+Prepared preparecapture(const Soup &s, const std::string &path = "part.stl") {
   wf::RawSurface raw = rawof(s);
-  Prepared p;
   CapturedReporter cap;
-  p.prep = wf::preparesurfacestep(cap.rep, raw, rules, name, path);
-  p.out = cap.text();
-  return p;
+  return {wf::preparesurfacestep(cap.rep, raw, {}, "part.stl", path), cap.text()};
 }
 
 }  // namespace
@@ -125,14 +122,14 @@ TEST(SurfaceSteps, FlippedOpenAndOverloaded) {
   // A tetrahedron with one triangle turned: three inverse edges, named by the path read.
   Soup s = tetrahedron();
   std::swap_ranges(s.begin() + 12, s.begin() + 15, s.begin() + 15);
-  Prepared p = preparecapture(s, {}, "part.stl", "dir/part.stl");
+  Prepared p = preparecapture(s, "dir/part.stl");
   EXPECT_FALSE(p.prep.check.oriented);
   EXPECT_TRUE(contains(p.out,
                        "\n *** WARNING: 1\n STL file dir/part.stl has 3 inversely oriented edges.\n"
                        " Consider repairing the STL with Tessero before continuing.\n \n"));
   // A single triangle: the plain block and the numbered warning (their words are the regression
   // set's), no orientation check; they give the job's name of the surface, not the path read.
-  p = preparecapture({0, 0, 0, 1, 0, 0, 0, 1, 0}, {}, "part.stl", "elsewhere/part_ls_repair.stl");
+  p = preparecapture({0, 0, 0, 1, 0, 0, 0, 1, 0}, "elsewhere/part_ls_repair.stl");
   EXPECT_EQ(p.prep.check.status, -1);
   EXPECT_TRUE(contains(p.out, "\n\n WARNING\n STL file part.stl is not watertight.\n Edges with   1 triangle  = 3\n"));
   EXPECT_TRUE(contains(p.out, " *** WARNING: 1\n STL file part.stl has non-manifold edges\n"));

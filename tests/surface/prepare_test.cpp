@@ -393,9 +393,7 @@ TEST(PrepareSurface, MergedCorners) {
   EXPECT_EQ(p.edges.len[ez], 0.0);
   EXPECT_EQ(I(p.edges.tri.begin() + 2 * ez, p.edges.tri.begin() + 2 * ez + 2), I({5, 0}));
   EXPECT_EQ(p.edges.triedge[13], p.edges.triedge[14]);
-  EXPECT_EQ(p.counts.open, 1);
-  EXPECT_EQ(p.counts.good, 5);
-  EXPECT_EQ(p.counts.over, 1);
+  EXPECT_EQ(std::tie(p.counts.open, p.counts.good, p.counts.over), std::tuple(1, 5, 1));
   // Alone, such a triangle's shared edge fills its four neighbour slots from its two sides.
   p = preparedof({0, 0, 0, 0, 0, 0, 2, 0, 0});
   const int32_t e = p.edges.triedge[1] - 1, z = p.edges.triedge[0];
