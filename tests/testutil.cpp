@@ -107,13 +107,12 @@ RunResult rungenjob(const std::string &folder, const std::vector<std::string> &a
 }
 
 std::string maskafter(const std::string &text, const std::string &prefix, const std::string &chars,
-                      const std::string &replacement, std::vector<std::string> *runs) {
+                      const std::string &replacement) {
   std::string out;
   size_t from = 0;
   for (size_t p = text.find(prefix); p != std::string::npos; p = text.find(prefix, from)) {
     const size_t start = p + prefix.size(), end = std::min(text.find_first_not_of(chars, start), text.size());
     out.append(text, from, p - from).append(end > start ? replacement : prefix);
-    if (runs && end > start) runs->push_back(text.substr(start, end - start));
     from = end;
   }
   return out.append(text, from, std::string::npos);

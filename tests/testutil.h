@@ -32,10 +32,10 @@ std::vector<std::string> readmecards(const std::string &readmetext);
 // no facets.
 std::string binarystlbytes(const std::vector<float> &facets);
 std::vector<float> binarystlfacets(const std::string &bytes);
-// Every run of the characters of chars that follows prefix becomes replacement; the runs are
-// appended to runs when it is given. (The tests do without <regex>: g++ 12 warns inside it.)
+// Every prefix followed by a run of the characters of chars becomes replacement. (The tests do
+// without <regex>: g++ 12 warns inside it.)
 std::string maskafter(const std::string &text, const std::string &prefix, const std::string &chars,
-                      const std::string &replacement, std::vector<std::string> *runs = nullptr);
+                      const std::string &replacement);
 
 struct RunResult {
   int status = -1;  // exit status (255 for an aborted run)

@@ -25,11 +25,6 @@ namespace {
 
 const fs::path goldenroot = fs::path(WARPFORGE_SOURCE_DIR) / "tests" / "regress" / "golden";
 
-bool recording() {
-  const char *v = std::getenv("WARPFORGE_REGRESS_RECORD");
-  return v != nullptr && *v != '\0' && std::strcmp(v, "0") != 0;
-}
-
 // A job's binary STL as facets (9 floats each), and back.
 std::vector<float> readsoup(const std::string &path) { return wft::binarystlfacets(wft::readfile(path)); }
 void writesoup(const std::string &path, const std::vector<float> &s) { wft::writefile(path, wft::binarystlbytes(s)); }
@@ -194,7 +189,7 @@ TEST_P(Regression, OutputsMatchTheRecordedFiles) {
   actual["signal.txt"] = maskrun(wft::readfile(dir + "/job.wrpsimsignal"), dir, exedir);
 
   const fs::path golden = goldenroot / recipe.name;
-  if (recording()) {
+  if (const char *record = std::getenv("WARPFORGE_REGRESS_RECORD"); record && *record && std::strcmp(record, "0")) {
     fs::remove_all(golden);
     for (auto &[name, data] : actual) {
       fs::create_directories((golden / name).parent_path());
