@@ -131,25 +131,6 @@ TEST(ClosestPoint, IndexMatchesTheLinearPassBitForBit) {
   _mm_setcsr(mode);
 }
 
-// Small integer corners and half-integer points: the region tests and the edge minima meet
-// with equality (y = x, n = 0, d = 0) often, so each boundary is crossed the way the linear pass
-// crosses it; sets of one to five triangles fill one or two leaves in every arrangement.
-TEST(ClosestPoint, IndexMatchesTheLinearPassOnRegionBoundaries) {
-  std::mt19937_64 rng(99);
-  auto small = [&](int range) { return double(static_cast<int>(rng() % (2 * range + 1)) - range); };
-  int bad = 0;
-  for (int set = 0; set < 400; ++set) {
-    Soup s;
-    const int nt = 1 + set % 5;
-    for (int k = 0; k < 9 * nt; ++k) s.push_back(small(2));
-    const QuerySet qs = makeset(s);
-    std::vector<std::array<double, 3>> queries;
-    for (int k = 0; k < 60; ++k) queries.push_back({0.5 * small(6), 0.5 * small(6), 0.5 * small(6)});
-    bad += compare(qs, queries);
-  }
-  EXPECT_EQ(bad, 0);
-}
-
 // The answer in each region of a triangle, where the comparisons with the linear pass cannot see
 // a fault that both make alike; with no usable triangle the point stays.
 TEST(ClosestPoint, RegionsAndTheEmptyAnswer) {
