@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Shapes made in code for the tests. Soups of doubles and the meshes prepared from them (through
-// the preparation alone, with no console), STL files written by hand, for the surface, warp
-// and read-back tests; closed parts, the damage that a surface brings to a warp, and the warp
-// of such a surface on the sample job's field, for the repair tests and bench_repair.
-// Soups travel as 9 doubles per triangle, facets as 9 floats (corner 1 x, y, z, corner 2,
-// corner 3), facing outwards.
+// the preparation alone, with no console), STL files written by hand, for the surface, warp and
+// read-back tests; closed parts, the damage that a surface brings to a warp, and the warp of such a
+// surface on the sample job's field, for the repair tests and bench_repair. Soups travel as 9
+// doubles per triangle, facets as 9 floats (corner 1 x, y, z, corner 2, corner 3), facing outwards.
 #pragma once
 
 #include <cstddef>

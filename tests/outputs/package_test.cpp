@@ -175,10 +175,9 @@ struct Threads {
 
 }  // namespace
 
-// The zip's entries are stamped with the members' write times and pass unzip's test (their
-// order, contents and the zip's notes are the regression set's); lib3MF's reader takes every
-// package without a warning, a model of several compressed chunks and one without triangles
-// included.
+// The zip's entries are stamped with the members' write times and pass unzip's test (their order,
+// contents and the zip's notes are the regression set's); lib3MF's reader takes every package
+// without a warning, a model of several compressed chunks and one without triangles included.
 TEST(Package3mf, ReadBackByUnzipAndLib3mf) {
   wft::InTempDir dir("3mf_readback");
   wf::SurfaceMesh flat = wft::movedtetra();

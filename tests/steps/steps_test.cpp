@@ -171,9 +171,8 @@ TEST(SurfaceSteps, RaisedToleranceWarning) {
   EXPECT_TRUE(contains(p.out, " Increasing tolerance to " + wf::numtext(0x1p-43) + "\n"));
 }
 
-// The warning on the number of averaged nodes (here 2 of 8, above a tenth) comes before the
-// warp's first line, and only with the node check. (The warp's other lines are the regression
-// set's.)
+// The warning on the number of averaged nodes (here 2 of 8, above a tenth) comes before the warp's
+// first line, and only with the node check. (The warp's other lines are the regression set's.)
 TEST(SurfaceSteps, NodeCountWarningBeforeTheWarp) {
   wf::Simulation sim;
   sim.nnodes = 8;

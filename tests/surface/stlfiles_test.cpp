@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // STL files. Reader: text, the repaired sibling, and short, truncated or corrupt files, as the
-// reader's record and stages give them (its console lines, the byte orders tried and their
-// memory are tests of the steps, tests/steps). Writer: the text forms read back, and
-// the failures.
+// reader's record and stages give them (its console lines, the byte orders tried and their memory
+// are tests of the steps, tests/steps). Writer: the text forms read back, and the failures.
 #include <gtest/gtest.h>
 
 #include <cmath>
