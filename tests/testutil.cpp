@@ -82,8 +82,7 @@ RunResult runprogram(const std::string &exe, const std::vector<std::string> &arg
       else
         setenv(k.c_str(), v.c_str(), 1);
     }
-    std::vector<char *> argv;
-    argv.push_back(const_cast<char *>(exe.c_str()));
+    std::vector<char *> argv{const_cast<char *>(exe.c_str())};
     for (const auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
     argv.push_back(nullptr);
     execv(exe.c_str(), argv.data());
