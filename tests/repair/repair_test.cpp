@@ -8,6 +8,7 @@
 // facets), and is judged against the intact part warped alike.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <random>
 #include <string>
 #include <utility>
@@ -52,18 +53,21 @@ void expectintact(const Repaired &r, const Facets &intact) {
 // alone: the regression job tsrd_repair records the repaired file.)
 TEST(Repair, DefaultRepairRestoresThePart) {
   const Facets intact = box(10, 8);
-  std::mt19937 rng(5);
-  {
-    SCOPED_TRACE("reversed facets and an inside-out rim round a hole");
+  const auto restored = [&](const char *what, const std::function<void(Facets &)> &hurt) {
+    SCOPED_TRACE(what);
     Facets s = intact;
+    hurt(s);
+    const Repaired r = repair(s, false);
+    expectintact(r, intact);
+    return r;
+  };
+  std::mt19937 rng(5);
+  restored("reversed facets and an inside-out rim round a hole", [&](Facets &s) {
     for (int k = 0; k < 25; ++k) flip(s, rng() % (s.size() / 9));
     s.erase(s.begin() + 9 * 200, s.begin() + 9 * 201);
     for (size_t t : {198u, 199u, 201u, 202u}) flip(s, t);
-    expectintact(repair(s, false), intact);
-  }
-  {
-    SCOPED_TRACE("duplicated facets, a flipped copy, zero-area slivers");
-    Facets s = intact;
+  });
+  restored("duplicated facets, a flipped copy, zero-area slivers", [](Facets &s) {
     s.insert(s.end(), s.begin() + 9 * 10, s.begin() + 9 * 12);
     Facets copy(s.begin() + 9 * 50, s.begin() + 9 * 51);
     flip(copy, 0);
@@ -71,30 +75,19 @@ TEST(Repair, DefaultRepairRestoresThePart) {
     const float *p = &s[0];  // a sliver on an edge of the first facet: three collinear corners
     s.insert(s.end(),
              {p[0], p[1], p[2], p[3], p[4], p[5], 0.5f * (p[0] + p[3]), 0.5f * (p[1] + p[4]), 0.5f * (p[2] + p[5])});
-    expectintact(repair(s, false), intact);
-  }
-  {
-    SCOPED_TRACE("a fin standing on an edge of the surface");
-    Facets s = intact;
+  });
+  restored("a fin standing on an edge of the surface", [](Facets &s) {
     const float *p = &s[0];
     s.insert(s.end(), {p[0], p[1], p[2], p[3], p[4], p[5], p[0], p[1], p[2] - 3.0f});
-    expectintact(repair(s, false), intact);
-  }
-  {
-    SCOPED_TRACE("a crack narrower than the tolerance");
-    Facets s = intact;
+  });
+  restored("a crack narrower than the tolerance", [](Facets &s) {
     for (size_t k = 0; k < 9 * 128; k += 3)  // the first face (z = 0) lowered a hair
       if (s[k + 2] == 0.0f) s[k + 2] = -0.004f;
-    expectintact(repair(s, false, 0.01f), intact);
-  }
-  {
-    SCOPED_TRACE("the whole part inside out");
-    Facets s = intact;
+  });
+  const Repaired r = restored("the whole part inside out", [](Facets &s) {
     for (size_t t = 0; t < s.size() / 9; ++t) flip(s, t);
-    const Repaired r = repair(s, false);
-    EXPECT_EQ(r.sanebefore, 0);
-    expectintact(r, intact);
-  }
+  });
+  EXPECT_EQ(r.sanebefore, 0);
 }
 
 // Separate parts stay separate shells, each facing outwards. Parts that touch along a face with
