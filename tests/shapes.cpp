@@ -163,6 +163,11 @@ Facets boxpart(float x0, float y0, float z0, float sx, float sy, float sz, int n
   return s;
 }
 
+Facets joined(Facets a, const Facets &b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
 Facets toruspart(float cx, float cy, float cz, float R, float r, int nu, int nv) {
   auto at = [&](int i, int j) {
     const double u = 2 * M_PI * (i % nu) / nu, v = 2 * M_PI * (j % nv) / nv;
@@ -183,13 +188,10 @@ double bridgevolume() { return 12.0 * 12 * 14 + 32.0 * 16 * 6 - 12.0 * 12 * 3; }
 std::vector<NamedPart> repairparts(const std::string &fieldfolder) {
   // The bridge: pier [12, 24] x [4, 16] x [0, 14], deck [2, 34] x [2, 18] x [11, 17], overlapping
   // in [12, 24] x [4, 16] x [11, 14].
-  Facets bridge = boxpart(12, 4, 0, 12, 12, 14, 2);
-  const Facets deck = boxpart(2, 2, 11, 32, 16, 6, 2);
-  bridge.insert(bridge.end(), deck.begin(), deck.end());
   return {{"cube", boxpart(0, 0, 0, 10, 10, 10, 1)},
           {"bracket", binarystlfacets(readfile(fieldfolder + "/part.stl"))},
           {"torus", toruspart(20, 10, 14, 12, 5, 16, 8)},
-          {"bridge", bridge}};
+          {"bridge", joined(boxpart(12, 4, 0, 12, 12, 14, 2), boxpart(2, 2, 11, 32, 16, 6, 2))}};
 }
 
 Facets scatteredfacets(int n, unsigned seed) {

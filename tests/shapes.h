@@ -50,6 +50,8 @@ wf::SurfaceMesh movedtetra();
 
 // A box [x0, x0 + sx] x [y0, y0 + sy] x [z0, z0 + sz], each face in n x n rectangles of two facets.
 Facets boxpart(float x0, float y0, float z0, float sx, float sy, float sz, int n);
+// The facets of a, then those of b.
+Facets joined(Facets a, const Facets &b);
 // A torus round the axis parallel to z through (cx, cy, cz): nu cells round the axis, nv round the
 // tube.
 Facets toruspart(float cx, float cy, float cz, float R, float r, int nu, int nv);

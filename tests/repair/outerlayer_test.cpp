@@ -25,7 +25,6 @@ wf::FacetMesh meshof(const Facets &s) { return wf::weld(s.data(), int64_t(s.size
 // cells, turned inwards, the centres of its faces moved out by `wobble` and the middles of its
 // edges in (so the layers cross), and one facet missing (so it is open).
 Facets doubledbox(float wobble) {
-  Facets s = wft::boxpart(0, 0, 0, 10, 10, 10, 1);
   Facets copy = wft::boxpart(0, 0, 0, 10, 10, 10, 2);
   for (size_t c = 0; c < copy.size() / 3; ++c) {
     float *p = &copy[3 * c];
@@ -35,8 +34,7 @@ Facets doubledbox(float wobble) {
   }
   for (size_t t = 0; t < copy.size() / 9; ++t) std::swap_ranges(&copy[9 * t + 3], &copy[9 * t + 6], &copy[9 * t + 6]);
   copy.erase(copy.begin() + 9 * 7, copy.begin() + 9 * 8);
-  s.insert(s.end(), copy.begin(), copy.end());
-  return s;
+  return wft::joined(wft::boxpart(0, 0, 0, 10, 10, 10, 1), copy);
 }
 
 }  // namespace
@@ -89,9 +87,7 @@ TEST(OuterLayer, AreaOutsideASolid) {
   EXPECT_NEAR(wf::areaoutside(given, meshof(wft::boxpart(50, 0, 0, 10, 10, 10, 1)), slack), 600.0, 1e-6);
   // Two overlapping shells hold what lies in either: where they overlap a count of crossings
   // would be even, the winding is not.
-  Facets two = wft::boxpart(0, 0, 0, 10, 10, 10, 1);
-  const Facets other = wft::boxpart(5, 0, 0, 10, 10, 10, 1);
-  two.insert(two.end(), other.begin(), other.end());
+  const Facets two = wft::joined(wft::boxpart(0, 0, 0, 10, 10, 10, 1), wft::boxpart(5, 0, 0, 10, 10, 10, 1));
   EXPECT_EQ(wf::areaoutside(meshof(wft::boxpart(1, 1, 1, 13, 8, 8, 3)), meshof(two), slack), 0.0);
   // An empty solid holds nothing.
   EXPECT_NEAR(wf::areaoutside(given, wf::FacetMesh{}, slack), 600.0, 1e-6);

@@ -94,30 +94,21 @@ TEST(Repair, DefaultRepairRestoresThePart) {
 // the same facets there become one part (the facets between them go); parts that overlap are no
 // solid for the default repair, which says so, and the extended repair unites them.
 TEST(Repair, SeparateOverlappingAndTouchingParts) {
-  Facets two = box(10, 4);
-  const Facets other = box(5, 4, 20);
-  two.insert(two.end(), other.begin(), other.end());
-  for (size_t t = 0; t < other.size() / 9; ++t) flip(two, two.size() / 9 - 1 - t);  // second part inside out
+  Facets two = wft::joined(box(10, 4), box(5, 4, 20));
+  for (size_t t = two.size() / 18; t < two.size() / 9; ++t) flip(two, t);  // the second part (half) inside out
   expectsolid(repair(two, false), 1000.0 + 125.0);
 
-  Facets touching = box(10, 4);
-  const Facets beside = box(10, 4, 10.0f);
-  touching.insert(touching.end(), beside.begin(), beside.end());
+  const Facets touching = wft::joined(box(10, 4), box(10, 4, 10.0f));
   const Repaired t = repair(touching, false);
   EXPECT_EQ(t.sanebefore, 0);
   expectsolid(t, 2000.0);
   EXPECT_EQ(t.facets.size(), touching.size() - 2 * 9 * 32);  // the two faces between them are gone
 
   // Touching along a face tessellated differently on the two sides: a union of the parts.
-  Facets stacked = box(10, 4);
-  const Facets coarser = box(10, 3, 10.0f);
-  stacked.insert(stacked.end(), coarser.begin(), coarser.end());
-  expectsolid(repair(stacked, true), 2000.0);
+  expectsolid(repair(wft::joined(box(10, 4), box(10, 3, 10.0f)), true), 2000.0);
 
-  Facets overlapping = box(10, 4);
-  const Facets shifted = box(10, 4, 4.25f);  // no corner in common with the first box
-  overlapping.insert(overlapping.end(), shifted.begin(), shifted.end());
-  EXPECT_EQ(repair(overlapping, false).saneafter, 0);  // not called sound by the default repair
+  const Facets overlapping = wft::joined(box(10, 4), box(10, 4, 4.25f));  // no corner in common
+  EXPECT_EQ(repair(overlapping, false).saneafter, 0);                     // not called sound by the default repair
   expectsolid(repair(overlapping, true), 2000.0 - 575.0);
 }
 
