@@ -39,11 +39,7 @@ std::string fatalof(F f) {
   } catch (const wf::Fatal &fatal) {
     if (!fatal.iolayer.empty()) return "I/O layer: " + fatal.iolayer;
     std::string s = std::to_string(fatal.code);
-    for (const std::string &v : fatal.vars) {
-      size_t n = v.size();
-      while (n > 0 && v[n - 1] == ' ') --n;
-      s += " " + v.substr(0, n);
-    }
+    for (const std::string &v : fatal.vars) s += " " + v.substr(0, v.find_last_not_of(' ') + 1);
     return s;
   }
   return "none";

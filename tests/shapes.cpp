@@ -85,12 +85,8 @@ Soup cubeandsheet(double L, int n, bool sheet) {
 }
 
 wf::RawSurface rawof(const Soup &s) {
-  wf::RawSurface raw;
-  raw.vrt = s;
-  raw.nvrt = static_cast<int32_t>(s.size() / 3);
-  raw.ntri = raw.nvrt / 3;
-  raw.box = wf::boundingbox(s.data(), s.size() / 3);
-  return raw;
+  const int32_t nvrt = static_cast<int32_t>(s.size() / 3);
+  return {.vrt = s, .nvrt = nvrt, .ntri = nvrt / 3, .box = wf::boundingbox(s.data(), s.size() / 3)};
 }
 
 wf::PreparedSurface preparedof(const Soup &s, const wf::Tolerances &rules) {
@@ -167,6 +163,11 @@ Facets boxpart(float x0, float y0, float z0, float sx, float sy, float sz, int n
   return s;
 }
 
+Facets joined(Facets a, const Facets &b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
 Facets toruspart(float cx, float cy, float cz, float R, float r, int nu, int nv) {
   auto at = [&](int i, int j) {
     const double u = 2 * M_PI * (i % nu) / nu, v = 2 * M_PI * (j % nv) / nv;
@@ -187,13 +188,10 @@ double bridgevolume() { return 12.0 * 12 * 14 + 32.0 * 16 * 6 - 12.0 * 12 * 3; }
 std::vector<NamedPart> repairparts(const std::string &fieldfolder) {
   // The bridge: pier [12, 24] x [4, 16] x [0, 14], deck [2, 34] x [2, 18] x [11, 17], overlapping
   // in [12, 24] x [4, 16] x [11, 14].
-  Facets bridge = boxpart(12, 4, 0, 12, 12, 14, 2);
-  const Facets deck = boxpart(2, 2, 11, 32, 16, 6, 2);
-  bridge.insert(bridge.end(), deck.begin(), deck.end());
   return {{"cube", boxpart(0, 0, 0, 10, 10, 10, 1)},
           {"bracket", binarystlfacets(readfile(fieldfolder + "/part.stl"))},
           {"torus", toruspart(20, 10, 14, 12, 5, 16, 8)},
-          {"bridge", bridge}};
+          {"bridge", joined(boxpart(12, 4, 0, 12, 12, 14, 2), boxpart(2, 2, 11, 32, 16, 6, 2))}};
 }
 
 Facets scatteredfacets(int n, unsigned seed) {
@@ -309,10 +307,7 @@ WarpRun warpsurface(const std::string &folder, const Facets &surface, const std:
   writefile(folder + "/part.stl", binarystlbytes(surface));
   writefile(folder + "/repair.deck", "*INPU\njob\n*IOFF\n-1\n*N3DM\n" + cards);
   const RunResult r = runwarpforge("repair.deck", folder);
-  WarpRun w;
-  w.status = r.status;
-  w.console = r.out;
-  w.warped = binarystlfacets(readfile(folder + "/job_1_warp.stl"));
+  WarpRun w{r.status, r.out, binarystlfacets(readfile(folder + "/job_1_warp.stl"))};
   w.repairedwritten = fs::exists(folder + "/job_1_warp_ls_repair.stl");
   if (w.repairedwritten) w.repaired = binarystlfacets(readfile(folder + "/job_1_warp_ls_repair.stl"));
   return w;

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Shapes made in code for the tests. Soups of doubles and the meshes prepared from them (through
-// the preparation alone, with no console), STL files written by hand, for the surface, warp
-// and read-back tests; closed parts, the damage that a surface brings to a warp, and the warp
-// of such a surface on the sample job's field, for the repair tests and bench_repair.
-// Soups travel as 9 doubles per triangle, facets as 9 floats (corner 1 x, y, z, corner 2,
-// corner 3), facing outwards.
+// the preparation alone, with no console), STL files written by hand, for the surface, warp and
+// read-back tests; closed parts, the damage that a surface brings to a warp, and the warp of such a
+// surface on the sample job's field, for the repair tests and bench_repair. Soups travel as 9
+// doubles per triangle, facets as 9 floats (corner 1 x, y, z, corner 2, corner 3), facing outwards.
 #pragma once
 
 #include <cstddef>
@@ -51,6 +50,8 @@ wf::SurfaceMesh movedtetra();
 
 // A box [x0, x0 + sx] x [y0, y0 + sy] x [z0, z0 + sz], each face in n x n rectangles of two facets.
 Facets boxpart(float x0, float y0, float z0, float sx, float sy, float sz, int n);
+// The facets of a, then those of b.
+Facets joined(Facets a, const Facets &b);
 // A torus round the axis parallel to z through (cx, cy, cz): nu cells round the axis, nv round the
 // tube.
 Facets toruspart(float cx, float cy, float cz, float R, float r, int nu, int nv);
@@ -101,8 +102,8 @@ std::string samplefield(const std::string &tag);
 struct WarpRun {
   int status = -1;
   std::string console;
-  Facets warped;    // job_1_warp.stl
-  Facets repaired;  // job_1_warp_ls_repair.stl, empty when not written
+  Facets warped;         // job_1_warp.stl
+  Facets repaired = {};  // job_1_warp_ls_repair.stl, empty when not written
   bool repairedwritten = false;
 };
 WarpRun warpsurface(const std::string &folder, const Facets &surface, const std::string &cards);

@@ -75,18 +75,14 @@ RunResult runprogram(const std::string &exe, const std::vector<std::string> &arg
     int fd = open(outpath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     dup2(fd, 1);
     dup2(fd, 2);
-    if (env.find("CRVT_TSR_SIM_TMP") == env.end()) {
-      std::string tmp = cwd + "/tmp";
-      setenv("CRVT_TSR_SIM_TMP", tmp.c_str(), 1);
-    }
+    if (!env.count("CRVT_TSR_SIM_TMP")) setenv("CRVT_TSR_SIM_TMP", (cwd + "/tmp").c_str(), 1);
     for (const auto &[k, v] : env) {
       if (v.empty())
         unsetenv(k.c_str());
       else
         setenv(k.c_str(), v.c_str(), 1);
     }
-    std::vector<char *> argv;
-    argv.push_back(const_cast<char *>(exe.c_str()));
+    std::vector<char *> argv{const_cast<char *>(exe.c_str())};
     for (const auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
     argv.push_back(nullptr);
     execv(exe.c_str(), argv.data());
@@ -110,24 +106,15 @@ RunResult rungenjob(const std::string &folder, const std::vector<std::string> &a
 }
 
 std::string maskafter(const std::string &text, const std::string &prefix, const std::string &chars,
-                      const std::string &replacement, std::vector<std::string> *runs) {
+                      const std::string &replacement) {
   std::string out;
   size_t from = 0;
   for (size_t p = text.find(prefix); p != std::string::npos; p = text.find(prefix, from)) {
-    const size_t start = p + prefix.size();
-    size_t end = start;
-    while (end < text.size() && chars.find(text[end]) != std::string::npos) ++end;
-    out.append(text, from, p - from);
-    if (end > start) {
-      out += replacement;
-      if (runs) runs->push_back(text.substr(start, end - start));
-    } else {
-      out.append(text, p, prefix.size());
-    }
+    const size_t start = p + prefix.size(), end = std::min(text.find_first_not_of(chars, start), text.size());
+    out.append(text, from, p - from).append(end > start ? replacement : prefix);
     from = end;
   }
-  out.append(text, from, std::string::npos);
-  return out;
+  return out.append(text, from, std::string::npos);
 }
 
 std::vector<float> binarystlfacets(const std::string &b) {

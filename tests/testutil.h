@@ -2,6 +2,7 @@
 // Helpers shared by the tests: fresh temporary folders, files, and runs of the built program.
 #pragma once
 
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -20,16 +21,21 @@ std::string readfile(const std::string &path);
 void writefile(const std::string &path, const std::string &content);
 std::vector<std::string> splitlines(const std::string &text);
 bool contains(const std::string &text, const std::string &part);
+// Two vectors or arrays equal to the bit (values that are not numbers included).
+template <class C>
+bool samebits(const C &a, const C &b) {
+  return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(a[0])) == 0);
+}
 // The cards of the README's card table (rows "| `*O3DM` / `*N3DM` | ..."), in its order.
 std::vector<std::string> readmecards(const std::string &readmetext);
 // A binary STL of facets (9 floats each; shapes.h writes it) and back; an unreadable file gives
 // no facets.
 std::string binarystlbytes(const std::vector<float> &facets);
 std::vector<float> binarystlfacets(const std::string &bytes);
-// Every run of the characters of chars that follows prefix becomes replacement; the runs are
-// appended to runs when it is given. (The tests do without <regex>: g++ 12 warns inside it.)
+// Every prefix followed by a run of the characters of chars becomes replacement. (The tests do
+// without <regex>: g++ 12 warns inside it.)
 std::string maskafter(const std::string &text, const std::string &prefix, const std::string &chars,
-                      const std::string &replacement, std::vector<std::string> *runs = nullptr);
+                      const std::string &replacement);
 
 struct RunResult {
   int status = -1;  // exit status (255 for an aborted run)

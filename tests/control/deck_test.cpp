@@ -131,8 +131,7 @@ TEST(Deck, FaultsPostTheirCodesAndAbort) {
 // takes its surface from the reference: the regression job scng.)
 TEST(Deck, BoundaryValuesThatPass) {
   auto r = readdecktext(
-      "*INPU\njob\n*MINE\n3\n*MAXE\n3\n*RTOL\n0\n*FORM\nd\n*O3DM\n*FIXZ\n*NRLE\n"
-      "*TSRT\n-2\n*NINT\n100000000\n");
+      "*INPU\njob\n*MINE\n3\n*MAXE\n3\n*RTOL\n0\n*FORM\nd\n*O3DM\n*FIXZ\n*NRLE\n*TSRT\n-2\n*NINT\n100000000\n");
   ASSERT_FALSE(r->aborted) << r->out;
   EXPECT_EQ(r->settings.stlformat, 'd');
   EXPECT_EQ(r->settings.repairtol, 0.01);
@@ -183,12 +182,10 @@ TEST(Deck, SeveralFaultsAtOnceKeepTheirOrder) {
        "*NINT\n268435456\n*EINT\n0\n*SNAP\n0\n*MINE\n5\n*MAXE\n4\n*RTOL\n-1\n*FORM\nB\n*ASTL\n",
        {"code 176", "code 177", "code 178", "STL IDs", "Scanned geometries", "code 180", "code 198", "code 181",
         "code 172", "code 183", "code 184", "code 186", "code 187", "code 188", "code 189"}},
-      {"*REFG\na.stl\nb.stl\n*MAXE\n-2\n*MINE\n-1\n*SNAP\n0\n*EINT\n0\n*NINT\n0\n"
-       "*MAXR\n-1\n",
+      {"*REFG\na.stl\nb.stl\n*MAXE\n-2\n*MINE\n-1\n*SNAP\n0\n*EINT\n0\n*NINT\n0\n*MAXR\n-1\n",
        {"Exporting all stl files", "code 179", "Reference geometries", "code 180", "code 181", "code 182", "code 183",
         "code 184", "code 185", "code 186"}},
-      {"*SCNG\ns1.stl\ns2.stl\n*REFG\nr1.stl\nr2.stl\n*INPU\njob\n*OUTP\no.stl\n*ISTL\n3\n"
-       "*MINE\n0\n",
+      {"*SCNG\ns1.stl\ns2.stl\n*REFG\nr1.stl\nr2.stl\n*INPU\njob\n*OUTP\no.stl\n*ISTL\n3\n*MINE\n0\n",
        {"STL IDs", "Input file", "Output files", "Reference geometries", "code 180", "Scanned geometries", "code 180",
         "code 185"}},
   };

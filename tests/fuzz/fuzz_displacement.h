@@ -11,9 +11,7 @@
 inline int fuzzdisplacement(const uint8_t *data, size_t size, bool binary) {
   if (size < 2) return 0;
   const int32_t nnodes = data[0] + 256 * data[1];
-  data += 2;
-  size -= 2;
-  fuzz::writefile("job.dis.ens", data, size);
+  fuzz::writefile("job.dis.ens", data + 2, size - 2);
   fuzz::run([&] {
     std::vector<double> values;
     wf::readvariablefile("job.dis.ens", binary, nnodes, 3, values);

@@ -3,26 +3,19 @@
 // binary, so that the fuzzer spends its time behind it.
 #pragma once
 
-#include <cstring>
-#include <vector>
+#include <string>
 
 #include "fuzzcommon.h"
 #include "simresults/readgeo.h"
 
 inline int fuzzgeometry(const uint8_t *data, size_t size, bool binary) {
-  std::vector<uint8_t> file;
+  std::string file;
   if (binary) {
-    const int32_t len = 80;
-    char text[80];
-    std::memset(text, ' ', sizeof text);
-    std::memcpy(text, "C Binary", 8);
-    file.resize(88);
-    std::memcpy(file.data(), &len, 4);
-    std::memcpy(file.data() + 4, text, 80);
-    std::memcpy(file.data() + 84, &len, 4);
+    const std::string len("\x50\0\0\0", 4);  // 80, little-endian, on both sides of the record
+    file = len + "C Binary" + std::string(72, ' ') + len;
   }
-  file.insert(file.end(), data, data + size);
-  fuzz::writefile("job.geo", file.data(), file.size());
+  file.append(reinterpret_cast<const char *>(data), size);
+  fuzz::writefile("job.geo", reinterpret_cast<const uint8_t *>(file.data()), file.size());
   fuzz::run([] {
     wf::Simulation sim;
     wf::readgeofile("job.geo", sim);

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 #include "base/fatal.h"
@@ -29,10 +30,7 @@ inline const std::string &folder() {
 
 inline void writefile(const std::string &name, const uint8_t *data, size_t size) {
   folder();
-  std::FILE *f = std::fopen(name.c_str(), "wb");
-  if (!f) return;
-  if (size) std::fwrite(data, 1, size, f);
-  std::fclose(f);
+  std::ofstream(name, std::ios::binary).write(reinterpret_cast<const char *>(data), std::streamsize(size));
 }
 
 // A Reporter whose console goes nowhere.

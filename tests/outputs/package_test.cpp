@@ -17,6 +17,7 @@
 #include <filesystem>
 #include <limits>
 #include <optional>
+#include <tuple>
 #include <vector>
 
 #include <Model/COM/NMR_DLLInterfaces.h>
@@ -161,6 +162,11 @@ std::string undated(std::string zip) {
   return zip;
 }
 
+struct NamedMesh {
+  const char *name;
+  wf::SurfaceMesh mesh;
+};
+
 struct Threads {
   int old = omp_get_max_threads();
   explicit Threads(int n) { omp_set_num_threads(n); }
@@ -169,24 +175,19 @@ struct Threads {
 
 }  // namespace
 
-// The zip's entries are stamped with the members' write times and pass unzip's test (their
-// order, contents and the zip's notes are the regression set's); lib3MF's reader takes every
-// package without a warning, a model of several compressed chunks and one without triangles
-// included.
+// The zip's entries are stamped with the members' write times and pass unzip's test (their order,
+// contents and the zip's notes are the regression set's); lib3MF's reader takes every package
+// without a warning, a model of several compressed chunks and one without triangles included.
 TEST(Package3mf, ReadBackByUnzipAndLib3mf) {
   wft::InTempDir dir("3mf_readback");
   wf::SurfaceMesh flat = wft::movedtetra();
   flat.ntri = 0;
-  const struct {
-    const char *name;
-    wf::SurfaceMesh mesh;
-  } cases[] = {{"tetra", wft::movedtetra()}, {"sheet", sheet(300)}, {"empty", flat}};
+  const NamedMesh cases[] = {{"tetra", wft::movedtetra()}, {"sheet", sheet(300)}, {"empty", flat}};
   for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
     const std::string folder = std::string(c.name) + "_color";
     const Written w = writepackage(c.mesh, folder);
-    EXPECT_EQ(w.files.zipstatus, 0);
-    EXPECT_EQ(w.files.zipname, folder + ".3mf");
+    EXPECT_EQ(std::pair(w.files.zipstatus, w.files.zipname), std::pair(0, folder + ".3mf"));
     const wft::RunResult test = shell("unzip -t " + folder + ".3mf");
     EXPECT_TRUE(test.status == 0 && wft::contains(test.out, "No errors detected")) << test.out;
     std::string onfile;
@@ -202,10 +203,8 @@ TEST(Package3mf, ReadBackByUnzipAndLib3mf) {
     }
     EXPECT_EQ(shell("unzip -Z -T " + folder + ".3mf | awk 'NF == 8 {print $4, $6, $7, $8}'").out, onfile);
     Lib3mfMesh read(folder + ".3mf");
-    EXPECT_TRUE(read.ok);
-    EXPECT_EQ(read.warnings, 0u);
-    EXPECT_EQ(read.nv, static_cast<DWORD>(c.mesh.nvrt));
-    EXPECT_EQ(read.nt, static_cast<DWORD>(c.mesh.ntri));
+    EXPECT_EQ(std::tuple(read.ok, read.warnings, read.nv, read.nt),
+              std::tuple(true, DWORD{0}, DWORD(c.mesh.nvrt), DWORD(c.mesh.ntri)));
   }
   EXPECT_GT(fs::file_size("sheet_color/3D/3dmodel.model"), 8u << 20);  // three chunks or more
   EXPECT_TRUE(
@@ -258,8 +257,7 @@ TEST(Package3mf, FolderNamesOneMagnitudeAndFailedMembers) {
   wft::writefile("broken_color/History", "a file where the folder belongs");
   const std::string fatal = wft::fatalof([&] { writepackage(wft::movedtetra(), "broken_color"); });
   EXPECT_TRUE(fatal.starts_with("31 broken_color/3D/3dmodel.model ")) << fatal;
-  EXPECT_TRUE(fs::exists("broken_color/3D/3dmodel.model"));
-  EXPECT_TRUE(fs::exists("broken_color/_rels/.rels"));
+  EXPECT_TRUE(fs::exists("broken_color/3D/3dmodel.model") && fs::exists("broken_color/_rels/.rels"));
 }
 
 // The model member formatted in blocks side by side reads back row by row, and is the same text
@@ -267,10 +265,7 @@ TEST(Package3mf, FolderNamesOneMagnitudeAndFailedMembers) {
 // threads (the sheet has many blocks, more than one stripe of the buffer).
 TEST(Package3mf, ModelBlocksReadBackRowByRow) {
   wft::InTempDir dir("3mf_blocks");
-  const struct {
-    const char *name;
-    wf::SurfaceMesh mesh;
-  } cases[] = {{"tetra", wft::movedtetra()}, {"sheet", sheet(300)}, {"oddities", oddities()}};
+  const NamedMesh cases[] = {{"tetra", wft::movedtetra()}, {"sheet", sheet(300)}, {"oddities", oddities()}};
   for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
     const std::vector<float> disp = wf::dispsingle(c.mesh, "test");
@@ -309,8 +304,6 @@ TEST(Package3mf, ZipFromMemoryIsTheZipReadBack) {
     const std::string folder = "t" + std::to_string(threads) + "_color";
     std::vector<std::string> notes = notetexts(writepackage(m, folder).notes);
     zips[threads - 1] = wft::readfile(folder + ".3mf");
-    for (const char *member : members)
-      EXPECT_TRUE(wft::readfile(folder + "/" + member) == wft::readfile("t1_color/" + std::string(member))) << member;
     std::vector<wf::ZipNote> readback;
     char list[] =
         "_rels/.rels\n3D/_rels/3dmodel.model.rels\nHistory/history.xml\n[Content_Types].xml\n3D/3dmodel.model\n";

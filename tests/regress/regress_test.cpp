@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 #include <unzip.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -26,11 +25,6 @@ namespace {
 
 const fs::path goldenroot = fs::path(WARPFORGE_SOURCE_DIR) / "tests" / "regress" / "golden";
 
-bool recording() {
-  const char *v = std::getenv("WARPFORGE_REGRESS_RECORD");
-  return v != nullptr && *v != '\0' && std::strcmp(v, "0") != 0;
-}
-
 // A job's binary STL as facets (9 floats each), and back.
 std::vector<float> readsoup(const std::string &path) { return wft::binarystlfacets(wft::readfile(path)); }
 void writesoup(const std::string &path, const std::vector<float> &s) { wft::writefile(path, wft::binarystlbytes(s)); }
@@ -41,7 +35,7 @@ struct JobRecipe {
   std::string name;
   std::vector<std::string> genargs;
   std::string deck;  // written as job.deck unless empty (then genjob's own deck is used)
-  std::function<void(const std::string &dir)> setup;
+  std::function<void(const std::string &dir)> setup = nullptr;
   int status = 0;
 };
 
@@ -51,94 +45,69 @@ void PrintTo(const JobRecipe &recipe, std::ostream *os) { *os << recipe.name; }
 const std::string kInput = "*INPU\njob\n";
 
 std::vector<JobRecipe> jobs() {
-  std::vector<JobRecipe> j;
-  j.push_back({"plain", {"--tris", "448"}, kInput + "*IOFF\n-1\n*MINE\n3.0\n*MAXE\n6.0\n*RTOL\n0.002\n", nullptr});
-  j.push_back({"forma_wrtu",
-               {"--tris", "448"},
-               kInput + "*IOFF\n-1\n*FORM\na\n*WRTU\n*N3DM\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n",
-               nullptr});
-  j.push_back({"formc_ovtk_unit",
-               {"--tris", "448"},
-               kInput + "*IOFF\n-1\n*FORM\nc\n*OVTK\n*UNIT\n2.0\n*WARP\n-2.5\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n",
-               nullptr});
-  j.push_back({"formd_o3mf_ioff",
-               {"--tris", "448", "--increments", "4"},
-               kInput + "*IOFF\n2\n*FORM\nd\n*O3MF\n*MINE\n2.5\n*MAXE\n6.0\n*RTOL\n0.01\n",
-               nullptr});
-  j.push_back({"fixz_nint_snap",
-               {"--tris", "448", "--nodes", "800"},
-               kInput + "*IOFF\n-1\n*FIXZ\n*ZTOL\n0.01\n*NINT\n4\n*EINT\n2.0\n*SNAP\n0.05\n"
-                        "*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n*N3DM\n*WRTU\n",
-               nullptr});
-  j.push_back({"nrle_fixz",
-               {"--tris", "448"},
-               kInput + "*IOFF\n-1\n*NRLE\n*FIXZ\n*N3DM\n*WRTU\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n",
-               nullptr});
-  j.push_back({"refine_limits",
-               {"--tris", "448"},
-               kInput + "*IOFF\n-1\n*MAXR\n1\n*MINE\n0.4\n*MAXE\n1.5\n*RTOL\n0.0005\n*N3DM\n",
-               nullptr});
-  j.push_back({"text_explicit_constant",
-               {"--tris", "448", "--text", "--explicit", "--field", "constant"},
-               kInput + "# constant field, text results\n*IOFF\n-2\n*MINE\n2.0\n*MAXE\n4.0\n*N3DM\n*OVTK\n*WRTU\n",
-               nullptr});
-  // Reference correction against the part grown by 0.2 % about the origin.
-  j.push_back({"refg",
-               {"--tris", "448"},
-               kInput + "*IOFF\n-1\n*REFG\nref.stl\n*N3DM\n*WRTU\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n",
-               [](const std::string &dir) {
-                 std::vector<float> s = readsoup(dir + "/part.stl");
-                 for (float &v : s) v *= 1.002f;
-                 writesoup(dir + "/ref.stl", s);
-               }});
-  // A scan job: no simulation; the nominal surface is the reference, the scan is the part
-  // sheared a little in x with height.
-  j.push_back({"scng",
-               {"--tris", "448"},
-               "*REFG\npart.stl\n*SCNG\nscan.stl\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n*OUTP\nscanwarp.stl\n",
-               [](const std::string &dir) {
-                 std::vector<float> s = readsoup(dir + "/part.stl");
-                 for (size_t k = 0; k + 2 < s.size(); k += 3) s[k] += 0.01f * s[k + 2];
-                 writesoup(dir + "/scan.stl", s);
-               }});
-  // An open surface, read back and repaired with the extended repair; the conversion then
-  // meets the blank-padded name.
-  j.push_back({"tsrd_repair",
-               {"--tris", "448"},
-               kInput + "*IOFF\n-1\n*TSRD\n*TSRE\n*TSRT\n0.02\n*O3MF\n*N3DM\n*MINE\n3.0\n*MAXE\n6.0\n*RTOL\n0.003\n",
-               [](const std::string &dir) {
-                 std::vector<float> s = readsoup(dir + "/part.stl");
-                 // drop two triangles far apart: two small holes
-                 s.erase(s.begin() + 9 * 300, s.begin() + 9 * 301);
-                 s.erase(s.begin() + 9 * 10, s.begin() + 9 * 11);
-                 writesoup(dir + "/part.stl", s);
-               }});
-  // Two surfaces with their own output names, STL scaling, a type-2 surface selected by its
-  // fraction, the first increment.
-  j.push_back({"multi_sstl_outp",
-               {"--tris", "448", "--increments", "3"},
-               kInput + "*IOFF\n1\n*ASTL\n*SSTL\n*OUTP\nfirst.stl\nsecond.stl\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n"
-                        "*FORM\nb\n*WRTU\n",
-               [](const std::string &dir) {
-                 std::vector<float> s = readsoup(dir + "/part.stl");
-                 for (size_t k = 0; k + 2 < s.size(); k += 3) {
-                   s[k] = 0.5f * s[k] + 5.0f;
-                   s[k + 1] = 0.5f * s[k + 1] + 2.0f;
-                   s[k + 2] = 0.5f * s[k + 2];
-                 }
-                 writesoup(dir + "/inner.stl", s);
-                 wft::writefile(dir + "/job.in",
-                                "*OFNS\n5\n*STLF\npart.stl\ninner.stl\n*STLM\n1, 1, 0, 1.0\n"
-                                "2, 1, 0, 0.9995\n*STLS\n1.25\n*END\n");
-               }});
-  // A clean surface read back: kept as it is; with *ISTL and *OUTP.
-  j.push_back({"tsrd_clean_istl",
-               {"--tris", "448"},
-               kInput + "*IOFF\n-1\n*TSRD\n*O3MF\n*ISTL\n1\n*OUTP\nchecked.stl\n*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n",
-               nullptr});
-  // An output named like its surface ends the run.
-  j.push_back({"abort_same_name", {"--tris", "448"}, kInput + "*IOFF\n-1\n*OUTP\npart.stl\n*ISTL\n1\n", nullptr, 255});
-  return j;
+  const std::vector<std::string> tris = {"--tris", "448"};
+  const std::string split = "*MINE\n3.0\n*MAXE\n8.0\n*RTOL\n0.003\n";
+  return {{"plain", tris, kInput + "*IOFF\n-1\n*MINE\n3.0\n*MAXE\n6.0\n*RTOL\n0.002\n"},
+          {"forma_wrtu", tris, kInput + "*IOFF\n-1\n*FORM\na\n*WRTU\n*N3DM\n" + split},
+          {"formc_ovtk_unit", tris, kInput + "*IOFF\n-1\n*FORM\nc\n*OVTK\n*UNIT\n2.0\n*WARP\n-2.5\n" + split},
+          {"formd_o3mf_ioff",
+           {"--tris", "448", "--increments", "4"},
+           kInput + "*IOFF\n2\n*FORM\nd\n*O3MF\n*MINE\n2.5\n*MAXE\n6.0\n*RTOL\n0.01\n"},
+          {"fixz_nint_snap",
+           {"--tris", "448", "--nodes", "800"},
+           kInput + "*IOFF\n-1\n*FIXZ\n*ZTOL\n0.01\n*NINT\n4\n*EINT\n2.0\n*SNAP\n0.05\n" + split + "*N3DM\n*WRTU\n"},
+          {"nrle_fixz", tris, kInput + "*IOFF\n-1\n*NRLE\n*FIXZ\n*N3DM\n*WRTU\n" + split},
+          {"refine_limits", tris, kInput + "*IOFF\n-1\n*MAXR\n1\n*MINE\n0.4\n*MAXE\n1.5\n*RTOL\n0.0005\n*N3DM\n"},
+          {"text_explicit_constant",
+           {"--tris", "448", "--text", "--explicit", "--field", "constant"},
+           kInput + "# constant field, text results\n*IOFF\n-2\n*MINE\n2.0\n*MAXE\n4.0\n*N3DM\n*OVTK\n*WRTU\n"},
+          // Reference correction against the part grown by 0.2 % about the origin.
+          {"refg", tris, kInput + "*IOFF\n-1\n*REFG\nref.stl\n*N3DM\n*WRTU\n" + split,
+           [](const std::string &dir) {
+             std::vector<float> s = readsoup(dir + "/part.stl");
+             for (float &v : s) v *= 1.002f;
+             writesoup(dir + "/ref.stl", s);
+           }},
+          // A scan job: no simulation; the nominal surface is the reference, the scan is the part
+          // sheared a little in x with height.
+          {"scng", tris, "*REFG\npart.stl\n*SCNG\nscan.stl\n" + split + "*OUTP\nscanwarp.stl\n",
+           [](const std::string &dir) {
+             std::vector<float> s = readsoup(dir + "/part.stl");
+             for (size_t k = 0; k + 2 < s.size(); k += 3) s[k] += 0.01f * s[k + 2];
+             writesoup(dir + "/scan.stl", s);
+           }},
+          // An open surface, read back and repaired with the extended repair; the conversion then
+          // meets the blank-padded name.
+          {"tsrd_repair", tris,
+           kInput + "*IOFF\n-1\n*TSRD\n*TSRE\n*TSRT\n0.02\n*O3MF\n*N3DM\n*MINE\n3.0\n*MAXE\n6.0\n*RTOL\n0.003\n",
+           [](const std::string &dir) {
+             std::vector<float> s = readsoup(dir + "/part.stl");
+             // drop two triangles far apart: two small holes
+             s.erase(s.begin() + 9 * 300, s.begin() + 9 * 301);
+             s.erase(s.begin() + 9 * 10, s.begin() + 9 * 11);
+             writesoup(dir + "/part.stl", s);
+           }},
+          // Two surfaces with their own output names, STL scaling, a type-2 surface selected by its
+          // fraction, the first increment.
+          {"multi_sstl_outp",
+           {"--tris", "448", "--increments", "3"},
+           kInput + "*IOFF\n1\n*ASTL\n*SSTL\n*OUTP\nfirst.stl\nsecond.stl\n" + split + "*FORM\nb\n*WRTU\n",
+           [](const std::string &dir) {
+             std::vector<float> s = readsoup(dir + "/part.stl");
+             for (size_t k = 0; k + 2 < s.size(); k += 3) {
+               s[k] = 0.5f * s[k] + 5.0f;
+               s[k + 1] = 0.5f * s[k + 1] + 2.0f;
+               s[k + 2] = 0.5f * s[k + 2];
+             }
+             writesoup(dir + "/inner.stl", s);
+             wft::writefile(dir + "/job.in",
+                            "*OFNS\n5\n*STLF\npart.stl\ninner.stl\n*STLM\n1, 1, 0, 1.0\n"
+                            "2, 1, 0, 0.9995\n*STLS\n1.25\n*END\n");
+           }},
+          // A clean surface read back: kept as it is; with *ISTL and *OUTP.
+          {"tsrd_clean_istl", tris, kInput + "*IOFF\n-1\n*TSRD\n*O3MF\n*ISTL\n1\n*OUTP\nchecked.stl\n" + split},
+          // An output named like its surface ends the run.
+          {"abort_same_name", tris, kInput + "*IOFF\n-1\n*OUTP\npart.stl\n*ISTL\n1\n", nullptr, 255}};
 }
 
 // ---------------------------------------------------------------- comparison
@@ -203,27 +172,24 @@ TEST_P(Regression, OutputsMatchTheRecordedFiles) {
   // What the run wrote: every new file, the console and the signal stream (masked).
   std::map<std::string, std::string> actual;
   for (const std::string &f : listfiles(dir)) {
-    if (inputs.count(f) || f.rfind("tmp/", 0) == 0 || f == "job.wrpsimsignal") continue;
-    if (f.size() > 4 && f.substr(f.size() - 4) == ".3mf" && !zipentries(dir + "/" + f).empty() &&
-        fs::exists(dir + "/" + f.substr(0, f.size() - 4))) {
-      // A coloured package: its entries must be the loose members, in the package's order.
-      std::string listing;
-      for (auto &[name, data] : zipentries(dir + "/" + f)) {
-        listing += name + "\n";
-        EXPECT_EQ(data, wft::readfile(dir + "/" + f.substr(0, f.size() - 4) + "/" + name))
-            << f << ": entry " << name << " differs from its member";
-      }
-      actual[f + ".entries"] = listing;
+    if (inputs.count(f) || f.starts_with("tmp/") || f == "job.wrpsimsignal") continue;
+    const std::string loose = dir + "/" + f.substr(0, f.size() - 4);
+    if (!f.ends_with(".3mf") || zipentries(dir + "/" + f).empty() || !fs::exists(loose)) {
+      actual[f] = wft::readfile(dir + "/" + f);
       continue;
     }
-    actual[f] = wft::readfile(dir + "/" + f);
+    // A coloured package: its entries must be the loose members, in the package's order.
+    for (auto &[name, data] : zipentries(dir + "/" + f)) {
+      actual[f + ".entries"] += name + "\n";
+      EXPECT_EQ(data, wft::readfile(loose + "/" + name)) << f << ": entry " << name << " differs from its member";
+    }
   }
   const std::string exedir = fs::path(WARPFORGE_EXE).parent_path().string();
   actual["console.txt"] = maskrun(r.out, dir, exedir);
   actual["signal.txt"] = maskrun(wft::readfile(dir + "/job.wrpsimsignal"), dir, exedir);
 
   const fs::path golden = goldenroot / recipe.name;
-  if (recording()) {
+  if (const char *record = std::getenv("WARPFORGE_REGRESS_RECORD"); record && *record && std::strcmp(record, "0")) {
     fs::remove_all(golden);
     for (auto &[name, data] : actual) {
       fs::create_directories((golden / name).parent_path());

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "repair/meshrepair.h"
 #include "shapes.h"

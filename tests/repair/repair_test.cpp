@@ -8,6 +8,7 @@
 // facets), and is judged against the intact part warped alike.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <random>
 #include <string>
 #include <utility>
@@ -52,18 +53,21 @@ void expectintact(const Repaired &r, const Facets &intact) {
 // alone: the regression job tsrd_repair records the repaired file.)
 TEST(Repair, DefaultRepairRestoresThePart) {
   const Facets intact = box(10, 8);
-  std::mt19937 rng(5);
-  {
-    SCOPED_TRACE("reversed facets and an inside-out rim round a hole");
+  const auto restored = [&](const char *what, const std::function<void(Facets &)> &hurt) {
+    SCOPED_TRACE(what);
     Facets s = intact;
+    hurt(s);
+    const Repaired r = repair(s, false);
+    expectintact(r, intact);
+    return r;
+  };
+  std::mt19937 rng(5);
+  restored("reversed facets and an inside-out rim round a hole", [&](Facets &s) {
     for (int k = 0; k < 25; ++k) flip(s, rng() % (s.size() / 9));
     s.erase(s.begin() + 9 * 200, s.begin() + 9 * 201);
     for (size_t t : {198u, 199u, 201u, 202u}) flip(s, t);
-    expectintact(repair(s, false), intact);
-  }
-  {
-    SCOPED_TRACE("duplicated facets, a flipped copy, zero-area slivers");
-    Facets s = intact;
+  });
+  restored("duplicated facets, a flipped copy, zero-area slivers", [](Facets &s) {
     s.insert(s.end(), s.begin() + 9 * 10, s.begin() + 9 * 12);
     Facets copy(s.begin() + 9 * 50, s.begin() + 9 * 51);
     flip(copy, 0);
@@ -71,60 +75,40 @@ TEST(Repair, DefaultRepairRestoresThePart) {
     const float *p = &s[0];  // a sliver on an edge of the first facet: three collinear corners
     s.insert(s.end(),
              {p[0], p[1], p[2], p[3], p[4], p[5], 0.5f * (p[0] + p[3]), 0.5f * (p[1] + p[4]), 0.5f * (p[2] + p[5])});
-    expectintact(repair(s, false), intact);
-  }
-  {
-    SCOPED_TRACE("a fin standing on an edge of the surface");
-    Facets s = intact;
+  });
+  restored("a fin standing on an edge of the surface", [](Facets &s) {
     const float *p = &s[0];
     s.insert(s.end(), {p[0], p[1], p[2], p[3], p[4], p[5], p[0], p[1], p[2] - 3.0f});
-    expectintact(repair(s, false), intact);
-  }
-  {
-    SCOPED_TRACE("a crack narrower than the tolerance");
-    Facets s = intact;
+  });
+  restored("a crack narrower than the tolerance", [](Facets &s) {
     for (size_t k = 0; k < 9 * 128; k += 3)  // the first face (z = 0) lowered a hair
       if (s[k + 2] == 0.0f) s[k + 2] = -0.004f;
-    expectintact(repair(s, false, 0.01f), intact);
-  }
-  {
-    SCOPED_TRACE("the whole part inside out");
-    Facets s = intact;
+  });
+  const Repaired r = restored("the whole part inside out", [](Facets &s) {
     for (size_t t = 0; t < s.size() / 9; ++t) flip(s, t);
-    const Repaired r = repair(s, false);
-    EXPECT_EQ(r.sanebefore, 0);
-    expectintact(r, intact);
-  }
+  });
+  EXPECT_EQ(r.sanebefore, 0);
 }
 
 // Separate parts stay separate shells, each facing outwards. Parts that touch along a face with
 // the same facets there become one part (the facets between them go); parts that overlap are no
 // solid for the default repair, which says so, and the extended repair unites them.
 TEST(Repair, SeparateOverlappingAndTouchingParts) {
-  Facets two = box(10, 4);
-  const Facets other = box(5, 4, 20);
-  two.insert(two.end(), other.begin(), other.end());
-  for (size_t t = 0; t < other.size() / 9; ++t) flip(two, two.size() / 9 - 1 - t);  // second part inside out
+  Facets two = wft::joined(box(10, 4), box(5, 4, 20));
+  for (size_t t = two.size() / 18; t < two.size() / 9; ++t) flip(two, t);  // the second part (half) inside out
   expectsolid(repair(two, false), 1000.0 + 125.0);
 
-  Facets touching = box(10, 4);
-  const Facets beside = box(10, 4, 10.0f);
-  touching.insert(touching.end(), beside.begin(), beside.end());
+  const Facets touching = wft::joined(box(10, 4), box(10, 4, 10.0f));
   const Repaired t = repair(touching, false);
   EXPECT_EQ(t.sanebefore, 0);
   expectsolid(t, 2000.0);
   EXPECT_EQ(t.facets.size(), touching.size() - 2 * 9 * 32);  // the two faces between them are gone
 
   // Touching along a face tessellated differently on the two sides: a union of the parts.
-  Facets stacked = box(10, 4);
-  const Facets coarser = box(10, 3, 10.0f);
-  stacked.insert(stacked.end(), coarser.begin(), coarser.end());
-  expectsolid(repair(stacked, true), 2000.0);
+  expectsolid(repair(wft::joined(box(10, 4), box(10, 3, 10.0f)), true), 2000.0);
 
-  Facets overlapping = box(10, 4);
-  const Facets shifted = box(10, 4, 4.25f);  // no corner in common with the first box
-  overlapping.insert(overlapping.end(), shifted.begin(), shifted.end());
-  EXPECT_EQ(repair(overlapping, false).saneafter, 0);  // not called sound by the default repair
+  const Facets overlapping = wft::joined(box(10, 4), box(10, 4, 4.25f));  // no corner in common
+  EXPECT_EQ(repair(overlapping, false).saneafter, 0);                     // not called sound by the default repair
   expectsolid(repair(overlapping, true), 2000.0 - 575.0);
 }
 

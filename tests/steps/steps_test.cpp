@@ -4,7 +4,6 @@
 // warnings, the warp's node-count warning, the coloured package and its zip, the plain 3MF
 // conversion and the repair. What the algorithms compute is tested with them.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -55,15 +54,12 @@ struct Prepared {
   std::string out;
 };
 
-// The soup as just read, then the preparation step of the surface "part.stl".
-Prepared preparecapture(const Soup &s, const wf::Tolerances &rules = {}, const std::string &name = "part.stl",
-                        const std::string &path = "part.stl") {
+// The soup as just read from path, then the preparation step of the surface "part.stl" (the
+// console read after the step: a braced list is evaluated in order).
+Prepared preparecapture(const Soup &s, const std::string &path = "part.stl") {
   wf::RawSurface raw = rawof(s);
-  Prepared p;
   CapturedReporter cap;
-  p.prep = wf::preparesurfacestep(cap.rep, raw, rules, name, path);
-  p.out = cap.text();
-  return p;
+  return {wf::preparesurfacestep(cap.rep, raw, {}, "part.stl", path), cap.text()};
 }
 
 }  // namespace
@@ -126,14 +122,14 @@ TEST(SurfaceSteps, FlippedOpenAndOverloaded) {
   // A tetrahedron with one triangle turned: three inverse edges, named by the path read.
   Soup s = tetrahedron();
   std::swap_ranges(s.begin() + 12, s.begin() + 15, s.begin() + 15);
-  Prepared p = preparecapture(s, {}, "part.stl", "dir/part.stl");
+  Prepared p = preparecapture(s, "dir/part.stl");
   EXPECT_FALSE(p.prep.check.oriented);
   EXPECT_TRUE(contains(p.out,
                        "\n *** WARNING: 1\n STL file dir/part.stl has 3 inversely oriented edges.\n"
                        " Consider repairing the STL with Tessero before continuing.\n \n"));
   // A single triangle: the plain block and the numbered warning (their words are the regression
   // set's), no orientation check; they give the job's name of the surface, not the path read.
-  p = preparecapture({0, 0, 0, 1, 0, 0, 0, 1, 0}, {}, "part.stl", "elsewhere/part_ls_repair.stl");
+  p = preparecapture({0, 0, 0, 1, 0, 0, 0, 1, 0}, "elsewhere/part_ls_repair.stl");
   EXPECT_EQ(p.prep.check.status, -1);
   EXPECT_TRUE(contains(p.out, "\n\n WARNING\n STL file part.stl is not watertight.\n Edges with   1 triangle  = 3\n"));
   EXPECT_TRUE(contains(p.out, " *** WARNING: 1\n STL file part.stl has non-manifold edges\n"));
@@ -175,9 +171,8 @@ TEST(SurfaceSteps, RaisedToleranceWarning) {
   EXPECT_TRUE(contains(p.out, " Increasing tolerance to " + wf::numtext(0x1p-43) + "\n"));
 }
 
-// The warning on the number of averaged nodes (here 2 of 8, above a tenth) comes before the
-// warp's first line, and only with the node check. (The warp's other lines are the regression
-// set's.)
+// The warning on the number of averaged nodes (here 2 of 8, above a tenth) comes before the warp's
+// first line, and only with the node check. (The warp's other lines are the regression set's.)
 TEST(SurfaceSteps, NodeCountWarningBeforeTheWarp) {
   wf::Simulation sim;
   sim.nnodes = 8;
@@ -186,9 +181,7 @@ TEST(SurfaceSteps, NodeCountWarningBeforeTheWarp) {
   sim.nodeactive.assign(8, 255);
   wf::NodeGrid grid = wf::gridlayout(sim.nodexyz.data(), sim.nnodes);
   wf::filenodes(grid, sim.nodexyz.data(), sim.nnodes);
-  wf::WarpField field;
-  field.sim = &sim;
-  field.grid = &grid;
+  wf::WarpField field{.sim = &sim, .grid = &grid, .params = {}};
   field.params.navg = 2;
   const std::string warning =
       "\n WARNING:  number of nodes for weighted averaging is\n           greater than 10% of the total number of\n"

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <numeric>
 #include <random>
@@ -19,6 +18,7 @@
 #include "surface/edges.h"
 #include "surface/preparesurface.h"
 #include "surface/sortkit.h"
+#include "testutil.h"
 
 using namespace wft;
 using I = std::vector<int32_t>;
@@ -70,10 +70,6 @@ void checkranks(const K &keys, wf::Scratch &scratch, const std::string &what) {
   EXPECT_EQ(rank, expect) << what;
   ASSERT_EQ(out.nuniq, static_cast<int32_t>(expectfirst.size())) << what;
   EXPECT_EQ(I(out.first, out.first + out.nuniq), expectfirst) << what;
-}
-
-bool samebits(const V &a, const V &b) {
-  return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), 8 * a.size()) == 0);
 }
 
 struct Merged {
@@ -397,9 +393,7 @@ TEST(PrepareSurface, MergedCorners) {
   EXPECT_EQ(p.edges.len[ez], 0.0);
   EXPECT_EQ(I(p.edges.tri.begin() + 2 * ez, p.edges.tri.begin() + 2 * ez + 2), I({5, 0}));
   EXPECT_EQ(p.edges.triedge[13], p.edges.triedge[14]);
-  EXPECT_EQ(p.counts.open, 1);
-  EXPECT_EQ(p.counts.good, 5);
-  EXPECT_EQ(p.counts.over, 1);
+  EXPECT_EQ(std::tie(p.counts.open, p.counts.good, p.counts.over), std::tuple(1, 5, 1));
   // Alone, such a triangle's shared edge fills its four neighbour slots from its two sides.
   p = preparedof({0, 0, 0, 0, 0, 0, 2, 0, 0});
   const int32_t e = p.edges.triedge[1] - 1, z = p.edges.triedge[0];
@@ -422,11 +416,9 @@ TEST(PrepareSurface, StagesAreToldBeforeTheirWork) {
 // are the integers, the box centre is 0, and halves round away from zero. (The choice of the
 // tolerance's rule is in every regression job's console.)
 TEST(PrepareSurface, Snap) {
-  wf::Tolerances rules;
-  rules.tolbybox = true;
-  rules.reltolbox = 1.0 / 64.0;
   const wf::PreparedSurface p =
-      preparedof({-32, -32, -32, 32, 32, 32, 0.5, -0.5, 2.5, -2.5, 0.49, -0.49, 1.5, 0.4, 0.6, 0.1, 0.4, 0.3}, rules);
+      preparedof({-32, -32, -32, 32, 32, 32, 0.5, -0.5, 2.5, -2.5, 0.49, -0.49, 1.5, 0.4, 0.6, 0.1, 0.4, 0.3},
+                 {.reltolbox = 1.0 / 64.0, .tolbybox = true});
   EXPECT_EQ(p.tolerance.tol, 1.0);
   EXPECT_EQ(p.mesh.vrt, V({-32, -32, -32, -3, 0, 0, 0, 0, 0, 1, -1, 3, 2, 0, 1, 32, 32, 32}));
   EXPECT_FALSE(std::signbit(p.mesh.vrt[5]));  // -0.49 went through the integer: no -0

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // STL files. Reader: text, the repaired sibling, and short, truncated or corrupt files, as the
-// reader's record and stages give them (its console lines, the byte orders tried and their
-// memory are tests of the steps, tests/steps). Writer: the text forms read back, and
-// the failures.
+// reader's record and stages give them (its console lines, the byte orders tried and their memory
+// are tests of the steps, tests/steps). Writer: the text forms read back, and the failures.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -89,18 +88,13 @@ TEST(ReadStl, ShortTruncatedAndCorruptFiles) {
   for (size_t p = 0; (p = caps.find("vertex", p)) != std::string::npos;) caps.replace(p, 6, "VERTEX");
   for (size_t p = 0; (p = tabs.find("      vertex", p)) != std::string::npos;) tabs.replace(p, 6, "\t");
   broken.replace(broken.find("vertex 5"), 8, "vertex x");
-  const std::string full = binarystl(s), cut = full.substr(0, full.size() - 30);
-  const std::string cases[] = {caps,
-                               tabs,
-                               broken,
-                               "solid x\n facet normal 0 0 1\n  outer loop\n   vertex 0 0 0\n"
-                               "   vertex 1 0 0\n   vertex 0 1 0\n   vertex 1 1 0\n  endloop\n endfacet\n",
-                               binarystl({}),
-                               std::string(50, 'x'),
-                               cut,
-                               full.substr(0, 83),
-                               binarystl(s, false, "h", 0x7FFFFFFF),
-                               binarystl(s, false, "h", 0xFFFFFFF0u)};
+  const std::string fourvertices =
+      "solid x\n facet normal 0 0 1\n  outer loop\n   vertex 0 0 0\n"
+      "   vertex 1 0 0\n   vertex 0 1 0\n   vertex 1 1 0\n  endloop\n endfacet\n";
+  const std::string full = binarystl(s), cut = full.substr(0, full.size() - 30), header = full.substr(0, 83);
+  const std::string none = binarystl({}), junk(50, 'x'), huge = binarystl(s, false, "h", 0x7FFFFFFF),
+                    negative = binarystl(s, false, "h", 0xFFFFFFF0u);
+  const std::string cases[] = {caps, tabs, broken, fourvertices, none, junk, cut, header, huge, negative};
   for (size_t i = 0; i < std::size(cases); ++i) {
     writefile(dir + "/bad.stl", cases[i]);
     const Read r = readof(dir + "/bad.stl", 0);

@@ -9,14 +9,15 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <functional>
 #include <set>
+#include <tuple>
 
 #include "base/memory.h"
 #include "reporting.h"
 #include "shapes.h"
 #include "surface/preparesurface.h"
+#include "testutil.h"
 #include "warp/nodegrid.h"
 #include "warp/refine.h"
 #include "warp/warpfield.h"
@@ -24,6 +25,7 @@
 
 using namespace wf;
 using P3 = std::array<double, 3>;
+using wft::samebits;
 
 namespace {
 
@@ -34,7 +36,8 @@ struct Nodes {
   Simulation sim;
   NodeGrid grid;
   WarpParams params;
-  Nodes(const std::vector<P3> &xyz, const Field &u) {
+  Nodes(const std::vector<P3> &xyz, const Field &u, int navg = WarpParams().navg) {
+    params.navg = navg;
     sim.nnodes = static_cast<int32_t>(xyz.size());
     for (const P3 &p : xyz) {
       const P3 d = u(p);
@@ -46,12 +49,7 @@ struct Nodes {
     filenodes(grid, sim.nodexyz.data(), sim.nnodes);
   }
   WarpField field(const QuerySet *ref = nullptr) const {
-    WarpField f;
-    f.sim = &sim;
-    f.grid = &grid;
-    f.ref = ref;
-    f.params = params;
-    return f;
+    return {.sim = &sim, .grid = &grid, .ref = ref, .params = params};
   }
   P3 warp(P3 p, WarpWork &w, const QuerySet *ref = nullptr) const {
     warpvertex(field(ref), p.data(), w);
@@ -69,12 +67,6 @@ std::vector<P3> lattice(const P3 &lo, const std::array<int, 3> &n) {
 }
 
 P3 identity(const P3 &p) { return p; }
-
-// Vectors and points equal to the bit (a value that is not a number included).
-template <class C>
-bool samebits(const C &a, const C &b) {
-  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(a[0])) == 0;
-}
 
 }  // namespace
 
@@ -124,8 +116,7 @@ TEST(NodalWarp, RingSearchStartAndStoppingRule) {
     xyz[3] = {0.11, 0.001, 0.001};   // B, cell (3,1,1)
     for (P3 &p : xyz)
       for (double &c : p) c *= scale;
-    Nodes m(xyz, identity);
-    m.params.navg = 1;
+    Nodes m(xyz, identity, 1);
     ASSERT_EQ(m.grid.nx * m.grid.ny * m.grid.nz, 27);
     std::fill(m.sim.nodeactive.begin(), m.sim.nodeactive.end(), 0);
     m.sim.nodeactive[2] = m.sim.nodeactive[3] = 255;
@@ -207,8 +198,7 @@ TEST(NodalWarp, TooFewActiveNodesAveragesOnlyWhatWasFound) {
       {{{0, 0, 0}, {2, 0, 0}}, {}, 5, {0.5, 0, 0}, {0.5 - w2 * 2 / (w1 + w2), 0, 0}},
   };
   for (const Case &c : cases) {
-    Nodes n(c.xyz, field);
-    n.params.navg = c.navg;
+    Nodes n(c.xyz, field, c.navg);
     if (!c.active.empty()) std::fill(n.sim.nodeactive.begin(), n.sim.nodeactive.end(), 0);
     for (int a : c.active)
       if (a >= 0) n.sim.nodeactive[static_cast<size_t>(a)] = 255;
@@ -249,8 +239,10 @@ Refined refine(const WarpField &field, RefineParams params, bool ahead, int thre
   return r;
 }
 
-// The edge table of a refined mesh built anew from its triangles, as the preparation builds it.
-EdgeCounts rebuildedges(const SurfaceMesh &mesh, EdgeTable &rebuilt) {
+// The edge table of a refined mesh (its active triangles) built anew, as the preparation builds it.
+EdgeCounts rebuildedges(Refined &r, EdgeTable &rebuilt) {
+  SurfaceMesh &mesh = r.mesh;
+  mesh.ntri = r.counts.active;
   std::vector<double> sidesq(3 * size_t(mesh.ntri));
   for (size_t t = 0; t < size_t(mesh.ntri); ++t)
     for (int k = 0; k < 3; ++k) {
@@ -265,12 +257,7 @@ EdgeCounts rebuildedges(const SurfaceMesh &mesh, EdgeTable &rebuilt) {
 // A displacement that bends the cube and sheet enough to split their edges over several levels.
 P3 swirl(const P3 &p) { return P3{0.02 * p[1] * p[1], 0.3 * std::sin(p[0] / 3), 0.01 * p[0] * p[2]}; }
 RefineParams splitting(int32_t maxrefine) {
-  RefineParams params;
-  params.maxrefine = maxrefine;
-  params.minedge = 0.3;
-  params.maxedge = 2.0;
-  params.refinetolsq = 1e-4;
-  return params;
+  return {.maxrefine = maxrefine, .minedge = 0.3, .maxedge = 2.0, .refinetolsq = 1e-4};
 }
 
 }  // namespace
@@ -279,8 +266,7 @@ RefineParams splitting(int32_t maxrefine) {
 // displaces each midpoint when it reaches it: the same splits, numbering, coordinates and
 // progress, with boundary and interior edges split over several levels.
 TEST(Refine, WavesGiveExactlyTheSerialWalk) {
-  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}), swirl);
-  n.params.navg = 6;
+  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}), swirl, 6);
   const RefineParams params = splitting(4);
   const Refined serial = refine(n.field(), params, false, 1);
   // It split down to the level limit, and every list grew well past its first capacity.
@@ -303,16 +289,12 @@ TEST(Refine, WavesGiveExactlyTheSerialWalk) {
   for (int threads : {1, 2}) {
     SCOPED_TRACE(threads);
     const Refined waves = refine(n.field(), params, true, threads);
-    EXPECT_EQ(waves.counts.active, serial.counts.active);
-    EXPECT_EQ(waves.counts.total, serial.counts.total);
-    EXPECT_TRUE(samebits(waves.mesh.vrt, serial.mesh.vrt));
-    EXPECT_TRUE(samebits(waves.mesh.prewarp, serial.mesh.prewarp));
-    EXPECT_EQ(waves.mesh.tri, serial.mesh.tri);
-    EXPECT_EQ(waves.edges.vrt, serial.edges.vrt);
-    EXPECT_EQ(waves.edges.tri, serial.edges.tri);
-    EXPECT_EQ(waves.edges.nbr, serial.edges.nbr);
-    EXPECT_TRUE(samebits(waves.edges.len, serial.edges.len));
-    EXPECT_EQ(waves.percents, serial.percents);
+    EXPECT_EQ(std::tie(waves.counts.active, waves.counts.total, waves.mesh.tri, waves.edges.vrt, waves.edges.tri,
+                       waves.edges.nbr, waves.percents),
+              std::tie(serial.counts.active, serial.counts.total, serial.mesh.tri, serial.edges.vrt, serial.edges.tri,
+                       serial.edges.nbr, serial.percents));
+    EXPECT_TRUE(samebits(waves.mesh.vrt, serial.mesh.vrt) && samebits(waves.mesh.prewarp, serial.mesh.prewarp) &&
+                samebits(waves.edges.len, serial.edges.len));
   }
   // Progress was told, and never past 99 before the end of the step.
   EXPECT_FALSE(serial.percents.empty());
@@ -324,8 +306,7 @@ TEST(Refine, WavesGiveExactlyTheSerialWalk) {
 // opposite ways, and the walk's own table holds each of its edges, and besides them only the
 // edges that were split (one for each vertex the walk made).
 TEST(Refine, ClosedSurfaceStaysClosed) {
-  Nodes n(lattice({-2, -2, -2}, {15, 15, 15}), swirl);
-  n.params.navg = 6;
+  Nodes n(lattice({-2, -2, -2}, {15, 15, 15}), swirl, 6);
   const RefineParams params = splitting(4);
   const SurfaceMesh before = cubeandsheet(4, false).mesh;
   ASSERT_EQ(before.ntri, 6 * 2 * 16);
@@ -335,9 +316,8 @@ TEST(Refine, ClosedSurfaceStaysClosed) {
     // It split: far more triangles, some edges down to the level limit.
     ASSERT_GT(r.counts.active, 4 * before.ntri);
     EXPECT_EQ(*std::max_element(r.edges.level.begin(), r.edges.level.begin() + r.edges.n), params.maxrefine);
-    r.mesh.ntri = r.counts.active;
     EdgeTable rebuilt;
-    const EdgeCounts c = rebuildedges(r.mesh, rebuilt);
+    const EdgeCounts c = rebuildedges(r, rebuilt);
     EXPECT_EQ(c.open, 0);
     EXPECT_EQ(c.over, 0);
     EXPECT_EQ(countinverted(r.mesh, rebuilt), 0);
@@ -359,14 +339,12 @@ TEST(Refine, ClosedSurfaceStaysClosed) {
 // oriented edges, where the cube alone has none (Refine.ClosedSurfaceStaysClosed) and a split
 // of an interior edge keeps the orientation.
 TEST(Refine, OpenRimChildrenComeOutReversed) {
-  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}), swirl);
-  n.params.navg = 6;
+  Nodes n(lattice({-2, -2, -2}, {26, 15, 15}), swirl, 6);
   const RefineParams params = splitting(1);  // the edges of the surface as read only
   Refined r = refine(n.field(), params, false, 1, true);
   ASSERT_GT(r.counts.active, 2 * 7 * 2 * 16);  // it split
-  r.mesh.ntri = r.counts.active;
   EdgeTable rebuilt;
-  const EdgeCounts c = rebuildedges(r.mesh, rebuilt);
+  const EdgeCounts c = rebuildedges(r, rebuilt);
   EXPECT_GT(c.open, 0);  // the sheet's rim
   EXPECT_GT(countinverted(r.mesh, rebuilt), 0);
 }
@@ -379,32 +357,26 @@ TEST(WarpStl, StlScaleLeavesTheBuildPlaneAndPrewarpAsRead) {
   Nodes n(lattice({-2, -2, -2}, {26, 26, 26}), [](const P3 &) { return P3{0, 0, 1}; });
   n.params.fixz = true;
   n.params.ztol = 1e-3;
-  RefineParams none;
-  none.maxrefine = 0;
+  const RefineParams none{.maxrefine = 0};
   for (double scale : {1.0, 2.0}) {
     SCOPED_TRACE(scale);
     PreparedSurface prep = cubeandsheet(2, false);
     SurfaceMesh &mesh = prep.mesh;
-    EdgeTable &edges = prep.edges;
     for (size_t k = 2; k < mesh.vrt.size(); k += 3) mesh.vrt[k] += 1.0;
     mesh.box.min[2] += 1.0;
     mesh.box.max[2] += 1.0;
     const std::vector<double> asread(mesh.vrt.begin(), mesh.vrt.begin() + 3 * size_t(mesh.nvrt));
-    warpstl(n.field(), false, 0.0, WarpScales{scale, 1.0}, none, mesh, edges);
+    warpstl(n.field(), false, 0.0, WarpScales{scale, 1.0}, none, mesh, prep.edges);
     ASSERT_EQ(mesh.vrt.size() / 3, asread.size() / 3);
     int bottom = 0;
     for (size_t i = 0; i < asread.size() / 3; ++i) {
       const double *raw = &asread[3 * i], *v = &mesh.vrt[3 * i], *pre = &mesh.prewarp[3 * i];
       for (int a = 0; a < 3; ++a) EXPECT_EQ(pre[a], raw[a] * scale);  // not divided back
-      EXPECT_NEAR(v[0], raw[0], 1e-12);
-      EXPECT_NEAR(v[1], raw[1], 1e-12);
-      if (raw[2] == 1.0 && scale == 1.0) {
-        ++bottom;
-        EXPECT_EQ(v[2], 1.0);  // on the build plane: kept
-      } else {
-        bottom += raw[2] == 1.0;
-        EXPECT_NEAR(v[2], (raw[2] * scale - 1.0) / scale, 1e-12);  // moved by -1 in scaled units
-      }
+      for (int a = 0; a < 2; ++a) EXPECT_NEAR(v[a], raw[a], 1e-12);   // x and y as read
+      // On the build plane z is kept as it is; anywhere else it moves by -1 in scaled units.
+      const bool onplane = raw[2] == 1.0 && scale == 1.0;
+      bottom += raw[2] == 1.0;
+      EXPECT_NEAR(v[2], onplane ? 1.0 : (raw[2] * scale - 1.0) / scale, onplane ? 0.0 : 1e-12);
     }
     EXPECT_EQ(bottom, 9);  // the 3 x 3 corners of the bottom face
   }
