@@ -142,6 +142,8 @@ void readdisplacementstep(Reporter &rep, const std::string &dispfile, Simulation
 
 void zipline(Reporter &rep, const ZipNote &note) {
   const std::string &name = note.name;
+  // A zip status follows the console's number mode, at the width of an int.
+  const std::string status = "(" + rep.integer(static_cast<int>(note.number)) + ")";
   std::string text;
   switch (note.event) {
     case ZipEvent::starting: text = "starting"; break;
@@ -149,23 +151,15 @@ void zipline(Reporter &rep, const ZipNote &note) {
     case ZipEvent::created: text = "creating \"" + name + "\""; break;
     case ZipEvent::notcreated: text = "error opening \"" + name + "\""; break;
     case ZipEvent::membersize: text = "file \"" + name + "\" is " + std::to_string(note.number) + " bytes"; break;
-    case ZipEvent::notopenedinzip:
-      text = "error in opening \"" + name + "\" in zipfile (" + rep.integer(static_cast<int>(note.number)) + ")";
-      break;
+    case ZipEvent::notopenedinzip: text = "error in opening \"" + name + "\" in zipfile " + status; break;
     case ZipEvent::notopened: text = "error in opening \"" + name + "\" for reading"; break;
     case ZipEvent::notread: text = "error in reading \"" + name + "\""; break;
-    case ZipEvent::notwritten:
-      text = "error in writing \"" + name + "\" in the zipfile (" + rep.integer(static_cast<int>(note.number)) + ")";
-      break;
-    case ZipEvent::notclosedinzip:
-      text = "error in closing \"" + name + "\" in the zipfile (" + rep.integer(static_cast<int>(note.number)) + ")";
-      break;
+    case ZipEvent::notwritten: text = "error in writing \"" + name + "\" in the zipfile " + status; break;
+    case ZipEvent::notclosedinzip: text = "error in closing \"" + name + "\" in the zipfile " + status; break;
     case ZipEvent::done: text = "done"; break;
     // Kept deliberately: the quote after the zip's name is missing. [pinned:
     // OutputSteps.LinesNoJobReaches; a zip that took its members closes]
-    case ZipEvent::notclosed:
-      text = "error in closing \"" + name + "(" + rep.integer(static_cast<int>(note.number)) + ")";
-      break;
+    case ZipEvent::notclosed: text = "error in closing \"" + name + status; break;
   }
   rep.raw("zip:  " + text);
 }

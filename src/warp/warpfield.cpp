@@ -291,17 +291,17 @@ void nodeaverage(const Found &found, const Simulation &sim, double halfexponent,
   const int32_t *nodes = work.nodes.data();
   double *weights = work.weights.data();
   double wsum = 0.0;
-  if (halfexponent == 0.5) {
+  // The square root, the usual exponent, is pow's to the bit without most of its calls.
+  const auto weigh = [&](auto power) {
     for (int m = 0; m < nfill; ++m) {
-      weights[m] = 1.0 / rootpow(dist2[m]);
+      weights[m] = 1.0 / power(dist2[m]);
       wsum += weights[m];
     }
-  } else {
-    for (int m = 0; m < nfill; ++m) {
-      weights[m] = 1.0 / std::pow(dist2[m], halfexponent);
-      wsum += weights[m];
-    }
-  }
+  };
+  if (halfexponent == 0.5)
+    weigh([](double d2) { return rootpow(d2); });
+  else
+    weigh([halfexponent](double d2) { return std::pow(d2, halfexponent); });
   double sx0 = 0.0, sy0 = 0.0, sz0 = 0.0;
   for (int m = 0; m < nfill; ++m) {
     const double *dn = disp + 3 * static_cast<size_t>(nodes[m] - 1);
