@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Regression set: generated jobs that between them use every card, run through the built
-// program, with every file they write compared byte for byte to the files recorded in
-// tests/regress/golden/<job>/. The console and the signal stream are compared too, with the
-// values that change from run to run masked (tags, wall clock, milliseconds, the job folder).
-// A coloured package is compared by its entries: names and order, and each entry's bytes
-// against the loose member of the same name (its compressed bytes and times are free).
+// program on one and on two threads, with every file they write compared byte for byte to the
+// files recorded in tests/regress/golden/<job>/ (so no output depends on the thread count). The console and the signal
+// stream are compared too, with the values that change from run to run masked (tags, wall clock, milliseconds, the job
+// folder). A coloured package is compared by its entries: names and order, and each entry's bytes against the loose
+// member of the same name (its compressed bytes and times are free).
 //
 // To record the files anew (after a change that is meant to alter outputs):
 //   WARPFORGE_REGRESS_RECORD=1 ./build/test_regress
@@ -15,6 +15,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <set>
 
 #include "testutil.h"
@@ -107,7 +108,35 @@ std::vector<JobRecipe> jobs() {
           // A clean surface read back: kept as it is; with *ISTL and *OUTP.
           {"tsrd_clean_istl", tris, kInput + "*IOFF\n-1\n*TSRD\n*O3MF\n*ISTL\n1\n*OUTP\nchecked.stl\n" + split},
           // An output named like its surface ends the run.
-          {"abort_same_name", tris, kInput + "*IOFF\n-1\n*OUTP\npart.stl\n*ISTL\n1\n", nullptr, 255}};
+          {"abort_same_name", tris, kInput + "*IOFF\n-1\n*OUTP\npart.stl\n*ISTL\n1\n", nullptr, 255},
+          // Eleven surfaces and two output names: the third pass has no name of its own (196), and
+          // the first two outputs stay.
+          {"short_outp", tris, kInput + "*IOFF\n-1\n*ASTL\n*N3DM\n*MINE\n9\n*MAXE\n10\n*OUTP\no1.stl\no2.stl\n",
+           [](const std::string &dir) {
+             std::string in = "*STLF\n";
+             for (int i = 1; i <= 11; ++i) {
+               fs::copy_file(dir + "/part.stl", dir + "/s" + std::to_string(i) + ".stl");
+               in += "s" + std::to_string(i) + ".stl\n";
+             }
+             wft::writefile(dir + "/job.in", in + "*END\n");
+           },
+           255},
+          // The one surface of the solver input is of type 2: the loop is skipped and the run
+          // finishes.
+          {"none_selected", tris, kInput + "*IOFF\n-1\n*ASTL\n",
+           [](const std::string &dir) {
+             std::string in = wft::readfile(dir + "/job.in");
+             in[in.find('\n', in.find("*STLM")) + 1] = '2';
+             wft::writefile(dir + "/job.in", in);
+           }},
+          // *STLS without a number: no coded message exists for it; the run ends in the I/O layer,
+          // its text on the error stream, with no message, no signal line and no ABORTING.
+          {"stls_no_number", tris, "",
+           [](const std::string &dir) {
+             std::string in = wft::readfile(dir + "/job.in");
+             wft::writefile(dir + "/job.in", in.replace(in.find("*STLS\n1.0"), 9, "*STLS\nabc"));
+           },
+           255}};
 }
 
 // ---------------------------------------------------------------- comparison
@@ -157,17 +186,18 @@ std::vector<std::pair<std::string, std::string>> zipentries(const std::string &p
 
 class Regression : public ::testing::TestWithParam<JobRecipe> {};
 
-TEST_P(Regression, OutputsMatchTheRecordedFiles) {
-  const JobRecipe &recipe = GetParam();
+// The job made and run on the given number of threads: every file it wrote, the console and the
+// signal stream (masked).
+std::map<std::string, std::string> runjob(const JobRecipe &recipe, int threads) {
   const std::string dir = wft::tempdir("regress_" + recipe.name);
   auto g = wft::rungenjob(dir, recipe.genargs);
-  ASSERT_EQ(g.status, 0) << g.out;
+  EXPECT_EQ(g.status, 0) << g.out;
   if (!recipe.deck.empty()) wft::writefile(dir + "/job.deck", recipe.deck);
   if (recipe.setup) recipe.setup(dir);
   const std::set<std::string> inputs = listfiles(dir);
 
-  auto r = wft::runwarpforge("job.deck", dir);
-  ASSERT_EQ(r.status, recipe.status) << r.out;
+  auto r = wft::runwarpforge("job.deck", dir, {{"OMP_NUM_THREADS", std::to_string(threads)}});
+  EXPECT_EQ(r.status, recipe.status) << r.out;
 
   // What the run wrote: every new file, the console and the signal stream (masked).
   std::map<std::string, std::string> actual;
@@ -187,30 +217,37 @@ TEST_P(Regression, OutputsMatchTheRecordedFiles) {
   const std::string exedir = fs::path(WARPFORGE_EXE).parent_path().string();
   actual["console.txt"] = maskrun(r.out, dir, exedir);
   actual["signal.txt"] = maskrun(wft::readfile(dir + "/job.wrpsimsignal"), dir, exedir);
+  return actual;
+}
 
+TEST_P(Regression, OutputsMatchTheRecordedFiles) {
+  const JobRecipe &recipe = GetParam();
   const fs::path golden = goldenroot / recipe.name;
   if (const char *record = std::getenv("WARPFORGE_REGRESS_RECORD"); record && *record && std::strcmp(record, "0")) {
     fs::remove_all(golden);
-    for (auto &[name, data] : actual) {
+    for (auto &[name, data] : runjob(recipe, 1)) {
       fs::create_directories((golden / name).parent_path());
       wft::writefile((golden / name).string(), data);
     }
-    GTEST_SKIP() << "recorded " << actual.size() << " files into " << golden;
   }
   ASSERT_TRUE(fs::exists(golden)) << "no recorded files for " << recipe.name;
   const std::set<std::string> expectednames = listfiles(golden);
-  std::set<std::string> actualnames;
-  for (auto &[name, data] : actual) actualnames.insert(name);
-  EXPECT_EQ(actualnames, expectednames);
-  for (auto &[name, data] : actual) {
-    if (!expectednames.count(name)) continue;
-    const std::string want = wft::readfile((golden / name).string());
-    if (data == want) continue;
-    size_t at = 0;
-    while (at < data.size() && at < want.size() && data[at] == want[at]) ++at;
-    ADD_FAILURE() << recipe.name << "/" << name << " differs from byte " << at << " on (sizes " << data.size()
-                  << " and " << want.size() << ")\n  now: " << data.substr(at > 40 ? at - 40 : 0, 120)
-                  << "\n  was: " << want.substr(at > 40 ? at - 40 : 0, 120);
+  for (int threads : {1, 2}) {
+    SCOPED_TRACE(std::to_string(threads) + " threads");
+    const std::map<std::string, std::string> actual = runjob(recipe, threads);
+    std::set<std::string> actualnames;
+    for (auto &[name, data] : actual) actualnames.insert(name);
+    EXPECT_EQ(actualnames, expectednames);
+    for (auto &[name, data] : actual) {
+      if (!expectednames.count(name)) continue;
+      const std::string want = wft::readfile((golden / name).string());
+      if (data == want) continue;
+      size_t at = 0;
+      while (at < data.size() && at < want.size() && data[at] == want[at]) ++at;
+      ADD_FAILURE() << recipe.name << "/" << name << " differs from byte " << at << " on (sizes " << data.size()
+                    << " and " << want.size() << ")\n  now: " << data.substr(at > 40 ? at - 40 : 0, 120)
+                    << "\n  was: " << want.substr(at > 40 ? at - 40 : 0, 120);
+    }
   }
 }
 
