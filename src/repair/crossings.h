@@ -22,7 +22,8 @@ using FacetPair = std::pair<int32_t, int32_t>;
 
 // Every crossing pair among the facets. With `among` given (one flag per facet), only pairs with
 // at least one flagged facet. Stops early, with whatever it found, once `limit` pairs are found
-// (0: no limit). Throws std::bad_alloc when memory runs out.
+// (0: no limit): which pairs come back then depends on the threads, only whether none came back
+// does not. Throws std::bad_alloc when memory runs out.
 std::vector<FacetPair> crossingpairs(const std::vector<double> &points, const std::vector<Facet> &facets,
                                      const std::vector<char> *among = nullptr, size_t limit = 0);
 

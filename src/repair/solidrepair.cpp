@@ -911,9 +911,11 @@ bool fillbyplanes(Work &w, const std::vector<int32_t> &corners, const std::vecto
     if (ok) {
       std::vector<char> fresh(w.m.facets.size(), 0);
       std::fill(fresh.begin() + std::ptrdiff_t(before), fresh.end(), 1);
-      const std::vector<FacetPair> hits = crossingpairs(w.m.points, w.m.facets, &fresh, 1);
       // What the patch crosses lies on the planes (a face of the part that was to be made
-      // whole): it gives way in the next round.
+      // whole): it gives way in the next round. That asks for every pair the patch makes (the
+      // first found depends on the threads); the first half of the passes asks only for none.
+      const bool givesway = pass >= m && !round.last;
+      const std::vector<FacetPair> hits = crossingpairs(w.m.points, w.m.facets, &fresh, givesway ? 0 : 1);
       const bool onplanes = std::all_of(hits.begin(), hits.end(), [&](const FacetPair &h) {
         for (const int32_t f : {h.first, h.second}) {
           if (size_t(f) >= before) continue;
@@ -927,7 +929,7 @@ bool fillbyplanes(Work &w, const std::vector<int32_t> &corners, const std::vecto
         }
         return true;
       });
-      if (hits.empty() || (pass >= m && !round.last && onplanes)) return true;
+      if (hits.empty() || (givesway && onplanes)) return true;
     }
     w.keepwhere([&] {
       std::vector<char> drop(w.m.facets.size(), 0);
