@@ -7,9 +7,10 @@
 //                               part warped alike (the warped inputs stay in the job folder); the
 //                               damage made at facet 5, or at each facet from first to last
 //                               (those whose warp shows no debris are passed over)
-//   bench_repair large [folder] [cards]
-//                               the large generated job (1.1 M facets) with three holes, whole,
-//                               then its solid repair stage by stage and the soundness test
+//   bench_repair large [folder] [cards] [holes]
+//                               the large generated job (1.1 M facets) with three holes (and as
+//                               many more small ones as asked), whole, then its solid repair
+//                               stage by stage and the soundness test
 //   bench_repair scattered      a hundred scattered facets through the component
 //   bench_repair file in.stl [out.stl] [unite]
 //                               the solid repair alone on one STL, judged
@@ -83,9 +84,9 @@ int scattered() {
   return sane == 0 ? 0 : 1;
 }
 
-// The large generated job with three holes, run whole with *TSRD *TSRE, and its repair alone,
-// stage by stage.
-int large(const std::string &dir, const std::string &cards) {
+// The large generated job with three holes (and `more` small ones round facets spread through the
+// file), run whole with *TSRD *TSRE, and its repair alone, stage by stage.
+int large(const std::string &dir, const std::string &cards, size_t more) {
   std::filesystem::create_directories(dir);
   if (!std::filesystem::exists(dir + "/job.case")) {
     std::printf("making the job in %s\n", dir.c_str());
@@ -95,13 +96,21 @@ int large(const std::string &dir, const std::string &cards) {
   }
   const wft::Facets intact = wft::binarystlfacets(wft::readfile(dir + "/intact.stl"));
   // Three holes of a few hundred facets: on the foot's top, on the wall's outer side, under the arm.
-  size_t dropped = 0;
-  const wft::Facets holed =
+  size_t dropped = 0, droppedmore = 0;
+  wft::Facets holed =
       withholes(intact, {{{20.0f, 10.0f, 5.0f}}, {{0.0f, 12.0f, 20.0f}}, {{30.0f, 8.0f, 30.0f}}}, 1.2f, dropped);
+  if (more > 0) {
+    std::vector<std::array<float, 3>> centres;
+    for (size_t h = 0; h < more; ++h) {
+      const float *f = &holed[9 * ((2 * h + 1) * (holed.size() / 9) / (2 * more))];
+      centres.push_back({f[0], f[1], f[2]});
+    }
+    holed = withholes(holed, centres, 0.3f, droppedmore);
+  }
   wft::writefile(dir + "/part.stl", wft::binarystlbytes(holed));
   wft::writefile(dir + "/large.deck", "*INPU\njob\n*IOFF\n-1\n*N3DM\n*TSRD\n*TSRE\n" + cards);
-  std::printf("%zu facets, %zu removed in three holes; deck cards: %s\n", holed.size() / 9, dropped,
-              cards.empty() ? "(none)" : cards.c_str());
+  std::printf("%zu facets, %zu removed in three holes, %zu in %zu more; deck cards: %s\n", holed.size() / 9, dropped,
+              droppedmore, more, cards.empty() ? "(none)" : cards.c_str());
   std::filesystem::remove(dir + "/job_1_warp_ls_repair.stl");
   const double t0 = now();
   const wft::RunResult run = wft::runwarpforge("large.deck", dir);
@@ -164,7 +173,9 @@ int main(int argc, char **argv) {
     if (argc > 3) wft::writefile(argv[3], wft::binarystlbytes(xyz));
     return 0;
   }
-  if (mode == "large") return large(argc > 2 ? argv[2] : "/tmp/bench_repair_large", argc > 3 ? argv[3] : "");
+  if (mode == "large")
+    return large(argc > 2 ? argv[2] : "/tmp/bench_repair_large", argc > 3 ? argv[3] : "",
+                 argc > 4 ? size_t(std::atoi(argv[4])) : 0);
   if (mode == "scattered") return scattered();
   const std::string dir = wft::samplefield("bench_repair");
   std::printf("job folder %s\n", dir.c_str());

@@ -2,8 +2,11 @@
 // Candidate pairs come from a uniform grid: every facet is entered in each cell that its box
 // touches, the entries are sorted by cell, and within a cell the boxes are swept along x. A pair
 // is looked at only in the cell that holds the lowest corner of the two boxes' overlap, so each
-// pair is tested once. Cells are shared out among the threads (repair/workers.h); each thread keeps its own pairs,
-// and the pairs are sorted at the end, so the answer does not depend on the threads.
+// pair is tested once. A search about flagged facets (the patches of a repair, a few hundred among
+// millions) lays the grid over them alone and enters only the facets that touch their cells, so
+// the rest of the surface is read once and nothing is kept for it. Cells are shared out among the
+// threads (repair/workers.h); each thread keeps its own pairs, and the pairs are sorted at the
+// end, so the answer does not depend on the threads.
 #include "repair/crossings.h"
 
 #include <algorithm>
@@ -74,35 +77,44 @@ std::vector<FacetPair> crossingpairs(const std::vector<double> &points, const st
   const size_t n = facets.size();
   std::vector<FacetPair> out;
   if (n < 2) return out;
-  // Boxes of the facets that take part (degenerate ones do not).
-  std::vector<Box> box(n);
-  std::vector<char> live(n, 0);
-  double glo[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL}, ghi[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
-  double extent = 0;
-  size_t nlive = 0;
-  for (size_t t = 0; t < n; ++t) {
-    Box &b = box[t];
+  // The box of facet t; false when a coordinate is not finite (min and max would pass over a
+  // value that is not a number).
+  auto boxof = [&](size_t t, Box &b) {
+    bool finite = true;
     for (int k = 0; k < 3; ++k) {
-      b.lo[k] = b.hi[k] = points[3 * size_t(facets[t][0]) + size_t(k)];
-      for (int c = 1; c < 3; ++c) {
+      b.lo[k] = HUGE_VAL, b.hi[k] = -HUGE_VAL;
+      for (int c = 0; c < 3; ++c) {
         const double x = points[3 * size_t(facets[t][size_t(c)]) + size_t(k)];
+        finite = finite && std::isfinite(x);
         b.lo[k] = std::min(b.lo[k], x);
         b.hi[k] = std::max(b.hi[k], x);
       }
     }
-    if (!std::isfinite(b.lo[0] + b.lo[1] + b.lo[2] + b.hi[0] + b.hi[1] + b.hi[2])) continue;
-    if (collinearfacet(points, facets[t])) continue;
-    live[t] = 1;
-    ++nlive;
+    return finite;
+  };
+  // The facets that take part (degenerate ones do not), by their numbers, with their boxes. The
+  // grid is laid over those that decide it: every facet, or with `among` the flagged ones alone,
+  // so that a search about a few patches never touches memory in proportion to the surface.
+  std::vector<int32_t> id;
+  std::vector<Box> box;
+  double glo[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL}, ghi[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
+  double extent = 0;
+  for (size_t t = 0; t < n; ++t) {
+    Box b;
+    if ((among && !(*among)[t]) || !boxof(t, b) || collinearfacet(points, facets[t])) continue;
+    id.push_back(int32_t(t));
+    box.push_back(b);
     for (int k = 0; k < 3; ++k) {
       glo[k] = std::min(glo[k], b.lo[k]);
       ghi[k] = std::max(ghi[k], b.hi[k]);
       extent += b.hi[k] - b.lo[k];
     }
   }
-  if (nlive < 2) return out;
-  // Cells about twice the mean box side, at most 2^20 a side.
-  double h = 2.0 * extent / (3.0 * double(nlive));
+  const size_t ndecide = id.size();
+  if (ndecide < (among ? 1 : 2)) return out;
+  // Cells about twice the mean box side, at most 2^20 a side; a box beyond the grid is clamped
+  // to its outer cells.
+  double h = 2.0 * extent / (3.0 * double(ndecide));
   for (int k = 0; k < 3; ++k) h = std::max(h, (ghi[k] - glo[k]) / double(1 << 20));
   if (!(h > 0)) h = 1;
   int64_t dim[3];
@@ -121,38 +133,63 @@ std::vector<FacetPair> crossingpairs(const std::vector<double> &points, const st
     return c;
   };
   constexpr double bigcells = 4096;
+  auto eachcell = [&](const Box &b, auto &&f) {
+    for (int64_t i = cell(0, b.lo[0]); i <= cell(0, b.hi[0]); ++i)
+      for (int64_t j = cell(1, b.lo[1]); j <= cell(1, b.hi[1]); ++j)
+        for (int64_t k = cell(2, b.lo[2]); k <= cell(2, b.hi[2]); ++k)
+          if (!f(key(i, j, k))) return;
+  };
 
-  // With `among`, only the cells that a flagged facet touches are of interest.
+  // With `among`, only the cells that a flagged facet touches are of interest, and the other
+  // facets take part where their box meets the flagged facets' box and touches such a cell (or
+  // where they are big, or a flagged facet is).
   std::vector<uint64_t> wanted;
   if (among) {
-    for (size_t t = 0; t < n; ++t) {
-      if (!live[t] || !(*among)[t]) continue;
-      const Box &b = box[t];
-      if (cells(b) > bigcells) continue;
-      for (int64_t i = cell(0, b.lo[0]); i <= cell(0, b.hi[0]); ++i)
-        for (int64_t j = cell(1, b.lo[1]); j <= cell(1, b.hi[1]); ++j)
-          for (int64_t k = cell(2, b.lo[2]); k <= cell(2, b.hi[2]); ++k) wanted.push_back(key(i, j, k));
+    bool bigflagged = false;
+    for (size_t i = 0; i < ndecide; ++i) {
+      if (cells(box[i]) > bigcells) {
+        bigflagged = true;
+        continue;
+      }
+      eachcell(box[i], [&](uint64_t c) {
+        wanted.push_back(c);
+        return true;
+      });
     }
     std::sort(wanted.begin(), wanted.end());
     wanted.erase(std::unique(wanted.begin(), wanted.end()), wanted.end());
+    for (size_t t = 0; t < n; ++t) {
+      Box b;
+      if ((*among)[t] || !boxof(t, b)) continue;
+      bool near = true;
+      for (int k = 0; k < 3; ++k) near = near && b.lo[k] <= ghi[k] && b.hi[k] >= glo[k];
+      if (!near) continue;
+      bool touches = bigflagged || cells(b) > bigcells;
+      if (!touches)
+        eachcell(b, [&](uint64_t c) {
+          touches = std::binary_search(wanted.begin(), wanted.end(), c);
+          return !touches;
+        });
+      if (!touches || collinearfacet(points, facets[t])) continue;
+      id.push_back(int32_t(t));
+      box.push_back(b);
+    }
   }
-  std::vector<int32_t> big;
+  const size_t nlive = id.size();
+  if (nlive < 2) return out;
+
+  std::vector<int32_t> big;  // places in id
   std::vector<std::pair<uint64_t, int32_t>> entries;
   entries.reserve(2 * nlive);
-  for (size_t t = 0; t < n; ++t) {
-    if (!live[t]) continue;
-    const Box &b = box[t];
-    if (cells(b) > bigcells) {
-      big.push_back(int32_t(t));
+  for (size_t i = 0; i < nlive; ++i) {
+    if (cells(box[i]) > bigcells) {
+      big.push_back(int32_t(i));
       continue;
     }
-    for (int64_t i = cell(0, b.lo[0]); i <= cell(0, b.hi[0]); ++i)
-      for (int64_t j = cell(1, b.lo[1]); j <= cell(1, b.hi[1]); ++j)
-        for (int64_t k = cell(2, b.lo[2]); k <= cell(2, b.hi[2]); ++k) {
-          const uint64_t c = key(i, j, k);
-          if (among && !std::binary_search(wanted.begin(), wanted.end(), c)) continue;
-          entries.emplace_back(c, int32_t(t));
-        }
+    eachcell(box[i], [&](uint64_t c) {
+      if (!among || std::binary_search(wanted.begin(), wanted.end(), c)) entries.emplace_back(c, int32_t(i));
+      return true;
+    });
   }
   parallelsort(entries.begin(), entries.end(), std::less<>());
   // Where each cell's run starts.
@@ -164,6 +201,15 @@ std::vector<FacetPair> crossingpairs(const std::vector<double> &points, const st
   std::vector<std::vector<FacetPair>> found(static_cast<size_t>(repairthreads()));
   std::vector<std::vector<int32_t>> lists(found.size());
   std::atomic<size_t> total{0};
+  // The pair of places a and b, when at least one is flagged and the facets cross.
+  auto test = [&](std::vector<FacetPair> &mine, int32_t a, int32_t b) {
+    const int32_t f = std::min(id[size_t(a)], id[size_t(b)]), g = std::max(id[size_t(a)], id[size_t(b)]);
+    if (among && !(*among)[size_t(f)] && !(*among)[size_t(g)]) return;
+    if (cross(points, facets[size_t(f)], facets[size_t(g)])) {
+      mine.emplace_back(f, g);
+      total.fetch_add(1, std::memory_order_relaxed);
+    }
+  };
   parallelfor(runs.size() - 1, 64, [&](int thread, size_t r) {
     if (limit && total.load(std::memory_order_relaxed) >= limit) return;
     std::vector<FacetPair> &mine = found[size_t(thread)];
@@ -182,39 +228,28 @@ std::vector<FacetPair> crossingpairs(const std::vector<double> &points, const st
         const Box &bb = box[size_t(list[b])];
         if (bb.lo[0] > ba.hi[0]) break;
         if (bb.lo[1] > ba.hi[1] || ba.lo[1] > bb.hi[1] || bb.lo[2] > ba.hi[2] || ba.lo[2] > bb.hi[2]) continue;
-        const int32_t f = std::min(list[a], list[b]), g = std::max(list[a], list[b]);
-        if (among && !(*among)[size_t(f)] && !(*among)[size_t(g)]) continue;
         // Only in the cell of the overlap's lowest corner.
         const uint64_t low = key(cell(0, std::max(ba.lo[0], bb.lo[0])), cell(1, std::max(ba.lo[1], bb.lo[1])),
                                  cell(2, std::max(ba.lo[2], bb.lo[2])));
-        if (low != here) continue;
-        if (cross(points, facets[size_t(f)], facets[size_t(g)])) {
-          mine.emplace_back(f, g);
-          total.fetch_add(1, std::memory_order_relaxed);
-        }
+        if (low == here) test(mine, list[a], list[b]);
       }
     }
   });
   // The big facets against every box (a pair of two big ones once).
-  std::vector<char> isbig(big.empty() ? 0 : n, 0);
-  for (const int32_t t : big) isbig[size_t(t)] = 1;
-  parallelfor(big.size(), 1, [&](int thread, size_t i) {
+  std::vector<char> isbig(big.empty() ? 0 : nlive, 0);
+  for (const int32_t i : big) isbig[size_t(i)] = 1;
+  parallelfor(big.size(), 1, [&](int thread, size_t k) {
     std::vector<FacetPair> &mine = found[size_t(thread)];
-    const int32_t t = big[i];
-    const Box &ba = box[size_t(t)];
-    for (size_t u = 0; u < n; ++u) {
-      if (!live[u] || int32_t(u) == t || (isbig[u] && int32_t(u) < t)) continue;
+    const int32_t a = big[k];
+    const Box &ba = box[size_t(a)];
+    for (size_t u = 0; u < nlive; ++u) {
+      if (int32_t(u) == a || (isbig[u] && int32_t(u) < a)) continue;
       if (limit && total.load(std::memory_order_relaxed) >= limit) break;
       const Box &bb = box[u];
       if (bb.lo[0] > ba.hi[0] || ba.lo[0] > bb.hi[0] || bb.lo[1] > ba.hi[1] || ba.lo[1] > bb.hi[1] ||
           bb.lo[2] > ba.hi[2] || ba.lo[2] > bb.hi[2])
         continue;
-      const int32_t f = std::min(t, int32_t(u)), g = std::max(t, int32_t(u));
-      if (among && !(*among)[size_t(f)] && !(*among)[size_t(g)]) continue;
-      if (cross(points, facets[size_t(f)], facets[size_t(g)])) {
-        mine.emplace_back(f, g);
-        total.fetch_add(1, std::memory_order_relaxed);
-      }
+      test(mine, a, int32_t(u));
     }
   });
   for (auto &v : found) out.insert(out.end(), v.begin(), v.end());

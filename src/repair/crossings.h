@@ -3,7 +3,8 @@
 // edge they share (facets on one shared edge cross only when they lie in one plane on the same
 // side of it; facets on one shared corner cross when an edge of one meets the other). Exact
 // predicates (CGAL's filtered kernel), so a near miss is never a crossing nor a crossing a near
-// miss. Facets whose corners lie on one line are no part of any pair (they are told apart).
+// miss. Facets whose corners lie on one line, or have a coordinate that is not finite, are no part
+// of any pair (they are told apart).
 //
 // Corner numbers and facet numbers are 0-based. The pairs come out sorted, each as (lower,
 // higher), whatever the number of threads.
