@@ -23,7 +23,8 @@ struct SolidCheck {
   bool printable() const { return told && closed && oriented && onefan && zeroarea == 0 && !crossing && volume > 0; }
 };
 
-// Checks n facets. Throws std::bad_alloc when memory runs out.
+// Checks n facets, every coordinate finite (as for makesolid). Throws std::bad_alloc when memory
+// runs out.
 SolidCheck checksolid(const float *xyz, int64_t n);
 
 }  // namespace wf

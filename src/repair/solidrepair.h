@@ -56,7 +56,9 @@ struct SolidRepairReport {
   double seconds[5] = {0, 0, 0, 0, 0};
 };
 
-// Throws std::bad_alloc when memory runs out; xyz is then unchanged.
+// Every coordinate must be finite (the component's loader refuses a file with any other, so the
+// exact predicates never meet one). Throws std::bad_alloc when memory runs out; xyz is then
+// unchanged.
 SolidRepairReport makesolid(std::vector<float> &xyz, bool unite);
 
 }  // namespace wf
