@@ -97,6 +97,7 @@ std::vector<FacetPair> crossingpairs(const std::vector<double> &points, const st
   // so that a search about a few patches never touches memory in proportion to the surface.
   std::vector<int32_t> id;
   std::vector<Box> box;
+  if (!among) id.reserve(n), box.reserve(n);
   double glo[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL}, ghi[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
   double extent = 0;
   for (size_t t = 0; t < n; ++t) {
