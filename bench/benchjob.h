@@ -74,7 +74,7 @@ struct BenchJob {
   }
   void loadmesh() {
     sim = wf::Simulation();
-    wf::readgeofile(wf::meshfilename(info, "job", info.meshnums.back(), ".geo"), sim);
+    wf::readgeofile(wf::meshfilename(info, "job", info.meshnums.back()), sim);
     wf::marknodes(sim);
   }
   void makegrid() { grid = wf::nodegridstep(rep, sim); }

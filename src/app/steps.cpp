@@ -129,7 +129,7 @@ CaseInfo readcasestep(Reporter &rep, const std::string &path, const Folder &in) 
 
 void readmeshstep(Reporter &rep, const CaseInfo &info, const std::string &casestem, int meshfilenumber, Simulation &sim,
                   const Folder &in) {
-  const std::string name = meshfilename(info, casestem, meshfilenumber, ".geo", in);
+  const std::string name = meshfilename(info, casestem, meshfilenumber, in);
   rep.say("Mesh file           =   " + name);
   readgeofile(name, sim, in);
 }

@@ -12,10 +12,9 @@
 // slashes); a list runs to the next line with "*" in column 1.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
-
-#include <functional>
 
 #include "base/list.h"
 #include "base/textio.h"

@@ -55,11 +55,10 @@ std::string findresultfile(const std::string &prefix, int number, const std::str
   return name;
 }
 
-std::string meshfilename(const CaseInfo &info, const std::string &casestem, int meshfilenumber,
-                         const std::string &suffix, const Folder &in) {
+std::string meshfilename(const CaseInfo &info, const std::string &casestem, int meshfilenumber, const Folder &in) {
   const std::string prefix = info.cloudlayout ? info.cloudprefix + "results/" + rtrim(info.cloudstem) + "_"
                                               : "results/" + rtrim(casestem) + "_";
-  return findresultfile(prefix, meshfilenumber, suffix, in);
+  return findresultfile(prefix, meshfilenumber, ".geo", in);
 }
 
 void readgeofile(const std::string &name, Simulation &sim, const Folder &in) {

@@ -25,10 +25,10 @@ void readgeofile(const std::string &path, Simulation &sim, const Folder &in = Fo
 std::string findresultfile(const std::string &prefix, int number, const std::string &suffix,
                            const Folder &in = Folder());
 
-// The name of the run's mesh file under results/ of the case folder `in` (below the cloud folder
-// in the cloud layout, under its fixed stem), from the case stem and the mesh file number, as
-// findresultfile finds it. Throws Fatal 30.
+// The name of the run's mesh file (.geo) under results/ of the case folder `in` (below the cloud
+// folder in the cloud layout, under its fixed stem), from the case stem and the mesh file number,
+// as findresultfile finds it. Throws Fatal 30.
 std::string meshfilename(const CaseInfo &info, const std::string &casestem, int meshfilenumber,
-                         const std::string &suffix, const Folder &in = Folder());
+                         const Folder &in = Folder());
 
 }  // namespace wf

@@ -196,7 +196,7 @@ TEST_F(ReadGeo, BothFormsWithIdsOnAndOff) {
     SCOPED_TRACE(body.substr(0, 20));
     wft::writefile("results/job_3.geo", body);
     Simulation sim;
-    ASSERT_EQ(meshfilename(info, "job", 3, ".geo"), "results/job_3.geo");
+    ASSERT_EQ(meshfilename(info, "job", 3), "results/job_3.geo");
     readgeofile("results/job_3.geo", sim);
     std::vector<double> xyz;
     for (size_t i = 0; i < 12; ++i) xyz.insert(xyz.end(), {g.xyz[0][i], g.xyz[1][i], g.xyz[2][i]});
@@ -227,7 +227,7 @@ TEST_F(ReadGeo, FileNamesPaddedAndCloud) {
   std::filesystem::create_directories("out/sim/results");
   wft::writefile("out/sim/results/kelmechanical_02.geo", Geo().binary());
   Simulation sim;
-  const std::string name = meshfilename(info, "job", 2, ".geo");
+  const std::string name = meshfilename(info, "job", 2);
   EXPECT_EQ(name, "out/sim/results/kelmechanical_02.geo");
   readgeofile(name, sim);
   EXPECT_EQ(sim.nnodes, 12);
